@@ -1,0 +1,206 @@
+// Speeds of the delivery path, the snapshot handler and the start-up, each beside a limit measured in the same run.
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "bench/BenchSession.h"
+#include "public/log/CommonLog.h"
+#include "public/reg/BoardProviderLoader.h"
+
+namespace {
+
+class NullLog : public ILogSink {
+public:
+    void OnLine(ELOGLEVEL, const char*, std::size_t) override {}
+};
+
+struct CountingSpi : CVexaShfeMdSpi {
+    void OnVexaShfeMd(VexaShfeMdType& md) override { benchmark::DoNotOptimize(md.last_px); }
+};
+
+// A non-managing channel: nothing but the receive path.
+const char* const RECEIVER_KEYS = "device=xilinx0:1\n";
+
+// ---- the delivery path ----------------------------------------------------------------------------------------------
+
+void LimitCopyOf176Bytes(benchmark::State& state) {
+    VexaShfeMdType from{};
+    VexaShfeMdType to{};
+    for (auto _ : state) {
+        std::memcpy(&to, &from, sizeof to);
+        benchmark::DoNotOptimize(to);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(LimitCopyOf176Bytes);
+
+void EmptyStep(benchmark::State& state) {
+    const ReplayProvider provider(true);
+    const BenchConfig config(RECEIVER_KEYS);
+    const auto api = std::make_unique<BenchApi>();
+    CountingSpi spi;
+    api->VexaStart(spi, config.Path());
+    for (auto _ : state) benchmark::DoNotOptimize(api->VexaRecv());
+}
+BENCHMARK(EmptyStep);
+
+void DeliveredByCallback(benchmark::State& state) {
+    const ReplayProvider provider(false);
+    const BenchConfig config(RECEIVER_KEYS);
+    const auto api = std::make_unique<BenchApi>();
+    CountingSpi spi;
+    api->VexaStart(spi, config.Path());
+    for (auto _ : state) benchmark::DoNotOptimize(api->VexaRecv());
+}
+BENCHMARK(DeliveredByCallback);
+
+void DeliveredByPolling(benchmark::State& state) {
+    const ReplayProvider provider(false);
+    const BenchConfig config(RECEIVER_KEYS);
+    const auto api = std::make_unique<BenchApi>();
+    api->VexaStart(config.Path());
+    VexaShfeMdType md{};
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(api->VexaRecv(md));
+        benchmark::DoNotOptimize(md);
+    }
+}
+BENCHMARK(DeliveredByPolling);
+
+// The whole road on one core: the exchange moves, the board applies and writes the record, the library delivers it.
+void DeliveredFromTheSoftwareBoard(benchmark::State& state) {
+    BenchClock clock;
+    software_board::SoftwareBoard board{software_board::BoardOptions{}};
+    software_board::InstallBoard(0, &board);
+    UseBoardProvider(&software_board::Provider());
+    const BenchConfig config("shfe2ps=enabled\nine2ps=enabled\nSRCIP=10.20.0.2\n");
+    auto api = std::make_unique<BenchApi>();
+    CountingSpi spi;
+    if (api->VexaStart(spi, config.Path()) != 0) state.SkipWithError("the start failed");
+    for (auto _ : state) benchmark::DoNotOptimize(api->VexaRecv());
+    api.reset();
+    CDrvRegEnyx::GetInstance().Destory();
+    UseBoardProvider(nullptr);
+    software_board::InstallBoard(0, nullptr);
+}
+BENCHMARK(DeliveredFromTheSoftwareBoard);
+
+// ---- the snapshot ---------------------------------------------------------------------------------------------------
+
+std::size_t TotalBytes(const std::vector<std::vector<uint8_t>>& messages) {
+    std::size_t total = 0;
+    for (const auto& message : messages) total += message.size();
+    return total;
+}
+
+void SetFrameCounters(benchmark::State& state, const std::vector<std::vector<uint8_t>>& messages) {
+    const double runs = static_cast<double>(state.iterations());
+    state.SetBytesProcessed(static_cast<int64_t>(runs * static_cast<double>(TotalBytes(messages))));
+    state.counters["per_frame"] = benchmark::Counter(
+        runs * static_cast<double>(messages.size()), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+void SnapshotFrames(benchmark::State& state) {
+    const ReplayProvider provider(true);
+    const auto messages = SnapshotDmaMessages(state.range(0) != 0);
+    const BenchConfig config("shfe2ps=enabled\nine2ps=enabled\n");
+    const auto api = std::make_unique<BenchApi>();
+    api->m_u50ConfigInfo.enabled_mask.enabled_mask = 5;  // the second feed never comes: no completion inside the loop
+    api->m_u50ConfigInfo.topicID.shfe2ps_topic_id = 1000;
+    api->m_u50ConfigInfo.snapTcpPort.shfe2ps_snap_port = 33022;
+    for (auto _ : state) {
+        for (const auto& message : messages) {
+            BenchApi::_TcpHandler(message.data(), static_cast<unsigned int>(message.size()), api.get());
+        }
+        if (api->m_finishedMask.enabled_mask != 1) {
+            state.SkipWithError("the snapshot was not decoded");
+            break;
+        }
+        BenchApi::_Cleandata(*api);
+    }
+    SetFrameCounters(state, messages);
+}
+BENCHMARK(SnapshotFrames)->Arg(0)->ArgName("swapped");
+BENCHMARK(SnapshotFrames)->Arg(1)->ArgName("swapped");
+
+void LimitCopyOfTheFrames(benchmark::State& state) {
+    const auto messages = SnapshotDmaMessages(false);
+    unsigned char buffer[DMA_MESSAGE_CAPACITY];
+    for (auto _ : state) {
+        for (const auto& message : messages) {
+            std::memcpy(buffer, message.data(), message.size());
+            benchmark::DoNotOptimize(buffer);
+            benchmark::ClobberMemory();
+        }
+    }
+    SetFrameCounters(state, messages);
+}
+BENCHMARK(LimitCopyOfTheFrames);
+
+void LimitPlainChecksumOfTheFrames(benchmark::State& state) {
+    const auto messages = SnapshotDmaMessages(false);
+    for (auto _ : state) {
+        for (const auto& message : messages) {
+            uint32_t sum = 0;
+            for (std::size_t i = 0; i + 1 < message.size(); i += 2) {
+                uint16_t word = 0;
+                std::memcpy(&word, message.data() + i, sizeof word);
+                sum += word;
+            }
+            benchmark::DoNotOptimize(sum);
+        }
+    }
+    SetFrameCounters(state, messages);
+}
+BENCHMARK(LimitPlainChecksumOfTheFrames);
+
+// ---- the start-up ---------------------------------------------------------------------------------------------------
+
+void WholeStartUpInVirtualTime(benchmark::State& state) {
+    const BenchConfig config("shfe2ps=enabled\nine2ps=enabled\nSRCIP=10.20.0.2\n");
+    for (auto _ : state) {
+        BenchClock clock;
+        software_board::SoftwareBoard board{software_board::BoardOptions{}};
+        software_board::InstallBoard(0, &board);
+        UseBoardProvider(&software_board::Provider());
+        auto api = std::make_unique<BenchApi>();
+        CountingSpi spi;
+        if (api->VexaStart(spi, config.Path()) != 0) state.SkipWithError("the start failed");
+        api.reset();
+        CDrvRegEnyx::GetInstance().Destory();
+        UseBoardProvider(nullptr);
+        software_board::InstallBoard(0, nullptr);
+    }
+}
+BENCHMARK(WholeStartUpInVirtualTime)->Unit(benchmark::kMillisecond);
+
+std::string CpuModel() {
+    std::ifstream info("/proc/cpuinfo");
+    for (std::string line; std::getline(info, line);) {
+        if (line.rfind("model name", 0) == 0) return line.substr(line.find(':') + 2);
+    }
+    return "unknown";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::AddCustomContext("cpu", CpuModel());
+    benchmark::AddCustomContext("compiler", __VERSION__);
+    benchmark::AddCustomContext("flags", VEXA_FLAGS);
+    benchmark::AddCustomContext("commit", VEXA_COMMIT);
+#ifndef __OPTIMIZE__
+    benchmark::AddCustomContext("WARNING", "not optimised: the figures say nothing");
+#endif
+    NullLog log;
+    CCommonLog::GetInstance().SetSink(&log);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+    benchmark::RunSpecifiedBenchmarks();
+    CCommonLog::GetInstance().SetSink(nullptr);
+    return 0;
+}

@@ -1,0 +1,185 @@
+// Owns the instruments, their books and the truth. The truth of an instrument is changed by laying its live update over
+// it and in no other way, so that whoever applies the updates ends with the same record.
+#include "exchange/Exchange.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "exchange/InstrumentList.h"
+
+namespace exchange {
+namespace {
+
+constexpr uint32_t OPENING_TIME_MS = 9 * 3600 * 1000;
+constexpr uint32_t DAY_MS = 24 * 3600 * 1000;
+constexpr uint32_t MAX_GAP_MS = 9;  // between two updates of the whole exchange
+constexpr uint32_t FIRST_CHANGE_NO = 1;
+
+void TellDeal(const Book& book, LiveUpdate& update) {
+    update.hasDeal = true;
+    update.lastPrice = book.lastPrice;
+    update.volume = book.volume;
+    update.turnover = book.turnover;
+    update.openInterest = book.openInterest;
+    update.highPrice = book.highPrice;
+    update.lowPrice = book.lowPrice;
+}
+
+void TellBook(const Book& book, LiveUpdate& update) {
+    update.hasBook = true;
+    std::copy_n(book.bids.price, BOOK_LEVELS, update.bidPrice);
+    std::copy_n(book.bids.volume, BOOK_LEVELS, update.bidVolume);
+    std::copy_n(book.asks.price, BOOK_LEVELS, update.askPrice);
+    std::copy_n(book.asks.volume, BOOK_LEVELS, update.askVolume);
+    update.totalBidVolume = book.bids.totalVolume;
+    update.totalBidAmount = book.bids.totalAmount;
+    update.totalAskVolume = book.asks.totalVolume;
+    update.totalAskAmount = book.asks.totalAmount;
+}
+
+void ApplyDeal(const LiveUpdate& update, VexaShfeMdType& record) {
+    record.last_px = update.lastPrice;
+    record.volume = update.volume;
+    record.turnover = update.turnover;
+    record.open_interest = update.openInterest;
+    record.high_price = update.highPrice;
+    record.low_price = update.lowPrice;
+}
+
+void ApplyLevels(const LiveUpdate& update, VexaShfeMdType& record) {
+    record.bid1_px = update.bidPrice[0];
+    record.bid1_vol = update.bidVolume[0];
+    record.bid2_px = update.bidPrice[1];
+    record.bid2_vol = update.bidVolume[1];
+    record.bid3_px = update.bidPrice[2];
+    record.bid3_vol = update.bidVolume[2];
+    record.bid4_px = update.bidPrice[3];
+    record.bid4_vol = update.bidVolume[3];
+    record.bid5_px = update.bidPrice[4];
+    record.bid5_vol = update.bidVolume[4];
+    record.ask1_px = update.askPrice[0];
+    record.ask1_vol = update.askVolume[0];
+    record.ask2_px = update.askPrice[1];
+    record.ask2_vol = update.askVolume[1];
+    record.ask3_px = update.askPrice[2];
+    record.ask3_vol = update.askVolume[2];
+    record.ask4_px = update.askPrice[3];
+    record.ask4_vol = update.askVolume[3];
+    record.ask5_px = update.askPrice[4];
+    record.ask5_vol = update.askVolume[4];
+}
+
+void ApplyBook(const LiveUpdate& update, VexaShfeMdType& record) {
+    ApplyLevels(update, record);
+    record.bid_volume = update.totalBidVolume;
+    record.bid_amount = update.totalBidAmount;
+    record.ask_volume = update.totalAskVolume;
+    record.ask_amount = update.totalAskAmount;
+}
+
+void Apply(const LiveUpdate& update, VexaShfeMdType& record) {
+    record.change_no = update.changeNo;
+    record.update_time = update.updateTime;
+    record.update_milli_sec = update.updateMilliSec;
+    if (update.hasDeal) ApplyDeal(update, record);
+    if (update.hasBook) ApplyBook(update, record);
+}
+
+VexaShfeMdType EmptyRecord(const Instrument& instrument) {
+    VexaShfeMdType record{};
+    record.inst_no = static_cast<uint32_t>(instrument.instNo);
+    const std::size_t size = std::min(instrument.id.size(), sizeof(record.inst_id) - 1);
+    std::memcpy(record.inst_id, instrument.id.data(), size);
+    return record;
+}
+
+ExchangeOptions Checked(ExchangeOptions options) {
+    options.shfeInstruments = std::clamp(options.shfeInstruments, 1, SHFE_INST_CAPACITY);
+    options.ineInstruments = std::clamp(options.ineInstruments, 1, INE_INST_CAPACITY);
+    return options;
+}
+
+}  // namespace
+
+Exchange::Exchange(const ExchangeOptions& options)
+    : m_options(Checked(options)), m_moves(options.seed, "moves"), m_timeMs(OPENING_TIME_MS) {
+    OpenFeed(SHFE_2PS, m_options.shfeTopicId,
+             ListInstruments(Venue::Shfe, m_options.shfeInstruments, m_options.tradingDay, m_options.seed));
+    OpenFeed(INE_2PS, m_options.ineTopicId,
+             ListInstruments(Venue::Ine, m_options.ineInstruments, m_options.tradingDay, m_options.seed));
+}
+
+void Exchange::OpenFeed(EMDQPDataType feed, int32_t topicId, std::vector<Instrument> instruments) {
+    Feed& opened = m_feeds[static_cast<std::size_t>(feed)];
+    Random random(m_options.seed, feed == SHFE_2PS ? "shfe books" : "ine books");
+    opened.topicId = topicId;
+    opened.instruments = std::move(instruments);
+    opened.books.reserve(opened.instruments.size());
+    opened.truth.reserve(opened.instruments.size());
+    for (const Instrument& instrument : opened.instruments) {
+        opened.books.push_back(OpenBook(instrument, random));
+        LiveUpdate opening;
+        Stamp(opening, FIRST_CHANGE_NO);
+        TellDeal(opened.books.back(), opening);
+        TellBook(opened.books.back(), opening);
+        opened.truth.push_back(EmptyRecord(instrument));
+        Apply(opening, opened.truth.back());
+    }
+}
+
+const Exchange::Feed& Exchange::FeedOf(EMDQPDataType feed) const {
+    const auto index = static_cast<std::size_t>(feed);
+    return index < m_feeds.size() ? m_feeds[index] : m_feeds[SHFE_4PS];
+}
+
+const std::vector<Instrument>& Exchange::Instruments(EMDQPDataType feed) const { return FeedOf(feed).instruments; }
+
+const VexaShfeMdType& Exchange::Truth(EMDQPDataType feed, int32_t instNo) const {
+    static const VexaShfeMdType NOTHING{};
+    const std::vector<VexaShfeMdType>& truth = FeedOf(feed).truth;
+    const auto index = static_cast<std::size_t>(instNo);
+    return index < truth.size() ? truth[index] : NOTHING;
+}
+
+LiveUpdate Exchange::Next() {
+    const auto shfe = static_cast<uint32_t>(m_options.shfeInstruments);
+    const uint32_t chosen = m_moves.Below(shfe + static_cast<uint32_t>(m_options.ineInstruments));
+    if (chosen < shfe) return Move(SHFE_2PS, static_cast<int32_t>(chosen));
+    return Move(INE_2PS, static_cast<int32_t>(chosen - shfe));
+}
+
+LiveUpdate Exchange::Move(EMDQPDataType feed, int32_t instNo) {
+    LiveUpdate update;
+    update.feed = feed;
+    update.instNo = instNo;
+    const auto index = static_cast<std::size_t>(instNo);
+    if (index >= FeedOf(feed).instruments.size()) return update;
+
+    Feed& moved = m_feeds[static_cast<std::size_t>(feed)];
+    const Instrument& instrument = moved.instruments[index];
+    Book& book = moved.books[index];
+    const uint32_t what = m_moves.Below(6);  // a third each: a trade, new quotes, both
+    AdvanceTime();
+    ++moved.packetNo;
+    Stamp(update, moved.truth[index].change_no + 1);
+    if (what < 4) {
+        Trade(instrument, book, m_moves);
+        TellDeal(book, update);
+    }
+    if (what >= 2) {
+        MoveQuotes(instrument, book, m_moves);
+        TellBook(book, update);
+    }
+    Apply(update, moved.truth[index]);
+    return update;
+}
+
+void Exchange::AdvanceTime() { m_timeMs = (m_timeMs + 1 + m_moves.Below(MAX_GAP_MS)) % DAY_MS; }
+
+void Exchange::Stamp(LiveUpdate& update, uint32_t changeNo) const {
+    update.changeNo = changeNo;
+    update.updateTime = m_timeMs / 1000;
+    update.updateMilliSec = static_cast<uint16_t>(m_timeMs % 1000);
+}
+
+}  // namespace exchange

@@ -1,0 +1,95 @@
+/// The synthetic exchanges: instruments, books that move, and the truth about them.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "common/FpgaStructCommon.h"
+#include "exchange/Book.h"
+#include "exchange/Instrument.h"
+#include "exchange/Random.h"
+#include "interface/VexaShfeMdStruct.h"
+
+namespace exchange {
+
+struct ExchangeOptions {
+    uint64_t seed = 1;
+    int32_t shfeInstruments = 600;  ///< at most 16384
+    int32_t ineInstruments = 200;   ///< at most 4096
+    int32_t shfeTopicId = 1000;
+    int32_t ineTopicId = 5000;
+    int32_t tradingDay = 20260430;  ///< yyyymmdd
+};
+
+/// What one multicast update tells the board: only what changed. The board lays it over its own table.
+struct LiveUpdate {
+    EMDQPDataType feed = SHFE_2PS;
+    int32_t instNo = 0;
+    uint32_t changeNo = 0;
+    uint32_t updateTime = 0;  ///< seconds since midnight
+    uint16_t updateMilliSec = 0;
+    bool hasDeal = false;  ///< last price, volume, turnover, open interest, high, low
+    int32_t lastPrice = 0;
+    uint32_t volume = 0;
+    int64_t turnover = 0;
+    int64_t openInterest = 0;
+    int32_t highPrice = 0;
+    int32_t lowPrice = 0;
+    bool hasBook = false;  ///< all ten levels, best first, and the order statistics
+    int32_t bidPrice[5] = {};
+    uint32_t bidVolume[5] = {};
+    int32_t askPrice[5] = {};
+    uint32_t askVolume[5] = {};
+    uint32_t totalBidVolume = 0;
+    int64_t totalBidAmount = 0;
+    uint32_t totalAskVolume = 0;
+    int64_t totalAskAmount = 0;
+};
+
+/// One whole run: not thread-safe, no clock, no other source of chance than the seed.
+class Exchange {
+public:
+    explicit Exchange(const ExchangeOptions& options);
+
+    const ExchangeOptions& Options() const { return m_options; }
+
+    /// SHFE_2PS and INE_2PS have instruments; the 4ps feeds have none.
+    const std::vector<Instrument>& Instruments(EMDQPDataType feed) const;
+
+    /// What an application must hold once it has received every update. The board's own facts (type, max_inst_no,
+    /// last_tick_flag, reverse) are zero here.
+    const VexaShfeMdType& Truth(EMDQPDataType feed, int32_t instNo) const;
+
+    /// Moves one instrument, chosen at random, and tells what changed.
+    LiveUpdate Next();
+
+    /// Moves this instrument. Nothing moves, and change number 0 comes back, where there is no such instrument.
+    LiveUpdate Move(EMDQPDataType feed, int32_t instNo);
+
+    /// The feed's snapshot as it stands now, as whole MDQP messages in order: the first one carries topic and packet
+    /// number, the last one closes the feed. With `isBookCrossed` one future's best bid stands above its best ask.
+    std::vector<std::vector<uint8_t>> SnapshotMessages(EMDQPDataType feed, bool isBookCrossed = false);
+
+private:
+    struct Feed {
+        int32_t topicId = 0;
+        std::vector<Instrument> instruments;
+        std::vector<Book> books;
+        std::vector<VexaShfeMdType> truth;
+        int32_t packetNo = 0;  ///< multicast packets so far
+        int32_t snapNo = 0;    ///< snapshots so far
+    };
+
+    void OpenFeed(EMDQPDataType feed, int32_t topicId, std::vector<Instrument> instruments);
+    const Feed& FeedOf(EMDQPDataType feed) const;
+    void AdvanceTime();
+    void Stamp(LiveUpdate& update, uint32_t changeNo) const;
+
+    ExchangeOptions m_options;
+    std::array<Feed, FEED_COUNT> m_feeds;
+    Random m_moves;
+    uint32_t m_timeMs;  ///< the exchange's own time since midnight
+};
+
+}  // namespace exchange

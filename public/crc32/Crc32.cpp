@@ -1,0 +1,91 @@
+#include "public/crc32/Crc32.h"
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+
+namespace {
+
+constexpr uint32_t POLYNOMIAL = 0x82F63B78U;  // Castagnoli, bits reflected
+constexpr std::size_t SLICES = 8;
+
+using Tables = std::array<std::array<uint32_t, 256>, SLICES>;
+
+// Table k advances a byte over k further zero bytes.
+constexpr Tables MakeTables() {
+    Tables tables{};
+    for (uint32_t byte = 0; byte < 256; ++byte) {
+        uint32_t crc = byte;
+        for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1U) != 0 ? POLYNOMIAL : 0);
+        tables[0][byte] = crc;
+    }
+    for (std::size_t slice = 1; slice < SLICES; ++slice) {
+        for (std::size_t byte = 0; byte < 256; ++byte) {
+            const uint32_t previous = tables[slice - 1][byte];
+            tables[slice][byte] = (previous >> 8) ^ tables[0][previous & 0xFFU];
+        }
+    }
+    return tables;
+}
+
+constexpr Tables TABLES = MakeTables();
+
+bool IsUsable(const uint8_t* data, int32_t length) { return data != nullptr && length >= 0; }
+
+uint32_t Bytes(uint32_t crc, const uint8_t* data, std::size_t length) {
+    for (std::size_t i = 0; i < length; ++i) crc = (crc >> 8) ^ TABLES[0][(crc ^ data[i]) & 0xFFU];
+    return crc;
+}
+
+uint32_t Load(const uint8_t* data) {
+    uint32_t word = 0;
+    std::memcpy(&word, data, sizeof word);
+    return word;
+}
+
+uint32_t FourBytes(uint32_t crc, const uint8_t* data) {
+    const uint32_t word = crc ^ Load(data);
+    return TABLES[3][word & 0xFFU] ^ TABLES[2][(word >> 8) & 0xFFU] ^ TABLES[1][(word >> 16) & 0xFFU] ^
+           TABLES[0][word >> 24];
+}
+
+uint32_t EightBytes(uint32_t crc, const uint8_t* data) {
+    const uint32_t low = crc ^ Load(data);
+    const uint32_t high = Load(data + 4);
+    return TABLES[7][low & 0xFFU] ^ TABLES[6][(low >> 8) & 0xFFU] ^ TABLES[5][(low >> 16) & 0xFFU] ^
+           TABLES[4][low >> 24] ^ TABLES[3][high & 0xFFU] ^ TABLES[2][(high >> 8) & 0xFFU] ^
+           TABLES[1][(high >> 16) & 0xFFU] ^ TABLES[0][high >> 24];
+}
+
+}  // namespace
+
+int32_t CCrc32::calculate_crc32c(uint32_t& crc, const uint8_t* data, int32_t length) {
+    return crc32c_sb8_64_bit(crc, data, length, 0);
+}
+
+int32_t CCrc32::singletable_crc32c(uint32_t& crc, const uint8_t* data, int32_t length) {
+    if (!IsUsable(data, length)) return -1;
+    crc = ~Bytes(~crc, data, static_cast<std::size_t>(length));
+    return 0;
+}
+
+int32_t CCrc32::multitable_crc32c(uint32_t& crc, const uint8_t* data, int32_t length) {
+    if (!IsUsable(data, length)) return -1;
+    auto left = static_cast<std::size_t>(length);
+    uint32_t state = ~crc;
+    for (; left >= 4; left -= 4, data += 4) state = FourBytes(state, data);
+    crc = ~Bytes(state, data, left);
+    return 0;
+}
+
+int32_t CCrc32::crc32c_sb8_64_bit(uint32_t& crc, const uint8_t* data, int32_t length, uint32_t align) {
+    if (!IsUsable(data, length)) return -1;
+    auto left = static_cast<std::size_t>(length);
+    const std::size_t head = align < left ? align : left;
+    uint32_t state = Bytes(~crc, data, head);
+    data += head;
+    left -= head;
+    for (; left >= 8; left -= 8, data += 8) state = EightBytes(state, data);
+    crc = ~Bytes(state, data, left);
+    return 0;
+}

@@ -1,0 +1,74 @@
+/// The log: one line is one formatted text and one write(2) on an append-only descriptor. No lock, no allocation.
+/// A log that cannot be written never stops the session: it is told once on standard error and lines are counted.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "public/log/LogLevel.h"
+
+/// Receives whole lines in place of the file (tests, tools). `line` has no line end and is valid during the call.
+class ILogSink {
+public:
+    virtual void OnLine(ELOGLEVEL level, const char* line, std::size_t length) = 0;
+    virtual ~ILogSink() = default;
+};
+
+class CCommonLog {
+public:
+    static constexpr std::size_t PATH_CAPACITY = 4096;
+    static constexpr int NO_FILE = -1;
+    static constexpr int STANDARD_ERROR = 2;
+
+    static CCommonLog& GetInstance();
+
+    /// Empty: standard error. A directory, or a text ending in "/": vexa_shfe_md_<yyyymmdd>.log in it. Any other text
+    /// is put before that name. Takes effect with the next line.
+    void SetLogPath(const char* path);
+
+    /// A mask of ELOGLEVEL bits.
+    void SetLogLevel(int32_t mask) { m_mask.store(mask, std::memory_order_relaxed); }
+
+    bool IsEnabled(ELOGLEVEL level) const { return (m_mask.load(std::memory_order_relaxed) & level) != 0; }
+
+    /// Tests the level before anything is formatted; cuts a text beyond the line's capacity.
+    void WriteLog(ELOGLEVEL level, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+    /// One finished text. Uses async-signal-safe calls only, so that a signal handler may log.
+    void WriteText(ELOGLEVEL level, const char* text, std::size_t length);
+
+    /// Lines that could not be written since the process began.
+    uint64_t DroppedLines() const { return m_dropped.load(std::memory_order_relaxed); }
+
+    /// Puts `sink` in place of the file; null goes back to the file. `sink` must outlive its use.
+    void SetSink(ILogSink* sink);
+
+    CCommonLog(const CCommonLog&) = delete;
+    CCommonLog& operator=(const CCommonLog&) = delete;
+
+private:
+    CCommonLog() = default;
+
+    void Emit(ELOGLEVEL level, const char* text, std::size_t length, bool mayOpen);
+    void Refresh(int64_t wallSeconds);
+    void OpenDay(int64_t day);
+    void TakeBack(int file, std::size_t written);
+    void TellOnce(const char* what, const char* file, int reason);
+    void Drop();
+
+    std::atomic<int32_t> m_mask{LOG_ERROR | LOG_WARNING | LOG_INFO | LOG_DEBUG};
+    std::atomic<uint64_t> m_dropped{0};
+    std::atomic<ILogSink*> m_sink{nullptr};
+
+    // The file, changed under m_isChanging alone. The descriptor keeps its number when the day changes, so that a
+    // line under way in a handler or another thread never meets a stranger's.
+    std::atomic_flag m_isChanging;
+    std::atomic<int> m_file{STANDARD_ERROR};
+    std::atomic<bool> m_isStale{true};    ///< the path was set, or nothing was opened yet
+    std::atomic<int64_t> m_refreshAt{0};  ///< wall seconds at which offset and day are looked up again
+    std::atomic<int64_t> m_utcOffset{0};  ///< seconds east
+    int64_t m_openDay = 0;                ///< local days since the epoch of the open file
+    std::atomic<bool> m_hasTold{false};   ///< of the file that does not open or does not take lines
+    char m_path[PATH_CAPACITY] = {};
+};

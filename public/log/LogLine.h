@@ -1,0 +1,28 @@
+/// The common shape of a log line: "[file:line][function]text".
+#pragma once
+
+#include <cstdarg>
+#include <cstdio>
+#include <string_view>
+
+#include "public/log/CommonLog.h"
+
+constexpr std::size_t LOG_TEXT_CAPACITY = 4096;
+
+constexpr const char* LogBaseName(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    return path.data() + (slash == std::string_view::npos ? 0 : slash + 1);
+}
+
+__attribute__((format(printf, 5, 6))) inline void WriteLogLine(ELOGLEVEL level, const char* file, int line,
+                                                               const char* function, const char* format, ...) {
+    if (!CCommonLog::GetInstance().IsEnabled(level)) return;
+    char text[LOG_TEXT_CAPACITY];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    CCommonLog::GetInstance().WriteLog(level, "[%s:%d][%s]%s", file, line, function, text);
+}
+
+#define VEXA_LOG(level, ...) WriteLogLine((level), LogBaseName(__FILE__), __LINE__, __func__, __VA_ARGS__)

@@ -1,0 +1,131 @@
+// Which board answers. Session thread, once in a process. In: VEXA_BOARD_PROVIDER. Out: a checked table of operations.
+// Without a word from the user nothing but the card's own provider is ever loaded.
+#include "public/reg/BoardProviderLoader.h"
+
+#include <dlfcn.h>
+#include <link.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "public/log/LogLine.h"
+
+namespace {
+
+constexpr const char* VARIABLE = "VEXA_BOARD_PROVIDER";
+constexpr const char* CARD_LIBRARY = "libvexa_board.so";
+constexpr const char* SOFTWARE_LIBRARY = "libvexa_software_board.so";
+
+BoardProviderChoice g_choice;
+
+/// A provider library of ours lies beside this library; elsewhere the loader's own search finds it.
+std::string BesideThisLibrary(const char* name) {
+    Dl_info here{};
+    if (dladdr(reinterpret_cast<const void*>(&LoadBoardProvider), &here) == 0 || here.dli_fname == nullptr) return "";
+    const std::string_view path = here.dli_fname;
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string_view::npos ? "" : std::string(path.substr(0, slash + 1)) + name;
+}
+
+/// The empty text would name the process itself.
+void* Open(const std::string& library) {
+    if (library.empty()) return nullptr;
+    return dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+}
+
+std::string PathOf(void* handle, const std::string& otherwise) {
+    link_map* map = nullptr;
+    if (dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0 || map == nullptr || map->l_name == nullptr) return otherwise;
+    // The loader keeps the path as it was looked for, which says little once the process has changed directory.
+    const std::unique_ptr<char, decltype(&std::free)> absolute(realpath(map->l_name, nullptr), &std::free);
+    return absolute == nullptr ? map->l_name : absolute.get();
+}
+
+const VexaBoardProvider* Ask(void* handle, const std::string& library) {
+    const auto entry = reinterpret_cast<VexaBoardProviderEntry>(dlsym(handle, VEXA_BOARD_PROVIDER_ENTRY));
+    if (entry == nullptr) {
+        VEXA_LOG(LOG_ERROR, "board provider %s has no function %s", library.c_str(), VEXA_BOARD_PROVIDER_ENTRY);
+        return nullptr;
+    }
+    const VexaBoardProvider* provider = entry();
+    const std::string fault = FaultOfBoardProvider(provider);
+    if (fault.empty()) return provider;
+    VEXA_LOG(LOG_ERROR, "board provider %s cannot be used: %s", library.c_str(), fault.c_str());
+    return nullptr;
+}
+
+/// What the variable names, as a library to load. Empty, with an error line, for an unknown name.
+std::string LibraryOf(const std::string& name) {
+    if (name.empty()) return CARD_LIBRARY;
+    if (name.find('/') != std::string::npos) return name;
+    if (name == "software") return SOFTWARE_LIBRARY;
+    VEXA_LOG(LOG_ERROR, "%s=%s: unknown board provider; known are \"software\" and the path of a shared object",
+             VARIABLE, name.c_str());
+    return "";
+}
+
+const VexaBoardProvider* Load(const std::string& name) {
+    const std::string library = LibraryOf(name);
+    if (library.empty()) return nullptr;
+    void* handle = nullptr;
+    if (library == SOFTWARE_LIBRARY) handle = Open(BesideThisLibrary(SOFTWARE_LIBRARY));
+    if (handle == nullptr) handle = Open(library);
+    if (handle == nullptr) {
+        const char* reason = dlerror();
+        VEXA_LOG(LOG_ERROR,
+                 "board provider %s cannot be loaded (%s); set %s to \"software\" or to the path of a provider",
+                 library.c_str(), reason == nullptr ? "no reason given" : reason, VARIABLE);
+        return nullptr;
+    }
+    const VexaBoardProvider* provider = Ask(handle, library);
+    if (provider == nullptr) {
+        dlclose(handle);
+        return nullptr;
+    }
+    VEXA_LOG(LOG_INFO, "board provider %s loaded from %s", provider->name, PathOf(handle, library).c_str());
+    return provider;
+}
+
+}  // namespace
+
+std::string FaultOfBoardProvider(const VexaBoardProvider* provider) {
+    if (provider == nullptr) return std::string(VEXA_BOARD_PROVIDER_ENTRY) + " gave no table";
+    if (provider->version != VEXA_BOARD_PROVIDER_VERSION) {
+        return "its version is " + std::to_string(provider->version) + ", this library needs " +
+               std::to_string(VEXA_BOARD_PROVIDER_VERSION);
+    }
+    if (provider->size < sizeof(VexaBoardProvider)) {
+        return "its table has " + std::to_string(provider->size) + " bytes, this library needs " +
+               std::to_string(sizeof(VexaBoardProvider));
+    }
+    const std::pair<const char*, bool> required[] = {
+        {"name", provider->name != nullptr},
+        {"open_registers", provider->open_registers != nullptr},
+        {"close_registers", provider->close_registers != nullptr},
+        {"write32", provider->write32 != nullptr},
+        {"read32", provider->read32 != nullptr},
+        {"read64", provider->read64 != nullptr},
+        {"open_stream", provider->open_stream != nullptr},
+        {"close_stream", provider->close_stream != nullptr},
+        {"receive", provider->receive != nullptr},
+    };
+    for (const auto& [entry, isThere] : required) {
+        if (!isThere) return std::string("its table has no ") + entry;
+    }
+    return "";
+}
+
+const BoardProviderChoice& LoadBoardProvider() {
+    if (g_choice.provider != nullptr) return g_choice;
+    // A process with raised privileges must not load code that its caller names.
+    const char* value = secure_getenv(VARIABLE);
+    const std::string text = value == nullptr ? "" : value;
+    const std::size_t colon = text.find(':');
+    g_choice.argument = colon == std::string::npos ? "" : text.substr(colon + 1);
+    g_choice.provider = Load(text.substr(0, colon));
+    return g_choice;
+}
+
+void UseBoardProvider(const VexaBoardProvider* provider, const char* argument) { g_choice = {provider, argument}; }

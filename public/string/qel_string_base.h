@@ -1,0 +1,211 @@
+/// CQelCharArray<N>: text of at most N - 1 characters inside exactly N bytes. Never allocates, cuts silently.
+/// CQELOptional<T>: a non-owning reference that may be empty.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+template <std::size_t N>
+class CQelCharArray {
+public:
+    using RawCharacterSequence = char[N];
+    using CQelArray = RawCharacterSequence&;
+
+    CQelCharArray() { Clear(); }
+
+    template <std::size_t M>
+    CQelCharArray(const char (&lit)[M]) {  // NOLINT(google-explicit-constructor): a literal is a text
+        _MyCopy(lit);
+    }
+
+    void Clear() { m_value[0] = '\0'; }
+    std::size_t Length() const { return strnlen(m_value, N); }
+    std::size_t Size() const { return N; }
+    const char* data() const { return m_value; }
+    operator const char*() const { return m_value; }  // NOLINT(google-explicit-constructor)
+
+    /// Null leaves the text as it is; a longer text is cut; the rest of the array is zero-filled.
+    CQelCharArray& UnSafeCopyFrom(const char* s) {
+        if (s != nullptr) {
+            const std::size_t length = strnlen(s, N - 1);
+            std::memmove(m_value, s, length);
+            std::memset(m_value + length, 0, N - length);
+        }
+        return *this;
+    }
+
+    template <std::size_t M>
+    CQelCharArray& _MyCopy(const char (&lit)[M]) {
+        static_assert(M <= N, "the literal must fit");
+        if (lit[0] == '\0') {
+            Clear();
+        } else {
+            std::memcpy(m_value, lit, M - 1);
+            m_value[M - 1] = '\0';
+        }
+        return *this;
+    }
+
+    template <std::size_t M>
+    CQelCharArray& CopyFrom(const char (&lit)[M]) {
+        return _MyCopy(lit);
+    }
+
+    template <std::size_t M>
+    CQelCharArray& CopyFrom(const CQelCharArray<M>& src) {
+        return CopyFrom(src, 0, M);
+    }
+
+    template <std::size_t M>
+    CQelCharArray& CopyFrom(const CQelCharArray<M>& src, std::size_t pos, std::size_t count) {
+        const std::size_t length = src.Length();
+        if (length <= pos) {
+            Clear();
+            return *this;
+        }
+        const std::size_t n = std::min(count, std::min(N - 1, length - pos));
+        std::memmove(m_value, src.data() + pos, n);
+        m_value[n] = '\0';
+        return *this;
+    }
+
+    CQelCharArray& Append(char c) {
+        const std::size_t length = Length();
+        if (length + 2 <= N) {
+            m_value[length] = c;
+            m_value[length + 1] = '\0';
+        }
+        return *this;
+    }
+
+    template <std::size_t M>
+    CQelCharArray& Append(const char (&lit)[M], std::size_t maxlen = M) {
+        const std::size_t length = Length();
+        const std::size_t wanted = strnlen(lit, std::min(maxlen, M));
+        if (wanted == 0 || length + 1 >= N) return *this;
+        const std::size_t n = std::min(wanted, N - length - 1);
+        std::memcpy(m_value + length, lit, n);
+        m_value[length + n] = '\0';
+        return *this;
+    }
+
+    CQelCharArray& Append(int32_t v) {
+        uint32_t magnitude = static_cast<uint32_t>(v);
+        if (v < 0) {
+            Append('-');
+            magnitude = 0U - magnitude;
+        }
+        ParseInt(magnitude, Length());
+        return *this;
+    }
+
+    /// Writes the decimal digits of `v` from index `pos` on. When they do not fit, the high digits are lost.
+    CQelCharArray& ParseInt(uint64_t v, std::size_t pos) {
+        if (pos >= N) return *this;
+        const int beforeFirst = _ParseIntRight(v, pos);
+        if (beforeFirst < static_cast<int>(pos)) return *this;
+        const std::size_t first = static_cast<std::size_t>(beforeFirst) + 1;
+        std::memmove(m_value + pos, m_value + first, N - first);
+        return *this;
+    }
+
+    /// Writes the digits against the end of the array, never below `pos`; returns the index before the first digit.
+    int _ParseIntRight(uint64_t v, std::size_t pos) {
+        m_value[N - 1] = '\0';
+        int i = static_cast<int>(N) - 2;
+        if (v == 0 && pos < N - 1) {
+            m_value[N - 2] = '0';
+            return static_cast<int>(N) - 3;
+        }
+        while (v != 0 && static_cast<int>(pos) <= i) {
+            m_value[i] = static_cast<char>('0' + v % 10);
+            v /= 10;
+            --i;
+        }
+        return i;
+    }
+
+    int32_t ToInt32() const { return static_cast<int32_t>(ToInt64()); }
+
+    /// 0 when equal. The sign is the reverse of strcmp's: 1 when `other` is the greater one.
+    template <std::size_t M>
+    int Comp(const CQelCharArray<M>& other) const {
+        for (std::size_t i = 0; i < std::min(M, N); ++i) {
+            const char mine = m_value[i];
+            const char theirs = other.data()[i];
+            if (mine != theirs) {
+                return static_cast<signed char>(theirs) > static_cast<signed char>(mine) ? 1 : -1;
+            }
+            if (theirs == '\0') return 0;
+        }
+        return 0;
+    }
+
+    template <std::size_t M>
+    int Comp(const char (&lit)[M]) const {
+        return Comp(BuffCast(lit));
+    }
+
+    /// Appends the pieces between the separators to `out`. A trailing separator makes no empty last piece.
+    template <std::size_t M>
+    void SplitByChar(std::vector<CQelCharArray<M>>& out, char sep) const {
+        const CQelCharArray copy = *this;
+        const std::size_t length = copy.Length();
+        std::size_t start = 0;
+        for (std::size_t i = 0; i < length; ++i) {
+            if (copy.m_value[i] != sep) continue;
+            out.emplace_back();
+            out.back().CopyFrom(copy, start, i - start);
+            start = i + 1;
+        }
+        if (length > start) {
+            out.emplace_back();
+            out.back().CopyFrom(copy, start, N);
+        }
+    }
+
+    template <std::size_t M>
+    static CQelCharArray<M>& BuffCast(char (&buf)[M]) {
+        return reinterpret_cast<CQelCharArray<M>&>(buf);
+    }
+
+    template <std::size_t M>
+    static const CQelCharArray<M>& BuffCast(const char (&buf)[M]) {
+        return reinterpret_cast<const CQelCharArray<M>&>(buf);
+    }
+
+    int64_t ToInt64() const {
+        const CQelCharArray<32> digits = Prefix();
+        return std::strtoll(digits.data(), nullptr, 10);
+    }
+
+private:
+    // A terminated copy: the array itself may be a view over a text without a terminator.
+    CQelCharArray<32> Prefix() const {
+        CQelCharArray<32> copy;
+        copy.CopyFrom(*this, 0, 31);
+        return copy;
+    }
+
+    RawCharacterSequence m_value;
+};
+
+template <typename T>
+class CQELOptional {
+public:
+    CQELOptional() = default;
+    explicit CQELOptional(T& object) : m_pointer(&object) {}
+
+    /// Sets `valid`; the result must not be used when it is false.
+    T& GetData(bool& valid) const {
+        valid = m_pointer != nullptr;
+        return *m_pointer;
+    }
+
+private:
+    T* m_pointer = nullptr;
+};

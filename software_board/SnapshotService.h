@@ -1,0 +1,51 @@
+/// The snapshot connections while the host keeps the snapshot phase open.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "exchange/Exchange.h"
+#include "exchange/SnapshotConnection.h"
+#include "software_board/SoftwareBoard.h"
+
+namespace software_board {
+
+class SnapshotService {
+public:
+    /// Where the host wants a feed's connection, as its registers say.
+    struct Request {
+        EMDQPDataType feed;
+        uint32_t hostIp;
+        uint16_t hostPort;
+    };
+
+    SnapshotService(const BoardOptions& options, exchange::Exchange& market, BoardStatistics& statistics);
+
+    void Open(std::vector<Request> requests);
+    void Close();
+
+    /// The next frame to arrive; false when nothing does.
+    bool NextFrame(std::vector<uint8_t>& frame);
+
+private:
+    struct Link {
+        exchange::SnapshotConnection connection;
+        uint32_t acknowledgements = 0;
+    };
+
+    void Connect();
+    exchange::Faults FaultsOf(std::size_t link, bool& isBookCrossed);
+
+    const BoardOptions& m_options;
+    exchange::Exchange& m_market;
+    BoardStatistics& m_statistics;
+    std::vector<Request> m_requests;
+    std::vector<Link> m_links;
+    std::size_t m_turn = 0;
+    uint32_t m_connects = 0;
+    uint32_t m_frames = 0;
+    std::vector<bool exchange::Faults::*> m_oneShots;  ///< still to happen, one to a connect
+};
+
+}  // namespace software_board

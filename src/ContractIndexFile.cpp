@@ -1,0 +1,104 @@
+// The day's instrument list as a text file, so that other processes and operators can map ids to instrument numbers.
+// Runs on the thread that starts or receives; a failure is a warning and the start goes on.
+// Invariant: the name lies in a directory that anyone may write to, so the file is written beside and renamed into
+// place, and what stands there already is replaced only where it is an ordinary file of our own.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "public/clock/Clock.h"
+#include "public/log/LogLine.h"
+#include "src/RegisterMap.h"
+#include "src/VexaShfeMdApiImpl.h"
+
+std::string CVexaShfeMdApiImpl::s_indexDirectory = "/tmp";
+
+namespace {
+
+constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
+constexpr int AFTERNOON_HOUR = 17;
+constexpr const char* HEADER =
+    "contract_no,contract_name,change_no,open_interest,last_price,turnover,volume,price_tick,codec_price,vol_multiple,"
+    "upper_limit_price,lower_limit_price\n";
+
+std::string IndexPath(const std::string& directory) {
+    std::tm local{};
+    CClock::LocalTime(CClock::WallNanoseconds() / NANOSECONDS_PER_SECOND, local);
+    char name[64];
+    std::snprintf(name, sizeof name, "/.shfe_%04d%02d%02d%s", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                  local.tm_hour < AFTERNOON_HOUR ? "_am" : "_pm");
+    return directory + name;
+}
+
+/// Nothing there, or an ordinary file of our own under one name.
+bool MayReplace(const std::string& path) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0) return errno == ENOENT;
+    return S_ISREG(status.st_mode) && status.st_nlink == 1 && status.st_uid == geteuid();
+}
+
+/// A text from the wire must neither end a line nor begin a column.
+std::string ColumnText(const SInstTableType& slot) {
+    std::string text(slot.inst_id, strnlen(slot.inst_id, sizeof slot.inst_id));
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c == ',' || std::isprint(c) == 0; }, '?');
+    return text;
+}
+
+void WriteSlots(std::FILE* file, const SInstTableType* table, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) {
+        const SInstTableType& slot = table[i];
+        std::fprintf(file, "%d,%s,%u,%" PRIu64 ",%d,%" PRIu64 ",%u,%d,%d,%u,%d,%d\n", static_cast<int32_t>(i),
+                     ColumnText(slot).c_str(), slot.change_no, uint64_t{slot.open_interest}, slot.last_price,
+                     uint64_t{slot.turnover}, slot.volume, slot.price_tick, slot.codec_price, slot.vol_multiple,
+                     slot.upper_limit_price, slot.lower_limit_price);
+    }
+}
+
+}  // namespace
+
+int32_t CVexaShfeMdApiImpl::_InstStaticInfoWriteFile() {
+    const std::string path = IndexPath(s_indexDirectory);
+    uint32_t shfeInstCount = 0;
+    uint32_t ineInstCount = 0;
+    m_drvRegEnyx.ReadRegister(reg::SHFE_INST_COUNT, shfeInstCount);
+    m_drvRegEnyx.ReadRegister(reg::INE_INST_COUNT, ineInstCount);
+    if (shfeInstCount == 0 && ineInstCount == 0) {
+        VEXA_LOG(LOG_WARNING, "shfeInstCount:%u, ineInstCount:%u, not write contract index file %s", shfeInstCount,
+                 ineInstCount, path.c_str());
+        return -1;
+    }
+    std::string beside = path + ".XXXXXX";
+    const int descriptor = MayReplace(path) ? mkostemp(beside.data(), O_CLOEXEC) : -1;
+    std::FILE* file = descriptor < 0 ? nullptr : fdopen(descriptor, "w");
+    if (file == nullptr) {
+        if (descriptor >= 0) close(descriptor);
+        VEXA_LOG(LOG_WARNING, "open contract index file failed %s", path.c_str());
+        return -1;
+    }
+    std::fputs(HEADER, file);
+    _WriteIndexOf(file, SHFE_2PS, SHFE_4PS, shfeInstCount);
+    _WriteIndexOf(file, INE_2PS, INE_4PS, ineInstCount);
+    const bool isWritten = std::ferror(file) == 0;
+    const bool isClosed = std::fclose(file) == 0;
+    if (isWritten && isClosed && MayReplace(path) && std::rename(beside.c_str(), path.c_str()) == 0) return 0;
+    unlink(beside.c_str());
+    VEXA_LOG(LOG_WARNING, "open contract index file failed %s", path.c_str());
+    return -1;
+}
+
+// The 4ps feed's table takes precedence where both have finished.
+void CVexaShfeMdApiImpl::_WriteIndexOf(std::FILE* file, EMDQPDataType feed2ps, EMDQPDataType feed4ps, uint32_t count) {
+    const bool has4ps = HasFeed(m_finishedMask, feed4ps);
+    if (!has4ps && !HasFeed(m_finishedMask, feed2ps)) return;
+    const EMDQPDataType feed = has4ps ? feed4ps : feed2ps;
+    WriteSlots(file, FeedTable(m_u50InstTable, feed), std::min(count, static_cast<uint32_t>(FeedCapacity(feed))));
+}

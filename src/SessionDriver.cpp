@@ -1,0 +1,205 @@
+// The session driver: start, receive step, stop, and the reset that ends a session.
+// Everything runs on the application's thread; the two flags alone are written from elsewhere.
+// Invariant: whatever the session touched (sessions, slots) is marked, so that a reset costs what was used and a
+// repeated one next to nothing.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+#include "public/log/LogLine.h"
+#include "src/RegisterMap.h"
+#include "src/VexaShfeMdApiImpl.h"
+
+CVexaShfeMdApiImpl::CVexaShfeMdApiImpl()
+    : m_drvRegEnyx(CDrvRegEnyx::GetInstance()),
+      m_writeDmaShot(CWriteShot::GetInstance()),
+      m_u50InstTable{},
+      m_sessions{},
+      m_dirtySessions{} {}
+
+CVexaShfeMdApiImpl::~CVexaShfeMdApiImpl() { _ResetSessions(); }
+
+// ---- starting -----------------------------------------------------------------------------------------------------
+
+int32_t CVexaShfeMdApiImpl::VexaStart(CVexaShfeMdSpi& spi, const char* lpConfig) {
+    if (lpConfig == nullptr) {
+        std::fputs("VexaStart error, lpConfig is nullptr", stdout);
+        std::fflush(stdout);
+        return -1;
+    }
+    m_isStopflag.store(false, std::memory_order_relaxed);
+    m_vexaShfeMdSpiOptional = CQELOptional<CVexaShfeMdSpi>(spi);
+    if (_Start(CALL_BACK, lpConfig) != 0) {
+        VEXA_LOG(LOG_ERROR, "_Init error");
+        return -2;
+    }
+    return 0;
+}
+
+int32_t CVexaShfeMdApiImpl::VexaStart(const char* lpConfig) {
+    if (lpConfig == nullptr) {
+        VEXA_LOG(LOG_ERROR, "lpConfig is nullptr");
+        return -1;
+    }
+    if (_Start(BUFF_FETCH, lpConfig) != 0) {
+        VEXA_LOG(LOG_ERROR, "_Init error");
+        return -2;
+    }
+    return 0;
+}
+
+int32_t CVexaShfeMdApiImpl::VexaRecvStart(CVexaShfeMdSpi& spi, const char* lpConfig) {
+    if (VexaStart(spi, lpConfig) != 0) return -1;
+    while (VexaRecv() != -1) {
+    }
+    return 0;
+}
+
+int32_t CVexaShfeMdApiImpl::_Start(EUserDataType delivery, const char* lpConfig) {
+    m_configFileName.UnSafeCopyFrom(lpConfig);
+    m_u50UserData.lpMdApi = this;
+    m_u50UserData.isQuote = false;
+    m_u50UserData.userDataType = delivery;
+    try {
+        return Init();
+    } catch (const std::exception& error) {
+        VEXA_LOG(LOG_ERROR, "start given up: %s", error.what());
+        return -1;
+    }
+}
+
+int32_t CVexaShfeMdApiImpl::Init() {
+    if (_ReadConfig() != 0) {
+        std::fputs("Init, _ReadConfig failed \n", stdout);
+        std::fflush(stdout);
+        return -2;
+    }
+    VEXA_LOG(LOG_INFO, "VEXA_U50_VERSION[%s]", VEXA_U50_VERSION.data());
+    InitSignal();
+    CCommonLog::GetInstance().SetLogLevel(m_u50ConfigInfo.log_level);
+    _BindCpu();
+
+    const auto bus = static_cast<uint16_t>(m_u50ConfigInfo.bus_id);
+    if (m_drvRegEnyx.Init(bus, reg::CORE_SELECTOR) != 0) {
+        VEXA_LOG(LOG_ERROR, "Reg Init failed");
+        return -4;
+    }
+    CQelCharArray<64> channelName("CUSTOM_CHAN");
+    channelName.Append(m_u50ConfigInfo.channel_id).Append("_DATA");
+    if (m_drvDMAEnyx.Init(bus, channelName) != 0) {
+        VEXA_LOG(LOG_ERROR, "DMA Init failed");
+        return -3;
+    }
+
+    CCommonLog::GetInstance().SetLogLevel(LOG_ALL);
+    uint32_t buildDate = 0;
+    uint32_t buildVersion = 0;
+    m_drvRegEnyx.ReadRegister(reg::BUILD_DATE, buildDate);
+    m_drvRegEnyx.ReadRegister(reg::BUILD_VERSION, buildVersion);
+    VEXA_LOG(LOG_INFO, "FPGA COMPILE_DATE[%08x] COMPILE_VER[%08x]", buildDate, buildVersion);
+    _ReadIdentity();
+    VEXA_LOG(LOG_INFO, "DNA [%08x:%08x:%08x] [%s]", m_u50Dna[0], m_u50Dna[1], m_u50Dna[2], m_u50MACAddr.data());
+    CCommonLog::GetInstance().SetLogLevel(m_u50ConfigInfo.log_level);
+
+    return _ChechAndVexaSubDmaUp();
+}
+
+// The board's MAC address is the first six bytes of its identity.
+void CVexaShfeMdApiImpl::_ReadIdentity() {
+    constexpr uint32_t registers[] = {reg::DNA_0, reg::DNA_1, reg::DNA_2};
+    for (std::size_t word = 0; word < std::size(registers); ++word) {
+        m_u50Dna[word] = 0;
+        m_drvRegEnyx.ReadRegister(registers[word], m_u50Dna[word]);
+    }
+    const uint64_t identity = (uint64_t{m_u50Dna[0]} << 32) | m_u50Dna[1];
+    char text[sizeof "00:00:00:00:00:00"];
+    const auto byte = [identity](int index) { return static_cast<unsigned int>((identity >> (56 - 8 * index)) & 0xFF); };
+    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", byte(0), byte(1), byte(2), byte(3), byte(4),
+                  byte(5));
+    m_u50MACAddr.UnSafeCopyFrom(text);
+}
+
+// ---- receiving ----------------------------------------------------------------------------------------------------
+
+int32_t CVexaShfeMdApiImpl::VexaRecv() {
+    if (!_PrepareStep()) [[unlikely]] return -1;
+    return _Receive();
+}
+
+int32_t CVexaShfeMdApiImpl::VexaRecv(VexaShfeMdType& md) {
+    if (!_PrepareStep()) [[unlikely]] return -1;
+    m_u50UserData.lpMdData = &md;
+    return _Receive();
+}
+
+int32_t CVexaShfeMdApiImpl::VexaStop() {
+    m_isStopflag.store(true, std::memory_order_relaxed);
+    return 0;
+}
+
+// False when the session has ended, or could not be rebuilt after a loss.
+inline bool CVexaShfeMdApiImpl::_PrepareStep() {
+    if (m_isExit.load(std::memory_order_relaxed) || m_isStopflag.load(std::memory_order_relaxed)) [[unlikely]] {
+        _Cleandata(*this);
+        return false;
+    }
+    if (m_u50ConfigInfo.channel_id == MANAGER_CHANNEL && !m_isAllInitFinished) [[unlikely]] return _Rebuild();
+    return true;
+}
+
+bool CVexaShfeMdApiImpl::_Rebuild() {
+    int32_t result = -1;
+    try {
+        // No checksum: what a start stored stays as it is.
+        result = _VexaSubDmaUp(0);
+    } catch (const std::exception& error) {
+        VEXA_LOG(LOG_ERROR, "rebuild given up: %s", error.what());
+    }
+    if (result != 0) WriteLogLine(LOG_ERROR, LogBaseName(__FILE__), __LINE__, "VexaRecv", "_VexaSubDmaUp is error");
+    return result == 0;
+}
+
+inline int32_t CVexaShfeMdApiImpl::_Receive() {
+    m_u50UserData.isQuote = false;
+    m_drvDMAEnyx.RecvOnce(_MdHandler, &m_u50UserData);
+    return m_u50UserData.isQuote ? 1 : 0;
+}
+
+// ---- clearing -----------------------------------------------------------------------------------------------------
+
+void CVexaShfeMdApiImpl::_Cleandata(CVexaShfeMdApiImpl& api) {
+    api._ResetSessions();
+    api.m_finishedMask.enabled_mask = 0;
+    api._ClearTables();
+    api.m_u50DstPort = U50DstPort();
+    api.m_u50InstCount = U50InstCount();
+    api.m_setPriceErrorInstId.clear();
+    api.m_isTcpInitFinished = false;
+}
+
+void CVexaShfeMdApiImpl::_ResetSessions() {
+    for (uint32_t i = 0; i < m_dirtySessionCount; ++i) {
+        ResetSession(m_sessions[m_dirtySessions[i]]);
+        m_isSessionDirty.reset(m_dirtySessions[i]);
+    }
+    m_dirtySessionCount = 0;
+}
+
+void CVexaShfeMdApiImpl::_ClearTables() {
+    for (const EMDQPDataType feed : ALL_FEEDS) {
+        const auto used = static_cast<std::size_t>(m_dirtySlots[feed]);
+        std::memset(FeedTable(m_u50InstTable, feed), 0, used * sizeof(SInstTableType));
+        m_dirtySlots[feed] = 0;
+    }
+}
+
+void CVexaShfeMdApiImpl::_MarkSession(uint16_t port) {
+    if (m_isSessionDirty.test(port)) return;
+    m_isSessionDirty.set(port);
+    m_dirtySessions[m_dirtySessionCount++] = port;
+}
+
+void CVexaShfeMdApiImpl::_MarkSlots(EMDQPDataType feed, int32_t usedSlots) {
+    m_dirtySlots[feed] = std::clamp(usedSlots, m_dirtySlots[feed], FeedCapacity(feed));
+}

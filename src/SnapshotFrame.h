@@ -1,0 +1,95 @@
+/// A checked view of one captured frame of a snapshot connection. Arriving frames and stored early ones are read by
+/// the same functions, so that no length is believed twice or believed anywhere else.
+///
+///     [ Ethernet 14 | IPv4 header | TCP header | payload ........ | padding of the link layer ]
+///                   '------------- total length ----------------'
+///     '------------------------- length, as captured ----------------------------------------'
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include "public/log/LogLine.h"
+
+/// Lines of the stages that a segment passes through name the handler that it came in by.
+#define SNAPSHOT_LOG(level, ...) WriteLogLine((level), LogBaseName(__FILE__), __LINE__, "_TcpHandler", __VA_ARGS__)
+
+struct SnapshotFrame {
+    const uint8_t* bytes = nullptr;  ///< from the Ethernet header on
+    uint32_t length = 0;             ///< as captured
+    uint32_t ipSrc = 0;              ///< network order, as received
+    uint32_t ipDst = 0;              ///< network order, as received
+    uint8_t protocol = 0;
+    uint16_t srcPort = 0;
+    uint16_t dstPort = 0;
+    uint32_t seq = 0;
+    uint8_t flags = 0;
+    uint16_t check = 0;  ///< as it lies in the header
+    const uint8_t* tcp = nullptr;
+    int32_t tcpLength = 0;  ///< header and payload, by what the IP header says
+    const uint8_t* payload = nullptr;
+    uint32_t payloadLength = 0;
+};
+
+namespace snapshot_frame {
+
+constexpr uint32_t ETHERNET_BYTES = 14;
+constexpr uint32_t IP_BYTES_MIN = 20;
+constexpr uint32_t TCP_BYTES_MIN = 20;
+constexpr uint32_t IP_PROTOCOL_OFFSET = ETHERNET_BYTES + 9;
+constexpr uint32_t TCP_CHECK_OFFSET = 16;
+constexpr uint8_t PROTOCOL_TCP = 6;
+constexpr uint8_t FLAG_RST = 0x04;
+constexpr uint8_t FLAG_ACK = 0x10;
+
+/// Headers begin at any offset, so nothing is read but by bytes or copies.
+template <class T>
+T Raw(const uint8_t* bytes) {
+    T value;
+    std::memcpy(&value, bytes, sizeof(value));
+    return value;
+}
+
+inline uint16_t Big16(const uint8_t* bytes) { return static_cast<uint16_t>((bytes[0] << 8) | bytes[1]); }
+inline uint32_t Big32(const uint8_t* bytes) { return (uint32_t{Big16(bytes)} << 16) | Big16(bytes + 2); }
+
+/// All but the payload. False when the headers do not fit what was captured; nothing beyond it is read.
+inline bool ReadHeaders(const uint8_t* bytes, uint32_t length, SnapshotFrame& frame) {
+    if (length < ETHERNET_BYTES + IP_BYTES_MIN) return false;
+    const uint8_t* ip = bytes + ETHERNET_BYTES;
+    const uint32_t ipHeaderBytes = (ip[0] & 0x0FU) * 4;
+    if (ipHeaderBytes < IP_BYTES_MIN || ETHERNET_BYTES + ipHeaderBytes + TCP_BYTES_MIN > length) return false;
+    frame.bytes = bytes;
+    frame.length = length;
+    frame.tcpLength = static_cast<int32_t>(Big16(ip + 2)) - static_cast<int32_t>(ipHeaderBytes);
+    frame.protocol = ip[9];
+    frame.ipSrc = Raw<uint32_t>(ip + 12);
+    frame.ipDst = Raw<uint32_t>(ip + 16);
+
+    const uint8_t* tcp = ip + ipHeaderBytes;
+    frame.tcp = tcp;
+    frame.srcPort = Big16(tcp);
+    frame.dstPort = Big16(tcp + 2);
+    frame.seq = Big32(tcp + 4);
+    frame.flags = tcp[13];
+    frame.check = Raw<uint16_t>(tcp + TCP_CHECK_OFFSET);
+    return true;
+}
+
+/// Whether the IP header's total length stays within what was captured and leaves room for a TCP header.
+inline bool IsTcpCaptured(const SnapshotFrame& frame) {
+    const auto captured = static_cast<int32_t>(frame.length - (frame.tcp - frame.bytes));
+    return frame.tcpLength >= static_cast<int32_t>(TCP_BYTES_MIN) && frame.tcpLength <= captured;
+}
+
+/// Needs a captured TCP part. False when the TCP header is too short or runs beyond the total length.
+inline bool ReadPayload(SnapshotFrame& frame) {
+    const uint32_t headerBytes = (frame.tcp[12] >> 4U) * 4U;
+    const auto tcpLength = static_cast<uint32_t>(frame.tcpLength);
+    if (headerBytes < TCP_BYTES_MIN || headerBytes > tcpLength) return false;
+    frame.payload = frame.tcp + headerBytes;
+    frame.payloadLength = tcpLength - headerBytes;
+    return true;
+}
+
+}  // namespace snapshot_frame

@@ -1,0 +1,119 @@
+// Which user channel wants which instrument: one bit per channel in each slot's control word on the board.
+// Runs on the thread that starts or receives, after the tables are on the board. Host slots serve as the buffer.
+// Invariant: an instrument that failed the price check is never subscribed; no slot outside a table is touched.
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "public/log/LogLine.h"
+#include "src/BoardTable.h"
+#include "src/VexaShfeMdApiImpl.h"
+
+namespace {
+
+constexpr std::size_t PRODUCT_LENGTH = 2;  // "cu"
+constexpr std::size_t FUTURE_LENGTH = 6;   // "cu2612"; longer ids are options
+
+std::string_view InstId(const SInstTableType& slot) {
+    return {slot.inst_id, strnlen(slot.inst_id, sizeof slot.inst_id)};
+}
+
+/// Products and futures select by prefix; any other entry is a whole id and selects that instrument, option or not.
+bool IsSelected(const U50ChannelInfo& channel, std::string_view id, std::string_view entry) {
+    const bool isPrefix = entry.size() == PRODUCT_LENGTH || entry.size() == FUTURE_LENGTH;
+    if (!channel.recvall && !isPrefix) return id == entry;
+    const bool isCandidate = channel.recvall || id.substr(0, entry.size()) == entry;
+    return isCandidate && (id.size() <= FUTURE_LENGTH || channel.options);
+}
+
+}  // namespace
+
+int32_t CVexaShfeMdApiImpl::_ContractSubscribeManager(int32_t channel) {
+    uint32_t shfeInstCount = 0;
+    uint32_t ineInstCount = 0;
+    m_drvRegEnyx.ReadRegister(reg::SHFE_INST_COUNT, shfeInstCount);
+    m_drvRegEnyx.ReadRegister(reg::INE_INST_COUNT, ineInstCount);
+    if (shfeInstCount > SHFE_INST_CAPACITY) {
+        VEXA_LOG(LOG_INFO, "if shfeInstCount > %d, set shfeInstCount = %d.", SHFE_INST_CAPACITY, SHFE_INST_CAPACITY);
+        shfeInstCount = SHFE_INST_CAPACITY;
+    }
+    if (ineInstCount > INE_INST_CAPACITY) {
+        VEXA_LOG(LOG_INFO, "if ineInstCount > %d, set ineInstCount = %d.", INE_INST_CAPACITY, INE_INST_CAPACITY);
+        ineInstCount = INE_INST_CAPACITY;
+    }
+    const auto countOf = [&](EMDQPDataType feed) {
+        return static_cast<int32_t>(FeedCapacity(feed) == SHFE_INST_CAPACITY ? shfeInstCount : ineInstCount);
+    };
+    for (const EMDQPDataType feed : ALL_FEEDS) {
+        const reg::TablePort& port = reg::FEEDS[static_cast<std::size_t>(feed)].table;
+        _ContractUnsubscribe(FeedTable(m_u50InstTable, feed), port.readAddr, port.readData, port.writeAddr,
+                             port.writeData, countOf(feed), channel);
+    }
+    std::vector<CInstrumentType> entries;
+    m_u50ConfigInfo.channelInfo[channel].insts.SplitByChar(entries, ',');
+    for (CInstrumentType& entry : entries) {
+        VEXA_LOG(LOG_INFO, "shfeInstCount[%u] ineInstCount[%u] listen_insts[%s]", shfeInstCount, ineInstCount,
+                 entry.data());
+        _SubscribePair(SHFE_2PS, SHFE_4PS, countOf(SHFE_2PS), channel, entry);
+        _SubscribePair(INE_2PS, INE_4PS, countOf(INE_2PS), channel, entry);
+    }
+    return 0;
+}
+
+// The two feeds of one exchange, slot by slot in turn.
+void CVexaShfeMdApiImpl::_SubscribePair(EMDQPDataType feed2ps, EMDQPDataType feed4ps, int32_t count, int32_t channel,
+                                        CInstrumentType& entry) {
+    for (int32_t instNo = 0; instNo < count; ++instNo) {
+        for (const EMDQPDataType feed : {feed2ps, feed4ps}) {
+            const reg::TablePort& port = reg::FEEDS[static_cast<std::size_t>(feed)].table;
+            _ContractSubscribe(FeedTable(m_u50InstTable, feed), HasFeed(m_u50ConfigInfo.enabled_mask, feed),
+                               port.readAddr, port.readData, port.writeAddr, port.writeData, instNo, channel, entry);
+        }
+    }
+}
+
+int32_t CVexaShfeMdApiImpl::_ContractUnsubscribe(SInstTableType* table, uint32_t readAddrReg, uint32_t readDataReg,
+                                                 uint32_t writeAddrReg, uint32_t writeDataReg, int32_t count,
+                                                 int32_t channel) {
+    const reg::TablePort port{writeAddrReg, writeDataReg, readAddrReg, readDataReg};
+    for (const EMDQPDataType feed : ALL_FEEDS) {
+        if (FeedTable(m_u50InstTable, feed) == table) _MarkSlots(feed, count);
+    }
+    for (int32_t i = 0; i < count; ++i) {
+        const uint32_t first = static_cast<uint32_t>(i) * WORDS_PER_SLOT;
+        uint32_t words[WORDS_PER_SLOT] = {};
+        for (uint32_t word = 0; word < WORDS_PER_SLOT; ++word) {
+            board_table::ReadWord(m_drvRegEnyx, port, first + word, words[word]);
+        }
+        std::memcpy(&table[i], words, sizeof words);
+        const uint32_t config = table[i].config & ~(uint32_t{1} << channel);
+        m_drvRegEnyx.WriteRegister(writeDataReg, config);
+        // A slot that no channel wants any more is switched off entirely.
+        if (config == SLOT_IN_USE) m_drvRegEnyx.WriteRegister(writeDataReg, 0);
+        m_drvRegEnyx.WriteRegister(writeAddrReg, first);
+    }
+    return 0;
+}
+
+int32_t CVexaShfeMdApiImpl::_ContractSubscribe(SInstTableType* table, bool enabled, uint32_t readAddrReg,
+                                               uint32_t readDataReg, uint32_t writeAddrReg, uint32_t writeDataReg,
+                                               int32_t instNo, int32_t channel, CInstrumentType& entry) {
+    if (!enabled || instNo < 0) return 0;
+    SInstTableType& slot = table[instNo];
+    const std::string id(InstId(slot));
+    if (m_setPriceErrorInstId.count(id) != 0) return 0;
+    if (!IsSelected(m_u50ConfigInfo.channelInfo[channel], id, {entry.data(), entry.Length()})) return 0;
+
+    const reg::TablePort port{writeAddrReg, writeDataReg, readAddrReg, readDataReg};
+    const uint32_t word = static_cast<uint32_t>(instNo) * WORDS_PER_SLOT;
+    uint32_t config = slot.config;
+    board_table::ReadWord(m_drvRegEnyx, port, word, config);
+    config = isShfeTasInst(id) ? config | SLOT_TAS : config & ~SLOT_TAS;
+    config |= SLOT_IN_USE | (uint32_t{1} << channel);
+    VEXA_LOG(LOG_DEBUG, "subscribe %s %d %u", id.c_str(), static_cast<int32_t>(word), config);
+    board_table::WriteWord(m_drvRegEnyx, port, word, config);
+    board_table::ReadWord(m_drvRegEnyx, port, word, config);
+    slot.config = config;
+    VEXA_LOG(LOG_DEBUG, "subscribe %s %d %u", id.c_str(), static_cast<int32_t>(word), config);
+    return 0;
+}

@@ -1,0 +1,56 @@
+/// A board that does nothing but remember: every register access in order, answers from a table, messages from a queue.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "public/reg/BoardProvider.h"
+
+struct Access {
+    enum Kind { Write, Read32, Read64 } kind;
+    uint32_t index;
+    uint64_t value;
+    bool operator==(const Access&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& out, const Access& access);
+
+inline Access W(uint32_t index, uint64_t value) { return {Access::Write, index, value}; }
+inline Access R(uint32_t index, uint64_t value = 0) { return {Access::Read32, index, value}; }
+inline Access R64(uint32_t index, uint64_t value = 0) { return {Access::Read64, index, value}; }
+
+/// Puts itself in place as the process's provider for its lifetime. One at a time.
+class RecordingBoard {
+public:
+    RecordingBoard();
+    ~RecordingBoard();
+
+    std::vector<Access> accesses;                ///< in order
+    std::map<uint32_t, uint64_t> answers;        ///< what reads give; 0 when absent
+    std::deque<std::vector<uint8_t>> messages;   ///< one is handed over per poll
+    uint64_t polls = 0;
+    int openRegisters = 0;                       ///< handles open now
+    int openStreams = 0;
+    std::string streamName;                      ///< of the last open_stream
+    uint16_t bus = 0;                            ///< of the last open_registers
+    uint16_t core = 0;
+    int32_t registersResult = 0;                 ///< what open_registers gives
+    int32_t streamResult = 0;                    ///< what open_stream gives
+
+    /// Called on every poll before a message is handed over.
+    std::function<void(RecordingBoard&)> onPoll;
+    /// Called on every read, may answer it: return true and set the value.
+    std::function<bool(uint32_t index, uint64_t& value)> onRead;
+
+    std::vector<Access> Writes() const;
+    std::vector<Access> AccessesTo(uint32_t first, uint32_t last) const;
+    void Forget() { accesses.clear(); }
+
+    RecordingBoard(const RecordingBoard&) = delete;
+    RecordingBoard& operator=(const RecordingBoard&) = delete;
+};

@@ -1,0 +1,92 @@
+#include "tests/support/SessionWorld.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+#include "public/reg/BoardProviderLoader.h"
+
+namespace {
+constexpr int EMPTY_STEPS_MAX = 20000;
+constexpr uint32_t CONFIGURED_MAX_INST_NO[] = {81000, 81101, 85000, 85101};
+}  // namespace
+
+SessionWorld::SessionWorld(const software_board::BoardOptions& options) : board(options), api(MakeApi()) {
+    std::string name = (std::filesystem::temp_directory_path() / "vexa-session-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) std::abort();
+    m_directory = name;
+    software_board::InstallBoard(0, &board);
+    UseBoardProvider(&software_board::Provider());
+}
+
+SessionWorld::~SessionWorld() {
+    api.reset();
+    CDrvRegEnyx::GetInstance().Destory();
+    UseBoardProvider(nullptr);
+    software_board::InstallBoard(0, nullptr);
+    std::error_code ignored;
+    std::filesystem::remove_all(m_directory, ignored);
+}
+
+std::string SessionWorld::ConfigPath() {
+    const std::filesystem::path file = m_directory / "session.ini";
+    std::ofstream(file) << "[config]\ndevice=xilinx0:0\nlog_level=7\n"
+                        << "log_path=" << m_directory.string() << "/\n"
+                        << "SRCIP=10.20.0.2\nSRCPORT=40000\n"
+                        << configKeys << channelSections;
+    return file.string();
+}
+
+int32_t SessionWorld::Start(Delivery delivery) {
+    m_delivery = delivery;
+    const std::string path = ConfigPath();
+    return delivery == Delivery::Callback ? api->VexaStart(*this, path.c_str()) : api->VexaStart(path.c_str());
+}
+
+int32_t SessionWorld::Step() {
+    if (m_delivery == Delivery::Callback) return api->VexaRecv();
+    const int32_t result = api->VexaRecv(m_record);
+    if (result == 1) Remember(m_record);
+    return result;
+}
+
+bool SessionWorld::Receive(uint64_t wanted) {
+    const uint64_t target = updates + wanted;
+    for (int empty = 0; updates < target && empty < EMPTY_STEPS_MAX;) {
+        const int32_t result = Step();
+        if (result == -1) return false;
+        empty = result == 1 ? 0 : empty + 1;
+    }
+    return updates >= target;
+}
+
+bool SessionWorld::ReceiveTheRest() {
+    board.FinishAfterOneMoreOfEach();
+    for (int empty = 0; empty < EMPTY_STEPS_MAX;) {
+        const int32_t result = Step();
+        if (result == -1) return false;
+        if (result == 0 && board.IsDrained()) return true;
+        empty = result == 1 ? 0 : empty + 1;
+    }
+    return false;
+}
+
+std::vector<std::string> SessionWorld::DifferencesFromTruth(const std::vector<EMDQPDataType>& feeds) {
+    std::vector<std::string> different;
+    for (const EMDQPDataType feed : feeds) {
+        for (const exchange::Instrument& instrument : board.Market().Instruments(feed)) {
+            VexaShfeMdType expected = board.Market().Truth(feed, instrument.instNo);
+            expected.max_inst_no = CONFIGURED_MAX_INST_NO[feed];
+            const auto found = last.find(instrument.id);
+            if (found == last.end() || std::memcmp(&found->second, &expected, sizeof expected) != 0) {
+                different.push_back(instrument.id);
+            }
+        }
+    }
+    return different;
+}
+
+void SessionWorld::Remember(const VexaShfeMdType& md) {
+    last[std::string(md.inst_id, strnlen(md.inst_id, sizeof md.inst_id))] = md;
+    ++updates;
+}

@@ -1,0 +1,367 @@
+#include "public/log/CommonLog.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "public/log/LogFile.h"
+#include "public/log/LogLine.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/VirtualClock.h"
+
+namespace fs = std::filesystem;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+
+namespace {
+
+constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
+constexpr int64_t SECONDS_PER_DAY = 86400;
+
+CCommonLog& Log() { return CCommonLog::GetInstance(); }
+
+/// Writes beyond this size of any file fail for its lifetime.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit{bytes, m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &m_before); }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit m_before{};
+};
+
+class CommonLog : public testing::Test {
+protected:
+    CommonLog() {
+        setenv("TZ", "UTC", 1);
+        tzset();
+        std::string pattern = (fs::temp_directory_path() / "vexa_log_XXXXXX").string();
+        directory = mkdtemp(pattern.data());
+        clock.step = 0;
+        clock.wall = 1'777'541'400 * NANOSECONDS_PER_SECOND + 123'456'789;  // 2026-04-30 09:30:00.123456789
+    }
+    ~CommonLog() override {
+        Log().SetLogPath("");
+        Log().SetLogLevel(LOG_ERROR | LOG_WARNING | LOG_INFO | LOG_DEBUG);
+        Log().WriteLog(LOG_DEBUG, "end of test");
+        fs::remove_all(directory);
+    }
+
+    fs::path Today() const { return directory / "vexa_shfe_md_20260430.log"; }
+
+    static std::string Content(const fs::path& file) {
+        std::ifstream in(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    /// What standard error says about opening a log at `path`, and that a line to it is counted as dropped.
+    std::string Refusal(const std::string& path) {
+        const uint64_t before = Log().DroppedLines();
+        testing::internal::CaptureStderr();
+        Log().SetLogPath(path.c_str());
+        Log().WriteLog(LOG_INFO, "first");
+        Log().WriteLog(LOG_INFO, "second");
+        const std::string said = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(Log().DroppedLines() - before, 2U);
+        EXPECT_EQ(said.find("cannot be opened"), said.rfind("cannot be opened")) << "told once";
+        return said;
+    }
+
+    VirtualClock clock;
+    fs::path directory;
+};
+
+class LogLevels : public CommonLog, public testing::WithParamInterface<std::pair<ELOGLEVEL, const char*>> {};
+
+}  // namespace
+
+TEST_F(CommonLog, PutsTimeWithMicrosecondsAndLevelInFrontOfALine) {
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(LOG_INFO, "[a.cpp:%d][Init]text", 7);
+    EXPECT_EQ(Content(Today()), "2026-04-30 09:30:00.123456 [INFO] [a.cpp:7][Init]text\n");
+}
+
+TEST_P(LogLevels, AreNamedInTheLine) {
+    Log().SetLogLevel(LOG_ALL);
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(GetParam().first, "x");
+    EXPECT_THAT(Content(Today()), EndsWith(std::string(" [") + GetParam().second + "] x\n"));
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryLevel, LogLevels,
+                         testing::Values(std::pair{LOG_ERROR, "ERROR"}, std::pair{LOG_WARNING, "WARNING"},
+                                         std::pair{LOG_INFO, "INFO"}, std::pair{LOG_DEBUG, "DEBUG"},
+                                         std::pair{LOG_DEBUG_EX, "TRACE"}));
+
+TEST_F(CommonLog, TimeIsLocal) {
+    setenv("TZ", "CST-8", 1);
+    tzset();
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(LOG_INFO, "x");
+    EXPECT_THAT(Content(Today()), testing::StartsWith("2026-04-30 17:30:00.123456 "));
+}
+
+TEST_F(CommonLog, EmptyPathWritesToStandardError) {
+    testing::internal::CaptureStderr();
+    Log().SetLogPath("");
+    Log().WriteLog(LOG_WARNING, "to the terminal");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "2026-04-30 09:30:00.123456 [WARNING] to the terminal\n");
+}
+
+TEST_F(CommonLog, NullPathIsTheEmptyPath) {
+    testing::internal::CaptureStderr();
+    Log().SetLogPath(nullptr);
+    Log().WriteLog(LOG_INFO, "x");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith("x\n"));
+}
+
+TEST_F(CommonLog, TextEndingInASlashIsADirectory) {
+    Log().SetLogPath((directory.string() + "/").c_str());
+    Log().WriteLog(LOG_INFO, "x");
+    EXPECT_TRUE(fs::exists(Today()));
+}
+
+TEST_F(CommonLog, OtherTextIsPutBeforeTheName) {
+    Log().SetLogPath((directory / "desk7_").c_str());
+    Log().WriteLog(LOG_INFO, "x");
+    EXPECT_TRUE(fs::exists(directory / "desk7_vexa_shfe_md_20260430.log"));
+}
+
+TEST_F(CommonLog, AppendsToTheFileOfTheDay) {
+    std::ofstream(Today()) << "before\n";
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(LOG_INFO, "x");
+    EXPECT_THAT(Content(Today()), MatchesRegex("before\n2026.*x\n"));
+}
+
+TEST_F(CommonLog, DayChangeOpensTheNextFile) {
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(LOG_INFO, "today");
+    clock.Advance(SECONDS_PER_DAY * NANOSECONDS_PER_SECOND);
+    Log().WriteLog(LOG_INFO, "tomorrow");
+    EXPECT_THAT(Content(Today()), EndsWith("today\n"));
+    EXPECT_THAT(Content(directory / "vexa_shfe_md_20260501.log"), EndsWith("tomorrow\n"));
+}
+
+TEST_F(CommonLog, DayChangeAtAQuarterOfAnHourIsSeenAtOnce) {
+    setenv("TZ", "NPT-5:45", 1);  // midnight is at 18:15 UTC
+    tzset();
+    clock.wall = 1'777'572'899 * NANOSECONDS_PER_SECOND;  // 18:14:59 UTC
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(LOG_INFO, "last");
+    clock.Advance(NANOSECONDS_PER_SECOND);
+    Log().WriteLog(LOG_INFO, "first");
+    EXPECT_EQ(Content(directory / "vexa_shfe_md_20260501.log"), "2026-05-01 00:00:00.000000 [INFO] first\n");
+}
+
+TEST_F(CommonLog, LevelOutsideTheMaskWritesNothing) {
+    Log().SetLogPath(directory.c_str());
+    Log().SetLogLevel(LOG_ERROR | LOG_INFO);
+    Log().WriteLog(LOG_WARNING, "unseen");
+    Log().WriteLog(LOG_INFO, "seen");
+    EXPECT_THAT(Content(Today()), Not(HasSubstr("unseen")));
+    EXPECT_THAT(Content(Today()), HasSubstr("seen"));
+}
+
+TEST_F(CommonLog, LevelOutsideTheMaskFormatsNothing) {
+    Log().SetLogLevel(LOG_ERROR);
+    int formatted = 0;
+    Log().WriteLog(LOG_INFO, "text%n", &formatted);
+    VEXA_LOG(LOG_INFO, "text%n", &formatted);
+    EXPECT_EQ(formatted, 0);
+}
+
+TEST_F(CommonLog, FormatCharactersInAnArgumentStayText) {
+    Log().SetLogPath(directory.c_str());
+    VEXA_LOG(LOG_INFO, "%s", "%n%s%x");
+    EXPECT_THAT(Content(Today()), EndsWith("]%n%s%x\n"));
+}
+
+TEST_F(CommonLog, ControlBytesDoNotReachTheFile) {
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(LOG_INFO, "%s", "one\ntwo\x1b[2J\x7f");
+    EXPECT_THAT(Content(Today()), EndsWith("] one?two?[2J?\n"));
+}
+
+TEST_F(CommonLog, TooLongTextIsCutAndStaysOneLine) {
+    Log().SetLogPath(directory.c_str());
+    VEXA_LOG(LOG_INFO, "%s", std::string(20'000, 'x').c_str());
+    const std::string content = Content(Today());
+    EXPECT_EQ(std::count(content.begin(), content.end(), 'x'), static_cast<long>(LOG_TEXT_CAPACITY) - 1);
+    EXPECT_THAT(content, EndsWith("x\n"));
+}
+
+TEST_F(CommonLog, FinishedTextBeyondTheCapacityIsCut) {
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(LOG_INFO, "opens the file");
+    const std::string text(100'000, 'y');
+    Log().WriteText(LOG_ERROR, text.data(), text.size());
+    EXPECT_LT(fs::file_size(Today()), 5'000U);
+}
+
+TEST_F(CommonLog, FinishedTextGoesToTheOpenFile) {
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(LOG_INFO, "opens the file");
+    Log().WriteText(LOG_ERROR, "signal", 6);
+    EXPECT_THAT(Content(Today()), EndsWith(" [ERROR] signal\n"));
+}
+
+TEST_F(CommonLog, FinishedTextNeverOpensAFile) {
+    testing::internal::CaptureStderr();
+    Log().SetLogPath(directory.c_str());
+    Log().WriteText(LOG_ERROR, "signal", 6);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(" [ERROR] signal\n"));
+    EXPECT_TRUE(fs::is_empty(directory));
+}
+
+TEST_F(CommonLog, SinkGetsTheTextWithoutTimeAndLevel) {
+    LogCapture capture;
+    VEXA_LOG(LOG_WARNING, "value %d", 5);
+    ASSERT_EQ(capture.lines.size(), 1U);
+    EXPECT_EQ(capture.lines[0].level, LOG_WARNING);
+    EXPECT_THAT(capture.lines[0].whole, MatchesRegex("\\[common_log_test.cpp:[0-9]+\\]\\[TestBody\\]value 5"));
+}
+
+TEST_F(CommonLog, FileIsOwnerOnlyWhateverTheUmask) {
+    for (const mode_t mask : {mode_t{0}, mode_t{0777}}) {
+        const fs::path place = directory / std::to_string(mask);
+        fs::create_directory(place);
+        const mode_t before = umask(mask);
+        Log().SetLogPath(place.c_str());
+        Log().WriteLog(LOG_INFO, "x");
+        umask(before);
+        EXPECT_EQ(fs::status(place / "vexa_shfe_md_20260430.log").permissions(),
+                  fs::perms::owner_read | fs::perms::owner_write);
+    }
+}
+
+TEST_F(CommonLog, MissingDirectoryIsToldOnce) {
+    EXPECT_THAT(Refusal(directory.string() + "/missing/"), HasSubstr("No such file or directory"));
+}
+
+TEST_F(CommonLog, PathOfFiveThousandCharactersIsToldOnce) {
+    EXPECT_THAT(Refusal(std::string(5'000, 'p')), HasSubstr("File name too long"));
+}
+
+TEST_F(CommonLog, SymbolicLinkIsRefusedAndItsTargetUntouched) {
+    const fs::path target = directory / "target";
+    std::ofstream(target) << "precious";
+    fs::create_symlink(target, Today());
+    EXPECT_THAT(Refusal(directory), HasSubstr("cannot be opened"));
+    EXPECT_EQ(Content(target), "precious");
+}
+
+TEST_F(CommonLog, HardLinkIsRefusedAndItsTargetUntouched) {
+    const fs::path target = directory / "target";
+    std::ofstream(target) << "precious";
+    fs::create_hard_link(target, Today());
+    EXPECT_THAT(Refusal(directory), HasSubstr("cannot be opened"));
+    EXPECT_EQ(Content(target), "precious");
+}
+
+TEST_F(CommonLog, FifoIsRefusedWithoutWaiting) {
+    ASSERT_EQ(mkfifo(Today().c_str(), 0600), 0);
+    EXPECT_THAT(Refusal(directory), HasSubstr("cannot be opened"));
+}
+
+TEST_F(CommonLog, DirectoryInPlaceOfTheFileIsRefused) {
+    fs::create_directory(Today());
+    EXPECT_THAT(Refusal(directory), HasSubstr("Is a directory"));
+}
+
+TEST_F(CommonLog, DeviceIsRefused) {
+    errno = 0;
+    EXPECT_EQ(log_file::OpenAppend("/dev/null", false), -1);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST_F(CommonLog, GoodPathAfterABadOneIsUsed) {
+    Refusal(directory.string() + "/missing/");
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(LOG_INFO, "back");
+    EXPECT_THAT(Content(Today()), EndsWith("back\n"));
+}
+
+TEST_F(CommonLog, FullFileKeepsWholeLinesIsToldOnceAndResumes) {
+    Log().SetLogPath(directory.c_str());
+    for (int i = 0; i < 100; ++i) Log().WriteLog(LOG_INFO, "a line that fits, number %02d", i);
+    const std::string whole = Content(Today());
+    const uint64_t before = Log().DroppedLines();
+    testing::internal::CaptureStderr();
+    {
+        const FileSizeLimit limit(whole.size() + 10);
+        Log().WriteLog(LOG_INFO, "a line that does not fit");
+        Log().WriteLog(LOG_INFO, "another");
+    }
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_THAT(said, HasSubstr("cannot be written"));
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1);
+    EXPECT_EQ(Log().DroppedLines() - before, 2U);
+    EXPECT_EQ(Content(Today()), whole);
+    Log().WriteLog(LOG_INFO, "resumed");
+    EXPECT_THAT(Content(Today()), MatchesRegex("(.|\n)*number 99\n2026[^\n]*resumed\n"));
+}
+
+TEST_F(CommonLog, FullDeviceFailsTheWrite) {
+    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    ASSERT_GE(full, 0);
+    EXPECT_EQ(log_file::WriteWhole(full, "abc", 3), 0U);
+    close(full);
+}
+
+TEST_F(CommonLog, DeletedFileGoesOnTakingLines) {
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(LOG_INFO, "x");
+    fs::remove(Today());
+    const uint64_t before = Log().DroppedLines();
+    Log().WriteLog(LOG_INFO, "y");
+    EXPECT_EQ(Log().DroppedLines(), before);
+}
+
+TEST_F(CommonLog, FileNeverTakesAStandardDescriptor) {
+    const int kept = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    const int file = log_file::OpenAppend(Today(), false);
+    EXPECT_GT(file, STDERR_FILENO);
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+    close(file);
+    if (kept >= 0) dup2(kept, STDIN_FILENO);
+    close(kept);
+}
+
+TEST_F(CommonLog, FileIsNotInheritedAcrossExec) {
+    const int file = log_file::OpenAppend(Today(), false);
+    EXPECT_EQ(fcntl(file, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+    close(file);
+}
+
+TEST_F(CommonLog, NewPathLeavesNoDescriptorBehind) {
+    const auto descriptors = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(LOG_INFO, "x");
+    const auto before = descriptors();
+    for (int day = 0; day < 5; ++day) {
+        clock.Advance(SECONDS_PER_DAY * NANOSECONDS_PER_SECOND);
+        Log().SetLogPath((directory / std::to_string(day)).c_str());
+        Log().WriteLog(LOG_INFO, "x");
+    }
+    EXPECT_EQ(descriptors(), before);
+}

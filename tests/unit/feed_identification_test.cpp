@@ -1,0 +1,222 @@
+#include "tests/unit/SnapshotFixture.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class FeedIdentification : public SnapshotFixture {
+protected:
+    /// Binds from a block that ends with the payload's last byte.
+    bool Bind(const Bytes& payload) {
+        const std::unique_ptr<uint8_t[]> block(new uint8_t[payload.size()]);
+        std::copy(payload.begin(), payload.end(), block.get());
+        return api->_BindFeed(block.get(), static_cast<uint32_t>(payload.size()), LOCAL_PORT);
+    }
+
+    bool IsAnyPortKnown() const {
+        EMDQPDataType feed{};
+        return api->_FindFeed(LOCAL_PORT, feed);
+    }
+
+    EMDQPDataType FeedOfPort() const {
+        EMDQPDataType feed = static_cast<EMDQPDataType>(-1);
+        api->_FindFeed(LOCAL_PORT, feed);
+        return feed;
+    }
+
+    void EnableAll() { api->m_u50ConfigInfo.enabled_mask.enabled_mask = 0x0F; }
+};
+
+// ---- binding ------------------------------------------------------------------------------------------------------
+
+TEST_F(FeedIdentification, TopicBindsThePortToItsFeed) {
+    Begin(INE_TOPIC);
+    EXPECT_EQ(api->m_u50DstPort.port_ine_2ps, LOCAL_PORT);
+    EXPECT_EQ(Session().init, 1);
+}
+
+TEST_F(FeedIdentification, BindingIsToldWithPortTopicAndSnapshot) {
+    Begin();
+    EXPECT_TRUE(log.Has(LOG_DEBUG, "mdqp packet. TCP dst port: 40001"));
+    EXPECT_TRUE(log.Has(LOG_DEBUG, "topic ID: 1000, snap No: 1"));
+    EXPECT_EQ(log.lines.back().Function(), "_TcpHandler");
+}
+
+TEST_F(FeedIdentification, FourPsFeedsAreBoundToo) {
+    EnableAll();
+    Begin(SHFE_TOPIC + 1, 41001);
+    Begin(INE_TOPIC + 1, 41002);
+    EXPECT_EQ(api->m_u50DstPort.port_shfe_4ps, 41001);
+    EXPECT_EQ(api->m_u50DstPort.port_ine_4ps, 41002);
+}
+
+TEST_F(FeedIdentification, Ine2psWinsASharedTopicOverShfe2ps) {
+    api->m_u50ConfigInfo.topicID.ine2ps_topic_id = SHFE_TOPIC;
+    Begin();
+    EXPECT_EQ(FeedOfPort(), INE_2PS);
+}
+
+TEST_F(FeedIdentification, Shfe2psWinsASharedTopicOverIne4ps) {
+    EnableAll();
+    api->m_u50ConfigInfo.topicID.ine4ps_topic_id = SHFE_TOPIC;
+    Begin();
+    EXPECT_EQ(FeedOfPort(), SHFE_2PS);
+}
+
+TEST_F(FeedIdentification, Ine4psWinsASharedTopicOverShfe4ps) {
+    EnableAll();
+    api->m_u50ConfigInfo.topicID.ine4ps_topic_id = SHFE_TOPIC + 1;
+    Begin(SHFE_TOPIC + 1);
+    EXPECT_EQ(FeedOfPort(), INE_4PS);
+}
+
+TEST_F(FeedIdentification, TopicIsSigned) {
+    api->m_u50ConfigInfo.topicID.shfe2ps_topic_id = -5;
+    Begin(-5);
+    EXPECT_EQ(FeedOfPort(), SHFE_2PS);
+}
+
+TEST_F(FeedIdentification, UnknownTopicIsToldAndRefused) {
+    Begin(77);
+    EXPECT_THAT(log.Texts(TROUBLE), ElementsAre("invalide topic id[77]"));
+    EXPECT_EQ(Session().init, 0);
+    EXPECT_EQ(Counted(ECounter::SegmentRefused), 1U);
+}
+
+TEST_F(FeedIdentification, DisabledFeedIsRefusedInSilence) {
+    Begin(SHFE_TOPIC + 1);
+    EXPECT_THAT(log.Texts(TROUBLE), IsEmpty());
+    EXPECT_FALSE(IsAnyPortKnown());
+    EXPECT_EQ(Session().init, 0);
+    EXPECT_EQ(Counted(ECounter::SegmentRefused), 1U);
+}
+
+TEST_F(FeedIdentification, SecondConnectionOfAFinishedFeedIsIgnored) {
+    Arrive(Begin(), LastMessage());
+    Begin(SHFE_TOPIC, LOCAL_PORT + 1);
+    EXPECT_EQ(Session(LOCAL_PORT + 1).init, 0);
+    EXPECT_EQ(api->m_u50DstPort.port_shfe_2ps, 0);
+    EXPECT_THAT(log.Texts(TROUBLE), IsEmpty());
+}
+
+TEST_F(FeedIdentification, FirstSegmentWithoutTopicIsDeliveredAndItsMessagesRefused) {
+    Arrive(FIRST_SEQ, Numbered(1, 40));
+    EXPECT_EQ(Session().init, 0);
+    EXPECT_THAT(Decoded(), IsEmpty());
+    EXPECT_EQ(Counted(ECounter::MessageOfNoFeed), 1U);
+}
+
+TEST_F(FeedIdentification, WalkGoesOnBehindTheFirstMessage) {
+    // The second message's header is taken for a field, whose end lies four bytes before that message's end; what
+    // stands there announces a topic, which the third message's header then is.
+    const field_t snapField{mdqp::FIELD_SNAP, sizeof(snap_t)};
+    const Bytes second = exchange::MdqpWriter().RawBytes(&snapField, sizeof snapField).Bytes();
+    api->m_u50ConfigInfo.topicID.shfe2ps_topic_id = mdqp::FLAG_MORE | (mdqp::TYPE_SNAPSHOT << 8);
+    EXPECT_TRUE(Bind(Join({Numbered(1), second, Numbered(2)})));
+    EXPECT_EQ(FeedOfPort(), SHFE_2PS);
+}
+
+TEST_F(FeedIdentification, FieldOfTheTopicsIdWithAnotherSizeIsNoTopic) {
+    const snap_t snap{SHFE_TOPIC, 1};
+    EXPECT_TRUE(Bind(exchange::MdqpWriter().FieldClaiming(mdqp::FIELD_SNAP, 5, &snap, sizeof snap).Bytes()));
+    EXPECT_FALSE(IsAnyPortKnown());
+}
+
+TEST_F(FeedIdentification, WalkNeverReadsBehindThePayload) {
+    const Bytes payload = FirstMessage(SHFE_TOPIC, 0);
+    const std::size_t snapEnd = sizeof(mdqp_t) + sizeof(field_t) + sizeof(snap_t);
+    for (std::size_t length = sizeof(mdqp_t); length < snapEnd; ++length) {
+        EXPECT_TRUE(Bind(Cut(payload, 0, length)));
+        EXPECT_FALSE(IsAnyPortKnown()) << length;
+    }
+    EXPECT_TRUE(Bind(Cut(payload, 0, snapEnd)));
+    EXPECT_EQ(FeedOfPort(), SHFE_2PS);
+}
+
+TEST_F(FeedIdentification, LongestFieldEndsTheWalk) {
+    const Bytes rest(40);
+    EXPECT_TRUE(Bind(exchange::MdqpWriter().FieldClaiming(PADDING, UINT16_MAX, rest.data(), 40).Bytes()));
+    EXPECT_FALSE(IsAnyPortKnown());
+}
+
+// ---- looking up ---------------------------------------------------------------------------------------------------
+
+TEST_F(FeedIdentification, LookUpTakesTheFirstFeedOfAPort) {
+    api->m_u50DstPort.port_shfe_4ps = LOCAL_PORT;
+    api->m_u50DstPort.port_ine_2ps = LOCAL_PORT;
+    EXPECT_EQ(FeedOfPort(), SHFE_4PS);
+}
+
+TEST_F(FeedIdentification, UnknownPortHasNoFeed) {
+    EMDQPDataType feed{};
+    EXPECT_FALSE(api->_FindFeed(LOCAL_PORT, feed));
+    EXPECT_FALSE(api->_FindFeed(0, feed));
+}
+
+TEST_F(FeedIdentification, FormerPortOfAFinishedFeedIsRefused) {
+    const uint32_t next = Begin();
+    Arrive(next, Join({LastMessage(), Numbered(1)}));
+    EXPECT_THAT(Decoded(), IsEmpty());
+    EXPECT_EQ(Counted(ECounter::MessageOfNoFeed), 1U);
+    EXPECT_FALSE(IsAnyPortKnown());
+}
+
+// ---- instrument numbers -------------------------------------------------------------------------------------------
+
+bool IsInRange(EMDQPDataType feed, int32_t instNo) { return TestableApi::_ProtectInstNo(feed, instNo); }
+
+TEST_F(FeedIdentification, LastNumberOfEachFeedPassesAndTheNextIsRefused) {
+    for (const EMDQPDataType feed : ALL_FEEDS) {
+        EXPECT_TRUE(IsInRange(feed, FeedCapacity(feed) - 1));
+        EXPECT_FALSE(IsInRange(feed, FeedCapacity(feed)));
+    }
+}
+
+TEST_F(FeedIdentification, ShfeWarningIsGivenOnceForBothFeeds) {
+    IsInRange(SHFE_2PS, 16384);
+    IsInRange(SHFE_4PS, 20000);
+    EXPECT_THAT(log.Texts(), ElementsAre("shfe inst_no[16384] is out of range [16384]"));
+}
+
+TEST_F(FeedIdentification, IneWarningIsGivenOnceForBothFeeds) {
+    IsInRange(INE_4PS, 4096);
+    IsInRange(INE_2PS, 5000);
+    EXPECT_THAT(log.Texts(), ElementsAre("ine inst_no[4096] is out of range  [4096]"));
+}
+
+TEST_F(FeedIdentification, WarningsComeFromTheRangeTest) {
+    IsInRange(INE_2PS, 4096);
+    EXPECT_EQ(log.lines.back().Function(), "_ProtectInstNo");
+    EXPECT_EQ(log.lines.back().level, LOG_WARNING);
+}
+
+TEST_F(FeedIdentification, ValueThatIsNoFeedIsToldAndRefused) {
+    EXPECT_FALSE(IsInRange(static_cast<EMDQPDataType>(4), 0));
+    EXPECT_TRUE(log.Has(LOG_INFO, "refMDQPDataType is error, 4."));
+}
+
+TEST_F(FeedIdentification, NegativeNumberPassesTheRangeTestButHasNoSlot) {
+    for (const EMDQPDataType feed : ALL_FEEDS) {
+        EXPECT_TRUE(IsInRange(feed, -1));
+        EXPECT_EQ(api->_Slot(feed, -1), nullptr);
+        EXPECT_EQ(api->_Slot(feed, INT32_MIN), nullptr);
+    }
+}
+
+TEST_F(FeedIdentification, SlotsEndWithTheTable) {
+    for (const EMDQPDataType feed : ALL_FEEDS) {
+        EXPECT_EQ(api->_Slot(feed, FeedCapacity(feed)), nullptr);
+        EXPECT_EQ(api->_Slot(feed, FeedCapacity(feed) - 1),
+                  FeedTable(api->m_u50InstTable, feed) + FeedCapacity(feed) - 1);
+    }
+    EXPECT_EQ(api->_Slot(static_cast<EMDQPDataType>(7), 0), nullptr);
+}
+
+TEST_F(FeedIdentification, SlotOnceHandedOutIsClearedWithTheRest) {
+    api->_Slot(INE_4PS, 17)->volume = 5;
+    TestableApi::_Cleandata(*api);
+    EXPECT_EQ(api->m_u50InstTable.ine4psInstTable[17].volume, 0U);
+}
+
+}  // namespace

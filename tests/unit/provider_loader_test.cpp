@@ -1,0 +1,146 @@
+#include "public/reg/BoardProviderLoader.h"
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+
+#include "public/reg/DriveRegEnyx.h"
+#include "tests/support/LogCapture.h"
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr const char* VARIABLE = "VEXA_BOARD_PROVIDER";
+
+int32_t OpenRegisters(const char*, uint16_t, uint16_t, VexaBoardRegisters**) { return -1; }
+void CloseRegisters(VexaBoardRegisters*) {}
+int32_t Write32(VexaBoardRegisters*, uint32_t, uint32_t) { return 0; }
+int32_t DoRead32(VexaBoardRegisters*, uint32_t, uint32_t*) { return 0; }
+int32_t DoRead64(VexaBoardRegisters*, uint32_t, uint64_t*) { return 0; }
+int32_t OpenStream(const char*, uint16_t, const char*, VexaBoardStream**) { return -1; }
+void CloseStream(VexaBoardStream*) {}
+int32_t Receive(VexaBoardStream*, VexaBoardMessageHandler, void*) { return 0; }
+
+constexpr VexaBoardProvider USABLE{VEXA_BOARD_PROVIDER_VERSION,
+                                   sizeof(VexaBoardProvider),
+                                   "usable",
+                                   OpenRegisters,
+                                   CloseRegisters,
+                                   Write32,
+                                   DoRead32,
+                                   DoRead64,
+                                   OpenStream,
+                                   CloseStream,
+                                   Receive};
+
+class ProviderLoader : public testing::Test {
+protected:
+    ProviderLoader() {
+        UseBoardProvider(nullptr);
+        unsetenv(VARIABLE);
+    }
+    ~ProviderLoader() override {
+        UseBoardProvider(nullptr);
+        unsetenv(VARIABLE);
+    }
+
+    LogCapture log;
+};
+
+}  // namespace
+
+TEST_F(ProviderLoader, WithoutAChoiceOnlyTheCardIsLookedFor) {
+    EXPECT_EQ(LoadBoardProvider().provider, nullptr);
+    EXPECT_THAT(log.Texts(), ElementsAre(AllOf(HasSubstr("libvexa_board.so cannot be loaded"),
+                                               HasSubstr("set VEXA_BOARD_PROVIDER to \"software\""))));
+}
+
+TEST_F(ProviderLoader, UnknownNameListsTheKnownOnes) {
+    setenv(VARIABLE, "hardware", 1);
+    EXPECT_EQ(LoadBoardProvider().provider, nullptr);
+    EXPECT_THAT(log.Texts(), ElementsAre("VEXA_BOARD_PROVIDER=hardware: unknown board provider; known are \"software\" "
+                                         "and the path of a shared object"));
+}
+
+TEST_F(ProviderLoader, TextWithASlashIsAPath) {
+    setenv(VARIABLE, "/nowhere/board.so", 1);
+    EXPECT_EQ(LoadBoardProvider().provider, nullptr);
+    EXPECT_THAT(log.Texts(), ElementsAre(HasSubstr("board provider /nowhere/board.so cannot be loaded")));
+}
+
+TEST_F(ProviderLoader, ArgumentFollowsTheFirstColon) {
+    setenv(VARIABLE, "/nowhere/board.so:a:b", 1);
+    EXPECT_EQ(LoadBoardProvider().argument, "a:b");
+}
+
+TEST_F(ProviderLoader, LibraryWithoutTheEntryIsRefused) {
+    Dl_info standard{};
+    ASSERT_NE(dladdr(reinterpret_cast<const void*>(&std::getenv), &standard), 0);
+    setenv(VARIABLE, standard.dli_fname, 1);
+    EXPECT_EQ(LoadBoardProvider().provider, nullptr);
+    EXPECT_THAT(log.Texts(), ElementsAre(HasSubstr("has no function vexa_board_provider")));
+}
+
+TEST_F(ProviderLoader, ProviderInPlaceIsNotLookedFor) {
+    UseBoardProvider(&USABLE, "text");
+    EXPECT_EQ(LoadBoardProvider().provider, &USABLE);
+    EXPECT_EQ(LoadBoardProvider().argument, "text");
+    EXPECT_TRUE(log.lines.empty());
+}
+
+TEST_F(ProviderLoader, FailedLoadIsTriedAgain) {
+    LoadBoardProvider();
+    LoadBoardProvider();
+    EXPECT_EQ(log.Texts(LOG_ERROR).size(), 2U);
+}
+
+TEST_F(ProviderLoader, RegistersAndStreamFailWithoutAProvider) {
+    EXPECT_LT(CDrvRegEnyx::GetInstance().Init(0, 474), 0);
+    CDrvDMAEnyx stream;
+    EXPECT_LT(stream.Init(0, CQelCharArray<64>("CUSTOM_CHAN0_DATA")), 0);
+}
+
+TEST_F(ProviderLoader, WholeTableIsUsable) { EXPECT_EQ(FaultOfBoardProvider(&USABLE), ""); }
+
+TEST_F(ProviderLoader, MissingTableIsNamed) {
+    EXPECT_EQ(FaultOfBoardProvider(nullptr), "vexa_board_provider gave no table");
+}
+
+TEST_F(ProviderLoader, OtherVersionIsRefused) {
+    VexaBoardProvider provider = USABLE;
+    provider.version = 2;
+    EXPECT_EQ(FaultOfBoardProvider(&provider), "its version is 2, this library needs 1");
+}
+
+TEST_F(ProviderLoader, ShorterTableIsRefused) {
+    VexaBoardProvider provider = USABLE;
+    provider.size = 40;
+    EXPECT_THAT(FaultOfBoardProvider(&provider), HasSubstr("its table has 40 bytes, this library needs "));
+}
+
+TEST_F(ProviderLoader, LongerTableIsUsable) {
+    VexaBoardProvider provider = USABLE;
+    provider.size += 8;
+    EXPECT_EQ(FaultOfBoardProvider(&provider), "");
+}
+
+TEST_F(ProviderLoader, EveryMissingOperationIsNamed) {
+    const auto faultWithout = [](auto VexaBoardProvider::*operation) {
+        VexaBoardProvider provider = USABLE;
+        provider.*operation = nullptr;
+        return FaultOfBoardProvider(&provider);
+    };
+    EXPECT_EQ(faultWithout(&VexaBoardProvider::name), "its table has no name");
+    EXPECT_EQ(faultWithout(&VexaBoardProvider::open_registers), "its table has no open_registers");
+    EXPECT_EQ(faultWithout(&VexaBoardProvider::close_registers), "its table has no close_registers");
+    EXPECT_EQ(faultWithout(&VexaBoardProvider::write32), "its table has no write32");
+    EXPECT_EQ(faultWithout(&VexaBoardProvider::read32), "its table has no read32");
+    EXPECT_EQ(faultWithout(&VexaBoardProvider::read64), "its table has no read64");
+    EXPECT_EQ(faultWithout(&VexaBoardProvider::open_stream), "its table has no open_stream");
+    EXPECT_EQ(faultWithout(&VexaBoardProvider::close_stream), "its table has no close_stream");
+    EXPECT_EQ(faultWithout(&VexaBoardProvider::receive), "its table has no receive");
+}

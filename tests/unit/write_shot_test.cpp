@@ -1,0 +1,232 @@
+#include "public/write_shot/write_shot.h"
+
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "tests/support/LogCapture.h"
+#include "tests/support/VirtualClock.h"
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::SizeIs;
+using testing::StartsWith;
+
+namespace {
+
+constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
+constexpr std::size_t BIN_HEAD_BYTES = 16;
+constexpr std::size_t PCAP_HEAD_BYTES = 24;
+constexpr std::size_t RECORD_HEAD_BYTES = 16;
+constexpr uint32_t PCAP_NANOSECONDS = 0xA1B23C4D;
+constexpr uint32_t LINK_TYPE_ETHERNET = 1;
+
+const CWriteShot& Shot() { return CWriteShot::GetInstance(); }
+
+uint64_t Dropped() { return Shot().GetDroppedCnt(); }
+
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &m_before);
+        const rlimit limit{bytes, m_before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &m_before); }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit m_before{};
+};
+
+template <typename T>
+T At(const std::string& bytes, std::size_t offset) {
+    T value{};
+    EXPECT_LE(offset + sizeof value, bytes.size());
+    if (offset + sizeof value <= bytes.size()) std::memcpy(&value, bytes.data() + offset, sizeof value);
+    return value;
+}
+
+class Capture : public testing::Test {
+protected:
+    Capture() {
+        setenv("TZ", "UTC", 1);
+        tzset();
+        std::string pattern = (fs::temp_directory_path() / "vexa_shot_XXXXXX").string();
+        directory = mkdtemp(pattern.data());
+        clock.step = 0;
+        clock.wall = 1'777'541'400 * NANOSECONDS_PER_SECOND + 123'456'789;  // 2026-04-30 09:30:00.123456789
+    }
+    ~Capture() override {
+        Shot().CloseShotBinLog();
+        Shot().CloseShotPcapLog();
+        fs::remove_all(directory);
+    }
+
+    static void Write(const std::string& message) {
+        Shot().WriteShotBinLog(reinterpret_cast<const unsigned char*>(message.data()), message.size());
+    }
+    static void WriteFrame(const std::string& frame) {
+        Shot().WriteShotPcapLog(reinterpret_cast<const unsigned char*>(frame.data()), frame.size());
+    }
+    std::vector<fs::path> Files() const { return {fs::directory_iterator(directory), {}}; }
+
+    /// The content of the only file there is.
+    std::string Content() const {
+        EXPECT_THAT(Files(), SizeIs(1));
+        std::ifstream in(Files().at(0), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    VirtualClock clock;
+    LogCapture log;
+    fs::path directory;
+    const std::string frame = std::string(60, 'f');
+};
+
+}  // namespace
+
+TEST_F(Capture, NameCarriesChannelDateTimeAndProcess) {
+    ASSERT_EQ(Shot().CreateShotBinLog(directory.c_str(), 5), 0);
+    ASSERT_THAT(Files(), SizeIs(1));
+    EXPECT_EQ(Files()[0].filename(), "vexa_shfe_md_chan5_20260430_093000_" + std::to_string(getpid()) + ".bin");
+}
+
+TEST_F(Capture, LiesUnderTheLogsPrefix) {
+    ASSERT_EQ(Shot().CreateShotPcapLog((directory / "desk7_").c_str(), 0), 0);
+    ASSERT_THAT(Files(), SizeIs(1));
+    EXPECT_THAT(Files()[0].filename().string(), StartsWith("desk7_vexa_shfe_md_chan0_"));
+    EXPECT_THAT(Files()[0].filename().string(), EndsWith(".pcap"));
+}
+
+TEST_F(Capture, SecondFileOfTheSameSecondHasANameOfItsOwn) {
+    ASSERT_EQ(Shot().CreateShotBinLog(directory.c_str(), 0), 0);
+    ASSERT_EQ(Shot().CreateShotBinLog(directory.c_str(), 0), 0);
+    EXPECT_THAT(Files(), SizeIs(2));
+}
+
+TEST_F(Capture, FilesAreOwnerOnly) {
+    ASSERT_EQ(Shot().CreateShotBinLog(directory.c_str(), 0), 0);
+    ASSERT_EQ(Shot().CreateShotPcapLog(directory.c_str(), 0), 0);
+    for (const fs::path& file : Files()) {
+        EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    }
+}
+
+TEST_F(Capture, BinaryFileBeginsWithMagicAndVersion) {
+    Shot().CreateShotBinLog(directory.c_str(), 0);
+    const std::string content = Content();
+    EXPECT_THAT(content, SizeIs(BIN_HEAD_BYTES));
+    EXPECT_THAT(content, StartsWith("VEXASHOT"));
+    EXPECT_EQ(At<uint32_t>(content, 8), 1U);
+}
+
+TEST_F(Capture, BinaryRecordHasTimeLengthAndBytes) {
+    Shot().CreateShotBinLog(directory.c_str(), 0);
+    Write("message");
+    const std::string content = Content();
+    EXPECT_EQ(At<int64_t>(content, BIN_HEAD_BYTES), clock.wall);
+    EXPECT_EQ(At<uint32_t>(content, BIN_HEAD_BYTES + 8), 7U);
+    EXPECT_EQ(content.substr(BIN_HEAD_BYTES + RECORD_HEAD_BYTES), "message");
+}
+
+TEST_F(Capture, PcapFileIsEthernetWithNanoseconds) {
+    Shot().CreateShotPcapLog(directory.c_str(), 0);
+    const std::string content = Content();
+    EXPECT_THAT(content, SizeIs(PCAP_HEAD_BYTES));
+    EXPECT_EQ(At<uint32_t>(content, 0), PCAP_NANOSECONDS);
+    EXPECT_EQ(At<uint16_t>(content, 4), 2);
+    EXPECT_EQ(At<uint16_t>(content, 6), 4);
+    EXPECT_EQ(At<uint32_t>(content, 20), LINK_TYPE_ETHERNET);
+}
+
+TEST_F(Capture, PcapRecordCarriesTheTimeOfTheBinaryRecordOfItsMessage) {
+    Shot().CreateShotPcapLog(directory.c_str(), 0);
+    clock.step = 1'000;
+    Write("head" + frame);
+    const int64_t stamp = clock.wall;
+    WriteFrame(frame);
+    const std::string content = Content();
+    EXPECT_EQ(At<uint32_t>(content, PCAP_HEAD_BYTES), stamp / NANOSECONDS_PER_SECOND);
+    EXPECT_EQ(At<uint32_t>(content, PCAP_HEAD_BYTES + 4), stamp % NANOSECONDS_PER_SECOND);
+    EXPECT_EQ(At<uint32_t>(content, PCAP_HEAD_BYTES + 8), frame.size());
+    EXPECT_EQ(At<uint32_t>(content, PCAP_HEAD_BYTES + 12), frame.size());
+    EXPECT_EQ(content.substr(PCAP_HEAD_BYTES + RECORD_HEAD_BYTES), frame);
+}
+
+TEST_F(Capture, WhatIsTooShortForAFrameIsLeftOutOfThePcap) {
+    Shot().CreateShotPcapLog(directory.c_str(), 0);
+    WriteFrame(std::string(13, 'x'));
+    EXPECT_THAT(Content(), SizeIs(PCAP_HEAD_BYTES));
+    WriteFrame(std::string(14, 'x'));
+    EXPECT_THAT(Content(), SizeIs(PCAP_HEAD_BYTES + RECORD_HEAD_BYTES + 14));
+}
+
+TEST_F(Capture, CountsTheRecordsOfTheBinaryFile) {
+    Shot().CreateShotBinLog(directory.c_str(), 0);
+    EXPECT_EQ(Shot().GetBinShotCnt(), 0U);
+    Write("one");
+    Write("two");
+    EXPECT_EQ(Shot().GetBinShotCnt(), 2U);
+    Shot().CreateShotBinLog(directory.c_str(), 0);
+    EXPECT_EQ(Shot().GetBinShotCnt(), 0U);
+}
+
+TEST_F(Capture, NothingIsWrittenWithoutAFile) {
+    Shot().CloseShotBinLog();
+    Shot().CloseShotPcapLog();
+    const uint64_t before = Dropped();
+    Write("x");
+    WriteFrame(frame);
+    EXPECT_EQ(Dropped(), before);
+}
+
+TEST_F(Capture, PlaceThatCannotBeWrittenIsOneErrorLine) {
+    EXPECT_EQ(Shot().CreateShotBinLog((directory / "missing/").c_str(), 0), -1);
+    EXPECT_THAT(log.Texts(LOG_ERROR), ElementsAre(HasSubstr("cannot be created (No such file or directory)")));
+}
+
+TEST_F(Capture, PlantedLinkIsLeftAlone) {
+    const std::string name = "vexa_shfe_md_chan0_20260430_093000_" + std::to_string(getpid()) + ".bin";
+    fs::create_symlink(directory / "victim", directory / name);
+    EXPECT_EQ(Shot().CreateShotBinLog(directory.c_str(), 0), 0);
+    Write("x");
+    EXPECT_FALSE(fs::exists(directory / "victim"));
+    EXPECT_THAT(Files(), SizeIs(2));
+}
+
+TEST_F(Capture, FullDiskKeepsWholeRecordsIsToldOnceAndResumes) {
+    Shot().CreateShotPcapLog(directory.c_str(), 0);
+    WriteFrame(frame);
+    const std::string whole = Content();
+    const uint64_t before = Dropped();
+    {
+        const FileSizeLimit limit(whole.size() + RECORD_HEAD_BYTES + 5);
+        WriteFrame(frame);
+        WriteFrame(frame);
+    }
+    EXPECT_EQ(Content(), whole);
+    EXPECT_EQ(Dropped() - before, 2U);
+    EXPECT_THAT(log.Texts(LOG_ERROR), ElementsAre(HasSubstr("a capture record cannot be written (File too large)")));
+    WriteFrame(frame);
+    EXPECT_THAT(Content(), SizeIs(whole.size() + RECORD_HEAD_BYTES + frame.size()));
+}
+
+TEST_F(Capture, FileWithoutRoomForItsHeadIsTakenAwayAgain) {
+    {
+        const FileSizeLimit limit(4);
+        EXPECT_EQ(Shot().CreateShotBinLog(directory.c_str(), 0), -1);
+    }
+    EXPECT_TRUE(fs::is_empty(directory));
+}

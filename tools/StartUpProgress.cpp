@@ -1,0 +1,61 @@
+#include "tools/StartUpProgress.h"
+
+#include <cstdio>
+
+#include "src/RegisterMap.h"
+#include "tools/DemoClock.h"
+
+namespace {
+constexpr int64_t REDRAW_NS = 100'000'000;
+}
+
+const std::array<const char*, StartUpProgress::PHASE_COUNT> StartUpProgress::PHASE_NAMES{
+    "comparing packet counters", "waiting for the board's memory", "loading the snapshots", "writing the tables",
+    "checking the versions",     "subscribing",                    "engines started"};
+
+void StartUpProgress::OnWrite(uint32_t index, uint32_t value) {
+    switch (index) {
+        case reg::BRING_UP_START:
+            if (m_phase == LIVE) {
+                ++m_losses;
+                std::printf("loss: clearing everything and starting again\n");
+            }
+            return Enter(MEMORY);
+        case reg::SNAPSHOT_CONTROL: return Enter(value == reg::SNAPSHOT_OPEN ? SNAPSHOT : TABLES);
+        case reg::SOFTWARE_VERSION: return Enter(VERSION);
+        case reg::FEEDS[SHFE_2PS].table.readAddr:
+            if (m_phase == VERSION) Enter(SUBSCRIPTION);
+            return;
+        case reg::LOGICAL_START_4PS: ++m_engineStarts; return Enter(LIVE);
+        default:
+            if (m_phase == TABLES && (index & 0xFU) == 0) Redraw();
+    }
+}
+
+void StartUpProgress::Enter(Phase phase) {
+    if (m_isCounterShown) Draw();
+    if (m_isCounterShown) std::printf("\n");
+    m_phase = phase;
+    m_isCounterShown = false;
+    std::printf("[%zu/%zu] %s\n", static_cast<std::size_t>(phase), PHASE_COUNT - 1, PHASE_NAMES[phase]);
+    std::fflush(stdout);
+}
+
+void StartUpProgress::Redraw() {
+    if (!m_isTerminal) return;
+    const int64_t now = DemoClock::RealNanoseconds();
+    if (now - m_lastDrawNs < REDRAW_NS) return;
+    m_lastDrawNs = now;
+    Draw();
+}
+
+void StartUpProgress::Draw() {
+    static constexpr const char SPINNER[] = "|/-\\";
+    static unsigned int turn = 0;
+    const software_board::BoardStatistics& seen = m_board.Statistics();
+    std::printf("\r      %c %llu register writes, %llu snapshot frames", SPINNER[turn++ % 4],
+                static_cast<unsigned long long>(seen.registerWrites),
+                static_cast<unsigned long long>(seen.snapshotFrames));
+    std::fflush(stdout);
+    m_isCounterShown = true;
+}

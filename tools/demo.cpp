@@ -1,0 +1,281 @@
+// A whole session on the software board: bring-up, snapshot, tables, subscriptions, live quotes, losses and recovery.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+
+#include "interface/VexaShfeMdApi.h"
+#include "public/config/IniReader.h"
+#include "public/reg/BoardProviderLoader.h"
+#include "software_board/SoftwareBoard.h"
+#include "tools/DemoClock.h"
+#include "tools/QuoteDisplay.h"
+#include "tools/StartUpProgress.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct DemoOptions {
+    bool isPolling = false;
+    bool isFast = false;
+    std::string config;
+    std::string instruments = "all";
+    std::string faults;
+    uint64_t seed = 1;
+    uint32_t rate = 2000;
+    std::optional<double> seconds;
+};
+
+/// A directory of the run's own, removed again when the run has ended well.
+class WorkDirectory {
+public:
+    WorkDirectory() {
+        std::string name = (fs::temp_directory_path() / "vexa-demo-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make a directory like " + name);
+        m_path = name;
+    }
+    ~WorkDirectory() {
+        std::error_code ignored;
+        if (!isKept) fs::remove_all(m_path, ignored);
+    }
+    WorkDirectory(const WorkDirectory&) = delete;
+    WorkDirectory& operator=(const WorkDirectory&) = delete;
+
+    const fs::path& Path() const { return m_path; }
+    bool isKept = false;
+
+private:
+    fs::path m_path;
+};
+
+std::string WriteConfig(const DemoOptions& options, const fs::path& directory) {
+    const fs::path file = directory / "demo.ini";
+    std::ofstream(file) << "[config]\n"
+                           "log_path="
+                        << directory.string()
+                        << "/\n"
+                           "log_level=7\n"
+                           "device=xilinx0:0\n"
+                           "shfe2ps=enabled\n"
+                           "ine2ps=enabled\n"
+                           "SRCMAC=02:00:00:00:00:10\nSRCIP=10.20.0.2\nSRCPORT=40000\n"
+                           "DSTMAC=02:00:00:00:00:01\nDSTIP=10.20.0.1\nDSTPORT=33022\n"
+                           "[channel0]\n"
+                           "insts="
+                        << options.instruments << "\noptions=recv\n";
+    return file.string();
+}
+
+/// The exchange and the board as the configuration expects them.
+struct BoardSetup {
+    uint16_t bus = 0;
+    software_board::BoardOptions options;
+};
+
+BoardSetup ReadBoardSetup(const DemoOptions& demo, const std::string& config) {
+    CIniReader ini;
+    if (!ini.ReadConfig(config)) throw std::runtime_error("cannot open the configuration file " + config);
+    int bus = 0;
+    int channel = 0;
+    const std::string device = ini.ReadString("config", "device", "xilinx0:0");
+    // NOLINTNEXTLINE(cert-err34-c): the same reading as the library's own, so that both mean the same board
+    std::sscanf(device.c_str(), "xilinx%d:%d", &bus, &channel);
+    if (channel != 0) {
+        throw std::runtime_error(config + ": device=" + device +
+                                 ": the demo plays the managing channel; use device=xilinx<bus>:0");
+    }
+    BoardSetup setup;
+    setup.bus = static_cast<uint16_t>(bus);
+    setup.options.updatesPerSecond = demo.rate;
+    setup.options.shfeSnapPort = ini.ReadUInt16("config", "shfe2ps_snap_port", 33022);
+    setup.options.ineSnapPort = ini.ReadUInt16("config", "ine2ps_snap_port", 33022);
+    setup.options.exchange.seed = demo.seed;
+    setup.options.exchange.shfeTopicId = ini.ReadInt32("config", "shfe2ps_topic_id", 1000);
+    setup.options.exchange.ineTopicId = ini.ReadInt32("config", "ine2ps_topic_id", 5000);
+    std::string error;
+    if (!exchange::ParseFaults(demo.faults, setup.options.faults, error)) throw std::runtime_error(error);
+    return setup;
+}
+
+/// Removes the board from its bus whatever way the run ends.
+class InstalledBoard {
+public:
+    InstalledBoard(uint16_t bus, software_board::SoftwareBoard& board) : m_bus(bus) {
+        software_board::InstallBoard(bus, &board);
+        UseBoardProvider(&software_board::Provider());
+    }
+    ~InstalledBoard() {
+        UseBoardProvider(nullptr);
+        software_board::InstallBoard(m_bus, nullptr);
+    }
+    InstalledBoard(const InstalledBoard&) = delete;
+    InstalledBoard& operator=(const InstalledBoard&) = delete;
+
+private:
+    uint16_t m_bus;
+};
+
+class ApiHandle {
+public:
+    ApiHandle() : m_api(CVexaShfeMdApi::CreateVexaShfeMdApi()) {}
+    ~ApiHandle() { CVexaShfeMdApi::DestroyVexaShfeMdApi(m_api); }
+    ApiHandle(const ApiHandle&) = delete;
+    ApiHandle& operator=(const ApiHandle&) = delete;
+    CVexaShfeMdApi& operator*() const { return m_api; }
+    CVexaShfeMdApi* operator->() const { return &m_api; }
+
+private:
+    CVexaShfeMdApi& m_api;
+};
+
+/// Takes the quotes of either form.
+class Receiver : public CVexaShfeMdSpi {
+public:
+    explicit Receiver(QuoteDisplay& display) : m_display(display) {}
+
+    void OnVexaShfeMd(VexaShfeMdType& md) override { m_display.OnQuote(md); }
+
+    int32_t Start(CVexaShfeMdApi& api, const std::string& config, bool isPolling) {
+        m_isPolling = isPolling;
+        return isPolling ? api.VexaStart(config.c_str()) : api.VexaStart(*this, config.c_str());
+    }
+
+    int32_t Step(CVexaShfeMdApi& api) {
+        if (!m_isPolling) return api.VexaRecv();
+        const int32_t result = api.VexaRecv(m_md);
+        if (result == 1) m_display.OnQuote(m_md);
+        return result;
+    }
+
+private:
+    QuoteDisplay& m_display;
+    VexaShfeMdType m_md{};
+    bool m_isPolling = false;
+};
+
+/// Receives until the time is up (then the market stands still and what is under way is taken) or the session ends.
+/// Returns true when the market was brought to a stand and everything has arrived.
+bool ReceiveLive(CVexaShfeMdApi& api, Receiver& receiver, QuoteDisplay& display, software_board::SoftwareBoard& board,
+                 std::optional<double> seconds) {
+    constexpr int LOOK_EVERY = 256;  // steps between two looks at the clock
+    const int64_t start = DemoClock::RealNanoseconds();
+    bool isFinishing = false;
+    for (int steps = 0;; ++steps) {
+        if (receiver.Step(api) == -1) return false;
+        if (isFinishing && board.IsDrained()) return true;
+        if (steps % LOOK_EVERY != 0) continue;
+        const int64_t now = DemoClock::RealNanoseconds();
+        display.Tick(now);
+        if (!isFinishing && seconds && static_cast<double>(now - start) >= *seconds * 1e9) {
+            board.FinishAfterOneMoreOfEach();
+            isFinishing = true;
+        }
+    }
+}
+
+/// What the board adds to the exchange's own state is no part of the comparison.
+bool EqualsTruth(VexaShfeMdType md, const VexaShfeMdType& truth) {
+    md.type = truth.type;
+    md.max_inst_no = truth.max_inst_no;
+    md.last_tick_flag = truth.last_tick_flag;
+    return std::memcmp(&md, &truth, sizeof md) == 0;
+}
+
+std::size_t CountEqualToTruth(const QuoteDisplay& display, software_board::SoftwareBoard& board) {
+    std::size_t equal = 0;
+    for (const EMDQPDataType feed : {SHFE_2PS, INE_2PS}) {
+        for (const exchange::Instrument& instrument : board.Market().Instruments(feed)) {
+            const auto found = display.Quotes().find(instrument.id);
+            if (found != display.Quotes().end() &&
+                EqualsTruth(found->second.md, board.Market().Truth(feed, instrument.instNo))) {
+                ++equal;
+            }
+        }
+    }
+    return equal;
+}
+
+int Run(const DemoOptions& options) {
+    WorkDirectory work;
+    const std::string config = options.config.empty() ? WriteConfig(options, work.Path()) : options.config;
+    const BoardSetup setup = ReadBoardSetup(options, config);
+    const bool isTerminal = isatty(STDOUT_FILENO) != 0;
+
+    DemoClock clock(options.isFast);
+    software_board::SoftwareBoard board(setup.options);
+    StartUpProgress progress(board, isTerminal);
+    QuoteDisplay display(isTerminal);
+    clock.onLook = [&] { progress.Redraw(); };
+    board.onWrite = [&](uint32_t index, uint32_t value) {
+        if (progress.IsLive()) display.Detach();
+        progress.OnWrite(index, value);
+        clock.isStarting = !progress.IsLive();
+    };
+    const InstalledBoard installed(setup.bus, board);
+    const ApiHandle api;
+    Receiver receiver(display);
+
+    std::printf("starting in the %s form, seed %llu%s%s\n", options.isPolling ? "polling" : "callback",
+                static_cast<unsigned long long>(options.seed), options.faults.empty() ? "" : ", faults ",
+                options.faults.c_str());
+    const int32_t started = receiver.Start(*api, config, options.isPolling);
+    if (started != 0) {
+        work.isKept = options.config.empty();
+        std::fprintf(stderr, "vexa_demo: the start failed with %d; the log %s says why\n", started,
+                     work.isKept ? ("in " + work.Path().string()).c_str() : "named in your configuration");
+        return 1;
+    }
+
+    const int64_t liveStart = DemoClock::RealNanoseconds();
+    const bool isComplete = ReceiveLive(*api, receiver, display, board, options.seconds);
+    const double liveSeconds = static_cast<double>(DemoClock::RealNanoseconds() - liveStart) / 1e9;
+    api->VexaStop();
+
+    std::printf("\nupdates      %llu in %.1f seconds\ninstruments  %zu\nlosses       %llu\nrecoveries   %llu\n",
+                static_cast<unsigned long long>(display.Updates()), liveSeconds, display.Instruments(),
+                static_cast<unsigned long long>(progress.Losses()),
+                static_cast<unsigned long long>(progress.EngineStarts() - 1));
+    if (!isComplete) return options.seconds ? 1 : 0;
+    const std::size_t equal = CountEqualToTruth(display, board);
+    std::printf("checked      %zu of %zu last records equal the exchange's state\n", equal, display.Instruments());
+    return display.Updates() > 0 && equal == display.Instruments() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    DemoOptions options;
+    CLI::App app(
+        "Runs a whole session on the software board, with a synthetic exchange behind it:\n"
+        "start-up, live quotes, and, where faults are asked for, losses and recoveries.\n"
+        "Ends on Ctrl-C or after --seconds. Exit status: 0 when all went well, 1 when the session failed\n"
+        "or a last record differs from the exchange's state, above 100 for wrong options.");
+    app.name("vexa_demo");
+    app.add_flag("--polling", options.isPolling, "fetch updates by polling instead of by callback");
+    app.add_flag("--fast", options.isFast, "let the waits of a start-up (about 9 seconds) pass at once");
+    app.add_option("--seconds", options.seconds, "end after this many seconds of live quotes")
+        ->check(CLI::Range(0.0, 1e6));
+    CLI::Option* config = app.add_option("--config", options.config, "INI file to start with, instead of a built-in one")
+                              ->check(CLI::ExistingFile);
+    app.add_option("--instruments", options.instruments,
+                   "comma-separated: \"all\", product codes (cu), futures (cu2612) or whole ids")
+        ->capture_default_str()
+        ->excludes(config);
+    app.add_option("--faults", options.faults, "comma-separated: " + exchange::FaultNames());
+    app.add_option("--seed", options.seed, "the same seed gives the same exchange")->capture_default_str();
+    app.add_option("--rate", options.rate, "updates a second (0: as fast as they are taken)")->capture_default_str();
+    CLI11_PARSE(app, argc, argv);
+    try {
+        return Run(options);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "vexa_demo: %s\n", error.what());
+        return 1;
+    }
+}

@@ -100,8 +100,8 @@ std::size_t TotalBytes(const std::vector<std::vector<uint8_t>>& messages) {
 void SetFrameCounters(benchmark::State& state, const std::vector<std::vector<uint8_t>>& messages) {
     const double runs = static_cast<double>(state.iterations());
     state.SetBytesProcessed(static_cast<int64_t>(runs * static_cast<double>(TotalBytes(messages))));
-    state.counters["per_frame"] = benchmark::Counter(
-        runs * static_cast<double>(messages.size()), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+    state.counters["per_frame"] = benchmark::Counter(runs * static_cast<double>(messages.size()),
+                                                     benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
 void SnapshotFrames(benchmark::State& state) {

@@ -218,10 +218,10 @@ enum EDmaMsgType : uint32_t { DMA_EVENT = 0, DMA_UDP = 1, DMA_TCP = 2 };
 constexpr uint32_t SLOT_IN_USE = 0x80000000U;  ///< wanted by at least one channel
 constexpr uint32_t SLOT_TAS = 0x40000000U;     ///< trade-at-settlement instrument
 constexpr uint32_t WORDS_PER_SLOT = 64;
-constexpr uint32_t DMA_UDP_RECORD_OFFSET = 8;   ///< a DMA_UDP message: type, length, record
-constexpr uint32_t DMA_TCP_FRAME_OFFSET = 12;   ///< a DMA_TCP message: type, length, one more word, frame
-constexpr uint32_t DMA_MESSAGE_CAPACITY = 2048; ///< no message is longer
-constexpr uint32_t DMA_READABLE_BYTES = 192;    ///< readable behind every message pointer, whatever its length
+constexpr uint32_t DMA_UDP_RECORD_OFFSET = 8;    ///< a DMA_UDP message: type, length, record
+constexpr uint32_t DMA_TCP_FRAME_OFFSET = 12;    ///< a DMA_TCP message: type, length, one more word, frame
+constexpr uint32_t DMA_MESSAGE_CAPACITY = 2048;  ///< no message is longer
+constexpr uint32_t DMA_READABLE_BYTES = 192;     ///< readable behind every message pointer, whatever its length
 
 #define SLOT_FIELD_AT(field, offset) static_assert(offsetof(SInstTableType, field) == (offset))
 static_assert(sizeof(SInstTableType) == WORDS_PER_SLOT * sizeof(uint32_t));

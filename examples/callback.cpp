@@ -5,8 +5,8 @@
 
 struct Printer : CVexaShfeMdSpi {
     void OnVexaShfeMd(VexaShfeMdType& md) override {
-        std::printf("%-15s last %.2f bid %.2f x %u ask %.2f x %u\n", md.inst_id, md.last_px / 100.0,
-                    md.bid1_px / 100.0, md.bid1_vol, md.ask1_px / 100.0, md.ask1_vol);
+        std::printf("%-15s last %.2f bid %.2f x %u ask %.2f x %u\n", md.inst_id, md.last_px / 100.0, md.bid1_px / 100.0,
+                    md.bid1_vol, md.ask1_px / 100.0, md.ask1_vol);
     }
 };
 

@@ -29,11 +29,11 @@ public:
     FrameWriter& Payload(std::vector<uint8_t> payload);
 
     // Mutators; checksums are computed afterwards, so that nothing else is wrong, unless WithChecksumOff is used.
-    FrameWriter& WithIpHeaderWords(uint8_t words);      ///< what ip_hl says; 5 is the truth
-    FrameWriter& WithTcpHeaderWords(uint8_t words);     ///< what doff says; 5 is the truth
-    FrameWriter& WithTotalLengthOff(int delta);         ///< what ip_len says
-    FrameWriter& WithProtocol(uint8_t protocol);        ///< 6 is TCP
-    FrameWriter& WithChecksumOff();                     ///< one bit of the TCP checksum is wrong
+    FrameWriter& WithIpHeaderWords(uint8_t words);   ///< what ip_hl says; 5 is the truth
+    FrameWriter& WithTcpHeaderWords(uint8_t words);  ///< what doff says; 5 is the truth
+    FrameWriter& WithTotalLengthOff(int delta);      ///< what ip_len says
+    FrameWriter& WithProtocol(uint8_t protocol);     ///< 6 is TCP
+    FrameWriter& WithChecksumOff();                  ///< one bit of the TCP checksum is wrong
 
     /// The frame, from its 14-byte Ethernet header on.
     std::vector<uint8_t> Frame() const;

@@ -11,7 +11,7 @@ constexpr uint32_t SHFE_SERVER_IP = 0x0A0A0101;
 constexpr uint32_t INE_SERVER_IP = 0x0A0A0201;
 constexpr uint32_t ACKNOWLEDGEMENTS_BEFORE_RECONNECT = 16;
 constexpr uint32_t FOREIGN_FRAME_EVERY = 61;
-constexpr uint32_t PORT_STEP = 16;      // between two connects of one feed
+constexpr uint32_t PORT_STEP = 16;  // between two connects of one feed
 constexpr uint32_t PORT_FIRST = 1024;
 constexpr uint32_t INITIAL_SEQ = 1000;
 constexpr uint32_t INITIAL_SEQ_STEP = 77'777'777;
@@ -83,10 +83,10 @@ bool SnapshotService::NextFrame(std::vector<uint8_t>& frame) {
         if (!link.connection.NextFrame(frame)) continue;
         ++m_statistics.snapshotFrames;
         if (wasSent) ++link.acknowledgements;
-        const bool isOver = link.connection.IsReset() ||
-                            std::all_of(m_links.begin(), m_links.end(), [](const Link& one) {
-                                return one.acknowledgements >= ACKNOWLEDGEMENTS_BEFORE_RECONNECT;
-                            });
+        const bool isOver =
+            link.connection.IsReset() || std::all_of(m_links.begin(), m_links.end(), [](const Link& one) {
+                return one.acknowledgements >= ACKNOWLEDGEMENTS_BEFORE_RECONNECT;
+            });
         // One lost connection makes the host forget all of them. A host that still keeps the phase open after a whole
         // snapshot has discarded it. In both cases all begin again.
         if (isOver) Connect();

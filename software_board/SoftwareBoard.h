@@ -17,13 +17,13 @@ namespace software_board {
 struct BoardOptions {
     exchange::ExchangeOptions exchange;
     exchange::Faults faults;
-    uint16_t shfeSnapPort = 33022;    ///< TCP source port of the snapshot servers
+    uint16_t shfeSnapPort = 33022;  ///< TCP source port of the snapshot servers
     uint16_t ineSnapPort = 33022;
     uint32_t updatesPerSecond = 0;    ///< pace of the live updates by the clock; 0: one whenever the host asks
     uint32_t lostPacketAfter = 2000;  ///< live updates before the lost-packet fault
     uint32_t hbm2ReadyMs = 500;       ///< from the start of a bring-up
     uint32_t hardwareVersion = 0x20260420;
-    uint32_t ringMessages = 8192;     ///< capacity of one channel's ring
+    uint32_t ringMessages = 8192;  ///< capacity of one channel's ring
 };
 
 /// What the board has seen and done; never goes back.
@@ -34,10 +34,10 @@ struct BoardStatistics {
     uint64_t refusedTableWrites = 0;  ///< through a closed port
     uint64_t snapshotConnections = 0;
     uint64_t snapshotFrames = 0;
-    uint64_t liveUpdates = 0;         ///< updates of the exchange since the first engine start
-    uint64_t lostUpdates = 0;         ///< of these, never applied to the board's tables
-    uint64_t delivered = 0;           ///< records put into rings
-    uint64_t overruns = 0;            ///< messages that found a ring full
+    uint64_t liveUpdates = 0;  ///< updates of the exchange since the first engine start
+    uint64_t lostUpdates = 0;  ///< of these, never applied to the board's tables
+    uint64_t delivered = 0;    ///< records put into rings
+    uint64_t overruns = 0;     ///< messages that found a ring full
 };
 
 class SoftwareBoard {

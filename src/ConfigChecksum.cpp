@@ -45,8 +45,8 @@ int32_t CVexaShfeMdApiImpl::_GetConfigCrc(uint32_t& crc) {
     std::fseek(file.get(), 0, SEEK_END);
     const long size = std::ftell(file.get());
     if (size <= 0) return fail(-2, "file is empty ");
-    const std::unique_ptr<uint8_t[]> bytes(size > FILE_BYTES_MAX ? nullptr
-                                                                 : new (std::nothrow) uint8_t[static_cast<std::size_t>(size) + 1]);
+    const std::unique_ptr<uint8_t[]> bytes(
+        size > FILE_BYTES_MAX ? nullptr : new (std::nothrow) uint8_t[static_cast<std::size_t>(size) + 1]);
     if (bytes == nullptr) return fail(-3, "Error allocating memory for file");
     std::fseek(file.get(), 0, SEEK_SET);
     const std::size_t count = std::fread(bytes.get(), 1, static_cast<std::size_t>(size), file.get());

@@ -84,8 +84,7 @@ void ReadFeeds(CIniReader& ini, U50ConfigInfo& config) {
         const auto index = static_cast<std::size_t>(feed);
         const FeedMembers& members = FEED_MEMBERS[index];
         const FeedDefaults& defaults = FEED_DEFAULTS[index];
-        config.topicID.*members.topicId =
-            ini.ReadInt32(SECTION, FeedKey(feed, "_topic_id").c_str(), defaults.topicId);
+        config.topicID.*members.topicId = ini.ReadInt32(SECTION, FeedKey(feed, "_topic_id").c_str(), defaults.topicId);
         config.snapTcpPort.*members.snapPort =
             ini.ReadUInt16(SECTION, FeedKey(feed, "_snap_port").c_str(), defaults.snapPort);
         config.maxInstNo.*members.maxInstNo =

@@ -6,33 +6,33 @@
 #include <cstdint>
 
 enum class ECounter : uint32_t {
-    MessageTooLong,        ///< DMA message beyond 2048 bytes
-    FrameMalformed,        ///< IP or TCP header or length that does not fit the frame
-    FrameForeign,          ///< not TCP over IP, or not from a snapshot port
+    MessageTooLong,  ///< DMA message beyond 2048 bytes
+    FrameMalformed,  ///< IP or TCP header or length that does not fit the frame
+    FrameForeign,    ///< not TCP over IP, or not from a snapshot port
     ChecksumWrong,
-    SegmentOtherHost,      ///< addresses differ from the connection's
-    SegmentRepeated,       ///< below the expected sequence number, or stored already
-    SegmentEarlyDropped,   ///< too long for an early entry, or no memory
-    SegmentRefused,        ///< does not begin a connection: no snapshot header, no or a foreign or finished feed
+    SegmentOtherHost,     ///< addresses differ from the connection's
+    SegmentRepeated,      ///< below the expected sequence number, or stored already
+    SegmentEarlyDropped,  ///< too long for an early entry, or no memory
+    SegmentRefused,       ///< does not begin a connection: no snapshot header, no or a foreign or finished feed
     PayloadNotMdqp,
-    CarryOverGivenUp,      ///< "ignore tcp message!"
-    FieldMalformed,        ///< a field that would reach beyond its message, or is too short for its record
+    CarryOverGivenUp,  ///< "ignore tcp message!"
+    FieldMalformed,    ///< a field that would reach beyond its message, or is too short for its record
     FieldUnknown,
     InstNoOutOfRange,
     MessageOfNoFeed,
-    ResetByPeer,           ///< RST+ACK: everything begins again
-    EarlyOverflow,         ///< too many early segments: everything begins again
-    PriceCheckFailed,      ///< everything begins again
-    EventLoss,             ///< board events that made the session rebuild
-    UpdateUndeliverable,   ///< no Spi, or no record to copy into
+    ResetByPeer,          ///< RST+ACK: everything begins again
+    EarlyOverflow,        ///< too many early segments: everything begins again
+    PriceCheckFailed,     ///< everything begins again
+    EventLoss,            ///< board events that made the session rebuild
+    UpdateUndeliverable,  ///< no Spi, or no record to copy into
     Count_,
 };
 
 inline constexpr std::array<const char*, static_cast<std::size_t>(ECounter::Count_)> COUNTER_NAMES{
-    "message_too_long",   "frame_malformed",     "frame_foreign",       "checksum_wrong",     "segment_other_host",
-    "segment_repeated",   "segment_early_dropped", "segment_refused",   "payload_not_mdqp",   "carry_over_given_up",
-    "field_malformed",    "field_unknown",       "inst_no_out_of_range", "message_of_no_feed", "reset_by_peer",
-    "early_overflow",     "price_check_failed",  "event_loss",          "update_undeliverable"};
+    "message_too_long", "frame_malformed",       "frame_foreign",        "checksum_wrong",      "segment_other_host",
+    "segment_repeated", "segment_early_dropped", "segment_refused",      "payload_not_mdqp",    "carry_over_given_up",
+    "field_malformed",  "field_unknown",         "inst_no_out_of_range", "message_of_no_feed",  "reset_by_peer",
+    "early_overflow",   "price_check_failed",    "event_loss",           "update_undeliverable"};
 static_assert(COUNTER_NAMES.back() != nullptr, "each counter has a name");
 
 class CCounters {

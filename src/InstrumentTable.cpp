@@ -12,21 +12,21 @@
 
 namespace {
 
-#define SLOT_FORMAT                                                                                                   \
-    "inst_id:%.16s,price_tick:%d,codec_price:%d,vol_multiple:%u,change_no:%u,update_mill_sec:%u,updatetime:%u,"       \
-    "bid5_price:%d,bid5_vol:%u,bid4_price:%d,bid4_vol:%u,bid3_price:%d,bid3_vol:%u,bid2_price:%d,bid2_vol:%u,"        \
-    "bid1_price:%d,bid1_vol:%u,ask5_price:%d,ask5_vol:%u,ask4_price:%d,ask4_vol:%u,ask3_price:%d,ask3_vol:%u,"        \
-    "ask2_price:%d,ask2_vol:%u,ask1_price:%d,ask1_vol:%u,open_interest:%lu,turnover:%lu,volume:%u,last_price:%d,"     \
+#define SLOT_FORMAT                                                                                               \
+    "inst_id:%.16s,price_tick:%d,codec_price:%d,vol_multiple:%u,change_no:%u,update_mill_sec:%u,updatetime:%u,"   \
+    "bid5_price:%d,bid5_vol:%u,bid4_price:%d,bid4_vol:%u,bid3_price:%d,bid3_vol:%u,bid2_price:%d,bid2_vol:%u,"    \
+    "bid1_price:%d,bid1_vol:%u,ask5_price:%d,ask5_vol:%u,ask4_price:%d,ask4_vol:%u,ask3_price:%d,ask3_vol:%u,"    \
+    "ask2_price:%d,ask2_vol:%u,ask1_price:%d,ask1_vol:%u,open_interest:%lu,turnover:%lu,volume:%u,last_price:%d," \
     "upper_limit_price:%d,lower_limit_price:%d,bid_volume=%u,bid_amount:%ld,ask_volume=%u,ask_amount:%ld"
 
-#define SLOT_VALUES(slot)                                                                                             \
-    (slot).inst_id, (slot).price_tick, (slot).codec_price, (slot).vol_multiple, (slot).change_no,                     \
-        (slot).update_mill_sec, (slot).updatetime, (slot).bid5_price, (slot).bid5_vol, (slot).bid4_price,             \
-        (slot).bid4_vol, (slot).bid3_price, (slot).bid3_vol, (slot).bid2_price, (slot).bid2_vol, (slot).bid1_price,   \
-        (slot).bid1_vol, (slot).ask5_price, (slot).ask5_vol, (slot).ask4_price, (slot).ask4_vol, (slot).ask3_price,   \
-        (slot).ask3_vol, (slot).ask2_price, (slot).ask2_vol, (slot).ask1_price, (slot).ask1_vol,                      \
-        (slot).open_interest, (slot).turnover, (slot).volume, (slot).last_price, (slot).upper_limit_price,            \
-        (slot).lower_limit_price, (slot).bid_volume, (slot).bid_amount, (slot).ask_volume, (slot).ask_amount
+#define SLOT_VALUES(slot)                                                                                              \
+    (slot).inst_id, (slot).price_tick, (slot).codec_price, (slot).vol_multiple, (slot).change_no,                      \
+        (slot).update_mill_sec, (slot).updatetime, (slot).bid5_price, (slot).bid5_vol, (slot).bid4_price,              \
+        (slot).bid4_vol, (slot).bid3_price, (slot).bid3_vol, (slot).bid2_price, (slot).bid2_vol, (slot).bid1_price,    \
+        (slot).bid1_vol, (slot).ask5_price, (slot).ask5_vol, (slot).ask4_price, (slot).ask4_vol, (slot).ask3_price,    \
+        (slot).ask3_vol, (slot).ask2_price, (slot).ask2_vol, (slot).ask1_price, (slot).ask1_vol, (slot).open_interest, \
+        (slot).turnover, (slot).volume, (slot).last_price, (slot).upper_limit_price, (slot).lower_limit_price,         \
+        (slot).bid_volume, (slot).bid_amount, (slot).ask_volume, (slot).ask_amount
 
 constexpr uint16_t CASE_SWAPPED_LEVELS = 0;
 constexpr uint16_t CASE_NARROW_LIMITS = 1;

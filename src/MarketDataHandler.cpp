@@ -26,7 +26,7 @@ struct QuietMinutes {
     int last;
 };
 
-constexpr QuietMinutes QUIET[] = {{8, 55, 59},  {20, 55, 59}, {9, 0, 0},    {21, 0, 0}, {10, 15, 15},
+constexpr QuietMinutes QUIET[] = {{8, 55, 59},  {20, 55, 59}, {9, 0, 0},    {21, 0, 0},  {10, 15, 15},
                                   {10, 25, 30}, {11, 30, 30}, {13, 25, 30}, {15, 0, 59}, {2, 30, 30}};
 
 bool IsQuiet(int hour, int minute) {
@@ -46,7 +46,8 @@ void CVexaShfeMdApiImpl::_MdHandler(const unsigned char* buf, unsigned int, void
         VEXA_LOG(LOG_ERROR, "user_data is nullptr");
         return;
     }
-    if (buf == nullptr || user->lpMdApi == nullptr) [[unlikely]] return;
+    if (buf == nullptr || user->lpMdApi == nullptr) [[unlikely]]
+        return;
     auto& api = *static_cast<CVexaShfeMdApiImpl*>(user->lpMdApi);
     uint32_t type = 0;
     std::memcpy(&type, buf, sizeof type);
@@ -89,8 +90,8 @@ void CVexaShfeMdApiImpl::_MdClearHandler(const unsigned char*, unsigned int, voi
     HANDLER_LOG(LOG_WARNING,
                 "channel%d got DMA_EVENT event_data0[%u] event_data1[%u] event_data2[%u] event_data3[%u] "
                 "event_data4[%u] event_data5[%u]",
-                channel, event.event_data0, event.event_data1, event.event_data2, event.event_data3,
-                event.event_data4, event.event_data5);
+                channel, event.event_data0, event.event_data1, event.event_data2, event.event_data3, event.event_data4,
+                event.event_data5);
     if (channel != MANAGER_CHANNEL) {
         HANDLER_LOG(LOG_WARNING, "channel%d receive DMA_EVENT event_data0[%u] event_data1[%u] event_data2[%u]", channel,
                     event.event_data0, event.event_data1, event.event_data2);
@@ -145,9 +146,8 @@ void CVexaShfeMdApiImpl::_ForgetSnapshot() {
     m_isTcpInitFinished = false;
     m_isHBM2InitFinished = false;
     CCommonLog::GetInstance().SetLogLevel(LOG_ALL);
-    for (const uint32_t address :
-         {reg::DIAGNOSTIC_2030, reg::DIAGNOSTIC_2031, reg::HBM2_STATUS, reg::DIAGNOSTIC_12015, reg::DIAGNOSTIC_1201B,
-          reg::DIAGNOSTIC_22015, reg::DIAGNOSTIC_2201B}) {
+    for (const uint32_t address : {reg::DIAGNOSTIC_2030, reg::DIAGNOSTIC_2031, reg::HBM2_STATUS, reg::DIAGNOSTIC_12015,
+                                   reg::DIAGNOSTIC_1201B, reg::DIAGNOSTIC_22015, reg::DIAGNOSTIC_2201B}) {
         uint32_t value = 0;
         m_drvRegEnyx.ReadRegister(address, value);
     }

@@ -212,8 +212,8 @@ int32_t CVexaShfeMdApiImpl::_FieldID0102(deal_info_t& refDealInfo, const EMDQPDa
                                          CVexaShfeMdApiImpl& refShfeMdApiImpl) {
     SInstTableType* slot = refShfeMdApiImpl._Slot(refMDQPDataType, refDealInfo.inst_no);
     if (slot == nullptr) return 0;
-    refShfeMdApiImpl.m_tradingDay = std::max(refShfeMdApiImpl.m_tradingDay,
-                                             DecimalText(refDealInfo.action_day, sizeof refDealInfo.action_day));
+    refShfeMdApiImpl.m_tradingDay =
+        std::max(refShfeMdApiImpl.m_tradingDay, DecimalText(refDealInfo.action_day, sizeof refDealInfo.action_day));
     slot->last_price = HundredthsOrAbsent<int32_t>(refDealInfo.last_price);
     slot->upper_limit_price = HundredthsOrAbsent<int32_t>(refDealInfo.upper_limit_price);
     slot->lower_limit_price = HundredthsOrAbsent<int32_t>(refDealInfo.lower_limit_price);

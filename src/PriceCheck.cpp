@@ -17,15 +17,13 @@ struct BookPrice {
 };
 
 /// From the highest ask to the lowest bid.
-constexpr BookPrice BOOK[] = {
-    {"ask5", &SInstTableType::ask5_price}, {"ask4", &SInstTableType::ask4_price}, {"ask3", &SInstTableType::ask3_price},
-    {"ask2", &SInstTableType::ask2_price}, {"ask1", &SInstTableType::ask1_price}, {"bid1", &SInstTableType::bid1_price},
-    {"bid2", &SInstTableType::bid2_price}, {"bid3", &SInstTableType::bid3_price}, {"bid4", &SInstTableType::bid4_price},
-    {"bid5", &SInstTableType::bid5_price}};
+constexpr BookPrice BOOK[] = {{"ask5", &SInstTableType::ask5_price}, {"ask4", &SInstTableType::ask4_price},
+                              {"ask3", &SInstTableType::ask3_price}, {"ask2", &SInstTableType::ask2_price},
+                              {"ask1", &SInstTableType::ask1_price}, {"bid1", &SInstTableType::bid1_price},
+                              {"bid2", &SInstTableType::bid2_price}, {"bid3", &SInstTableType::bid3_price},
+                              {"bid4", &SInstTableType::bid4_price}, {"bid5", &SInstTableType::bid5_price}};
 
-std::string InstId(const SInstTableType& slot) {
-    return {slot.inst_id, strnlen(slot.inst_id, sizeof slot.inst_id)};
-}
+std::string InstId(const SInstTableType& slot) { return {slot.inst_id, strnlen(slot.inst_id, sizeof slot.inst_id)}; }
 
 }  // namespace
 
@@ -72,9 +70,10 @@ int32_t CVexaShfeMdApiImpl::CheckPrice(std::vector<int>& prices, int32_t& up, in
         const auto position = static_cast<int>(i);
         if (price == 0 && previous == NOTHING_YET) continue;
         if (price != 0 && (price < lower || price > up)) {
-            VEXA_LOG(LOG_WARNING,
-                     "(price > up) or (price < lower), price is %d, up is %d, lower is %d, shfe2psInstTable index is :%d",
-                     price, up, lower, position);
+            VEXA_LOG(
+                LOG_WARNING,
+                "(price > up) or (price < lower), price is %d, up is %d, lower is %d, shfe2psInstTable index is :%d",
+                price, up, lower, position);
             return -1;
         }
         if (price >= previous && !(price == 0 && previous == 0)) {

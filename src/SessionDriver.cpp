@@ -114,7 +114,9 @@ void CVexaShfeMdApiImpl::_ReadIdentity() {
     }
     const uint64_t identity = (uint64_t{m_u50Dna[0]} << 32) | m_u50Dna[1];
     char text[sizeof "00:00:00:00:00:00"];
-    const auto byte = [identity](int index) { return static_cast<unsigned int>((identity >> (56 - 8 * index)) & 0xFF); };
+    const auto byte = [identity](int index) {
+        return static_cast<unsigned int>((identity >> (56 - 8 * index)) & 0xFF);
+    };
     std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", byte(0), byte(1), byte(2), byte(3), byte(4),
                   byte(5));
     m_u50MACAddr.UnSafeCopyFrom(text);
@@ -123,12 +125,14 @@ void CVexaShfeMdApiImpl::_ReadIdentity() {
 // ---- receiving ----------------------------------------------------------------------------------------------------
 
 int32_t CVexaShfeMdApiImpl::VexaRecv() {
-    if (!_PrepareStep()) [[unlikely]] return -1;
+    if (!_PrepareStep()) [[unlikely]]
+        return -1;
     return _Receive();
 }
 
 int32_t CVexaShfeMdApiImpl::VexaRecv(VexaShfeMdType& md) {
-    if (!_PrepareStep()) [[unlikely]] return -1;
+    if (!_PrepareStep()) [[unlikely]]
+        return -1;
     m_u50UserData.lpMdData = &md;
     return _Receive();
 }
@@ -144,7 +148,8 @@ inline bool CVexaShfeMdApiImpl::_PrepareStep() {
         _Cleandata(*this);
         return false;
     }
-    if (m_u50ConfigInfo.channel_id == MANAGER_CHANNEL && !m_isAllInitFinished) [[unlikely]] return _Rebuild();
+    if (m_u50ConfigInfo.channel_id == MANAGER_CHANNEL && !m_isAllInitFinished) [[unlikely]]
+        return _Rebuild();
     return true;
 }
 

@@ -9,14 +9,14 @@
 #include <cstddef>
 #include <cstdint>
 
-constexpr uint32_t TCP_SESSION_COUNT = 65536;          ///< one for each local port
-constexpr uint32_t FRAG_BUF_SIZE = 100000;             ///< bytes
-constexpr uint32_t FRAG_BUF_LIMIT = 65536;             ///< a carry-over must stay below this
-constexpr uint32_t LOST_BUF_LIMIT = 500;               ///< early segments kept by one connection
-constexpr uint32_t EARLY_SEGMENT_BUDGET = 2000;        ///< early segments kept by all connections together
-constexpr uint32_t FRAG_BUF_BUDGET = 512;              ///< carry-over buffers of all connections together
-constexpr uint32_t EARLY_FRAME_CAPACITY = 1600;        ///< bytes of one early frame
-constexpr int32_t TCP_LENGTH_LIMIT = 2036;             ///< a TCP header with payload must be shorter
+constexpr uint32_t TCP_SESSION_COUNT = 65536;    ///< one for each local port
+constexpr uint32_t FRAG_BUF_SIZE = 100000;       ///< bytes
+constexpr uint32_t FRAG_BUF_LIMIT = 65536;       ///< a carry-over must stay below this
+constexpr uint32_t LOST_BUF_LIMIT = 500;         ///< early segments kept by one connection
+constexpr uint32_t EARLY_SEGMENT_BUDGET = 2000;  ///< early segments kept by all connections together
+constexpr uint32_t FRAG_BUF_BUDGET = 512;        ///< carry-over buffers of all connections together
+constexpr uint32_t EARLY_FRAME_CAPACITY = 1600;  ///< bytes of one early frame
+constexpr int32_t TCP_LENGTH_LIMIT = 2036;       ///< a TCP header with payload must be shorter
 
 #pragma pack(push, 1)
 

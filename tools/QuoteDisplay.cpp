@@ -16,7 +16,8 @@ constexpr double HUNDREDTHS = 100.0;
 
 std::string PrintableId(const VexaShfeMdType& md) {
     std::string id(md.inst_id, strnlen(md.inst_id, sizeof md.inst_id));
-    std::replace_if(id.begin(), id.end(), [](unsigned char c) { return std::isgraph(c) == 0; }, '?');
+    std::replace_if(
+        id.begin(), id.end(), [](unsigned char c) { return std::isgraph(c) == 0; }, '?');
     return id;
 }
 

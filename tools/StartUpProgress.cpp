@@ -10,8 +10,13 @@ constexpr int64_t REDRAW_NS = 100'000'000;
 }
 
 const std::array<const char*, StartUpProgress::PHASE_COUNT> StartUpProgress::PHASE_NAMES{
-    "comparing packet counters", "waiting for the board's memory", "loading the snapshots", "writing the tables",
-    "checking the versions",     "subscribing",                    "engines started"};
+    "comparing packet counters",
+    "waiting for the board's memory",
+    "loading the snapshots",
+    "writing the tables",
+    "checking the versions",
+    "subscribing",
+    "engines started"};
 
 void StartUpProgress::OnWrite(uint32_t index, uint32_t value) {
     switch (index) {

@@ -262,8 +262,9 @@ int main(int argc, char** argv) {
     app.add_flag("--fast", options.isFast, "let the waits of a start-up (about 9 seconds) pass at once");
     app.add_option("--seconds", options.seconds, "end after this many seconds of live quotes")
         ->check(CLI::Range(0.0, 1e6));
-    CLI::Option* config = app.add_option("--config", options.config, "INI file to start with, instead of a built-in one")
-                              ->check(CLI::ExistingFile);
+    CLI::Option* config =
+        app.add_option("--config", options.config, "INI file to start with, instead of a built-in one")
+            ->check(CLI::ExistingFile);
     app.add_option("--instruments", options.instruments,
                    "comma-separated: \"all\", product codes (cu), futures (cu2612) or whole ids")
         ->capture_default_str()

@@ -17,8 +17,8 @@ bool ReadWhole(const std::string& path, std::string& text) {
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (file < 0) return false;
     struct stat status {};
-    bool isRead = fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
-                  static_cast<uint64_t>(status.st_size) <= FILE_BYTES_MAX;
+    bool isRead =
+        fstat(file, &status) == 0 && S_ISREG(status.st_mode) && static_cast<uint64_t>(status.st_size) <= FILE_BYTES_MAX;
     char block[16384];
     while (isRead) {
         const ssize_t count = read(file, block, sizeof block);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -129,7 +130,115 @@ public:
         return i;
     }
 
+    CQelCharArray& Append(uint64_t v) { return ParseInt(v, Length()); }
+    CQelCharArray& Append(int64_t v) {
+        if (v < 0) Append('-');
+        return ParseInt(v < 0 ? 0U - static_cast<uint64_t>(v) : static_cast<uint64_t>(v), Length());
+    }
+    CQelCharArray& Append(uint32_t v) { return ParseInt(v, Length()); }
+    CQelCharArray& Append(uint16_t v) { return ParseInt(v, Length()); }
+    CQelCharArray& Append(int16_t v) { return Append(int32_t{v}); }
+    CQelCharArray& Append(uint8_t v) { return ParseInt(v, Length()); }
+    CQelCharArray& Append(int8_t v) { return Append(int32_t{v}); }
+
+    /// Fixed notation with `precision` digits behind the point, at most 17. What does not fit is cut at the end.
+    CQelCharArray& Append(double v, int precision) {
+        char digits[352];  // the longest double in fixed notation
+        std::snprintf(digits, sizeof digits, "%.*f", std::clamp(precision, 0, 17), v);
+        return Append(digits);
+    }
+
+    /// The number alone, in place of the text that was there.
+    CQelCharArray& ParseFrom(uint32_t v) { return ParseInt(v, 0); }
+    CQelCharArray& ParseFrom(uint64_t v) { return ParseInt(v, 0); }
+    CQelCharArray& ParseFrom(int32_t v) {
+        Clear();
+        return Append(v);
+    }
+    CQelCharArray& ParseFrom(int64_t v) {
+        Clear();
+        return Append(v);
+    }
+
+    /// The number against the end of the array, `fill` in front of it.
+    CQelCharArray& FillCharParseFrom(uint32_t v, char fill) {
+        const int beforeFirst = _ParseIntRight(v, 0);
+        const auto first = static_cast<std::size_t>(v == 0 ? static_cast<int>(N) - 2 : beforeFirst + 1);
+        std::memset(m_value, fill, std::min(first, N - 1));
+        return *this;
+    }
+    CQelCharArray& FillCharParseFrom(int32_t v, char fill) {
+        const uint32_t magnitude = v < 0 ? 0U - static_cast<uint32_t>(v) : static_cast<uint32_t>(v);
+        FillCharParseFrom(magnitude, fill);
+        if (v < 0) m_value[0] = '-';
+        return *this;
+    }
+
+    /// Decimal digits of `v`, in place of the text that was there.
+    CQelCharArray& _StupidItoA(uint32_t v) { return ParseFrom(v); }
+
+    static CQelCharArray GetDefaultValue() { return CQelCharArray(); }
+    static constexpr std::size_t SIZE = N;
+
+    bool IsEmpty() const { return m_value[0] == '\0'; }
+    char* Data() { return m_value; }
+
+    /// First or last place of `c` in the text, null where there is none.
+    const char* StrChr(char c) const { return static_cast<const char*>(std::memchr(m_value, c, Length())); }
+    const char* StrRChr(char c) const {
+        for (std::size_t i = Length(); i > 0; --i) {
+            if (m_value[i - 1] == c) return m_value + i - 1;
+        }
+        return nullptr;
+    }
+
+    /// Writes one character inside the array; the last place stays the terminator's.
+    void At(std::size_t index, char c) {
+        if (index + 1 < N) m_value[index] = c;
+    }
+    /// Fills from `pos` to the end with `c`; the last place stays the terminator's.
+    void ClearBufByPos(std::size_t pos, char c) {
+        if (pos + 1 < N) std::memset(m_value + pos, c, N - 1 - pos);
+        m_value[N - 1] = '\0';
+    }
+
+    char ToChar() const { return m_value[0]; }
     int32_t ToInt32() const { return static_cast<int32_t>(ToInt64()); }
+    /// The number that begins at index `pos`; 0 beyond the text.
+    int32_t ToInt32(const std::size_t& pos) const {
+        CQelCharArray tail;
+        tail.CopyFrom(*this, pos, N);
+        return tail.ToInt32();
+    }
+    uint16_t ToWord() const { return static_cast<uint16_t>(ToInt64()); }
+    double ToDouble() const {
+        CQelCharArray<N + 1> copy;
+        copy.CopyFrom(*this, 0, N);
+        return std::strtod(copy.data(), nullptr);
+    }
+
+    CQelCharArray& TrimHeader() {
+        std::size_t first = 0;
+        const std::size_t length = Length();
+        while (first < length && IsBlank(m_value[first])) ++first;
+        return CopyFrom(*this, first, N);
+    }
+    CQelCharArray& TrimTail() {
+        std::size_t length = std::min(Length(), N - 1);
+        while (length > 0 && IsBlank(m_value[length - 1])) --length;
+        m_value[length] = '\0';
+        return *this;
+    }
+    CQelCharArray& Trim() { return TrimTail().TrimHeader(); }
+
+    CQelCharArray& StrToLowercase() { return Map('A', 'Z', 'a' - 'A'); }
+    CQelCharArray& StrToUppercase() { return Map('a', 'z', 'A' - 'a'); }
+
+    template <std::size_t M>
+    bool operator==(const CQelCharArray<M>& other) const {
+        const std::size_t length = Length();
+        return length == other.Length() && std::memcmp(m_value, other.data(), length) == 0;
+    }
 
     /// 0 when equal. The sign is the reverse of strcmp's: 1 when `other` is the greater one.
     template <std::size_t M>
@@ -184,6 +293,15 @@ public:
     }
 
 private:
+    static bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+    CQelCharArray& Map(char first, char last, int offset) {
+        std::for_each(m_value, m_value + Length(), [=](char& c) {
+            if (c >= first && c <= last) c = static_cast<char>(c + offset);
+        });
+        return *this;
+    }
+
     // A terminated copy: the array itself may be a view over a text without a terminator.
     CQelCharArray<32> Prefix() const {
         CQelCharArray<32> copy;
@@ -205,6 +323,10 @@ public:
         valid = m_pointer != nullptr;
         return *m_pointer;
     }
+
+    bool IsInvalid() const { return m_pointer == nullptr; }
+    /// Whether both refer to the same object, or both to none.
+    bool operator==(CQELOptional<T> other) const { return m_pointer == other.m_pointer; }
 
 private:
     T* m_pointer = nullptr;

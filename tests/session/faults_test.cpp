@@ -32,7 +32,8 @@ class Recovers : public testing::TestWithParam<FaultCase> {};
 
 std::vector<FaultCase> EveryFaultInBothForms() {
     std::vector<FaultCase> cases;
-    for (const char* name : {"reorder", "duplicate", "corrupt", "reset", "stall", "crossed-book", "lost-packet", "all"}) {
+    for (const char* name :
+         {"reorder", "duplicate", "corrupt", "reset", "stall", "crossed-book", "lost-packet", "all"}) {
         for (const Delivery delivery : {Delivery::Callback, Delivery::Polling}) {
             for (const uint64_t seed : {1, 2}) cases.push_back({name, delivery, seed});
         }

@@ -52,9 +52,8 @@ public:
     bool Has(ELOGLEVEL level, const std::string& text) const { return Count(level, text) > 0; }
 
     std::size_t Count(ELOGLEVEL level, const std::string& text) const {
-        return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const Line& line) {
-            return line.level == level && line.Text() == text;
-        }));
+        return static_cast<std::size_t>(std::count_if(
+            lines.begin(), lines.end(), [&](const Line& line) { return line.level == level && line.Text() == text; }));
     }
 
     std::vector<Line> lines;

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "public/reg/BoardProviderLoader.h"
+#include "public/reg/DriveRegEnyx.h"
 
 namespace {
 
@@ -104,6 +105,7 @@ RecordingBoard::RecordingBoard() {
 }
 
 RecordingBoard::~RecordingBoard() {
+    CDrvRegEnyx::GetInstance().Destory();
     UseBoardProvider(nullptr);
     g_board = nullptr;
 }

@@ -30,17 +30,17 @@ public:
     RecordingBoard();
     ~RecordingBoard();
 
-    std::vector<Access> accesses;                ///< in order
-    std::map<uint32_t, uint64_t> answers;        ///< what reads give; 0 when absent
-    std::deque<std::vector<uint8_t>> messages;   ///< one is handed over per poll
+    std::vector<Access> accesses;               ///< in order
+    std::map<uint32_t, uint64_t> answers;       ///< what reads give; 0 when absent
+    std::deque<std::vector<uint8_t>> messages;  ///< one is handed over per poll
     uint64_t polls = 0;
-    int openRegisters = 0;                       ///< handles open now
+    int openRegisters = 0;  ///< handles open now
     int openStreams = 0;
-    std::string streamName;                      ///< of the last open_stream
-    uint16_t bus = 0;                            ///< of the last open_registers
+    std::string streamName;  ///< of the last open_stream
+    uint16_t bus = 0;        ///< of the last open_registers
     uint16_t core = 0;
-    int32_t registersResult = 0;                 ///< what open_registers gives
-    int32_t streamResult = 0;                    ///< what open_stream gives
+    int32_t registersResult = 0;  ///< what open_registers gives
+    int32_t streamResult = 0;     ///< what open_stream gives
 
     /// Called on every poll before a message is handed over.
     std::function<void(RecordingBoard&)> onPoll;

@@ -23,6 +23,6 @@ public:
 
     int64_t wall = 1'777'500'000'000'000'000;  ///< since the epoch
     int64_t monotonic = 0;
-    int64_t step = 1'000'000;                  ///< added by every look
+    int64_t step = 1'000'000;  ///< added by every look
     int64_t slept = 0;
 };

@@ -1,0 +1,185 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "src/RegisterMap.h"
+#include "tests/support/IniText.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/RecordingBoard.h"
+#include "tests/support/TestableApi.h"
+#include "tests/support/VirtualClock.h"
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+namespace {
+
+struct CountingSpi : CVexaShfeMdSpi {
+    void OnVexaShfeMd(VexaShfeMdType&) override { ++updates; }
+    int updates = 0;
+};
+
+class SessionDriver : public testing::Test {
+protected:
+    void PutUpdate(uint32_t instNo = 1) {
+        std::vector<uint8_t> message(DMA_UDP_RECORD_OFFSET + sizeof(VexaShfeMdType));
+        message[0] = DMA_UDP;
+        std::memcpy(message.data() + DMA_UDP_RECORD_OFFSET, &instNo, sizeof instNo);
+        board.messages.push_back(message);
+    }
+    void PutEvent(uint32_t data0) {
+        const U50Event event{DMA_EVENT, sizeof(U50Event), data0, 0, 0, 0, 0, 0};
+        const auto* bytes = reinterpret_cast<const uint8_t*>(&event);
+        board.messages.emplace_back(bytes, bytes + sizeof event);
+    }
+    const char* Receiver() { return file.Path().c_str(); }
+
+    VirtualClock clock;
+    RecordingBoard board;
+    LogCapture log;
+    TempFile file{"[config]\ndevice=xilinx2:3\n"};
+    CountingSpi spi;
+    std::unique_ptr<TestableApi> api = MakeApi();
+};
+
+TEST_F(SessionDriver, OpensTheBoardAndReadsItsIdentityInOrder) {
+    board.answers = {{5, 0x20260420}, {4, 7}, {0x1002, 0x0A0B0C0D}, {0x1003, 0x0E0F1011}, {0x1004, 0x12131415}};
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    EXPECT_EQ(board.bus, 2);
+    EXPECT_EQ(board.core, 474);
+    EXPECT_EQ(board.streamName, "CUSTOM_CHAN3_DATA");
+    EXPECT_THAT(board.accesses, ElementsAre(R(5, 0x20260420), R(4, 7), R(0x1002, 0x0A0B0C0D), R(0x1003, 0x0E0F1011),
+                                            R(0x1004, 0x12131415)));
+    EXPECT_TRUE(log.Has(LOG_INFO, "FPGA COMPILE_DATE[20260420] COMPILE_VER[00000007]"));
+    EXPECT_TRUE(log.Has(LOG_INFO, "DNA [0a0b0c0d:0e0f1011:12131415] [0a:0b:0c:0d:0e:0f]"));
+}
+
+TEST_F(SessionDriver, TellsItsVersion) {
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    const std::string version = CVexaShfeMdApiImpl::VEXA_U50_VERSION.data();
+    EXPECT_THAT(version, testing::EndsWith(" V1.1.1.33"));
+    EXPECT_TRUE(log.Has(LOG_INFO, "VEXA_U50_VERSION[" + version + "]"));
+}
+
+TEST_F(SessionDriver, RegistersThatCannotBeOpenedFailTheStart) {
+    board.registersResult = -7;
+    EXPECT_EQ(api->VexaStart(spi, Receiver()), -2);
+    EXPECT_TRUE(log.Has(LOG_ERROR, "Reg Init failed"));
+    EXPECT_TRUE(log.Has(LOG_ERROR, "_Init error"));
+    EXPECT_EQ(board.openStreams, 0);
+}
+
+TEST_F(SessionDriver, StreamThatCannotBeOpenedFailsTheStart) {
+    board.streamResult = -7;
+    EXPECT_EQ(api->VexaStart(Receiver()), -2);
+    EXPECT_TRUE(log.Has(LOG_ERROR, "DMA Init failed"));
+    EXPECT_TRUE(log.Has(LOG_ERROR, "_Init error"));
+}
+
+TEST_F(SessionDriver, UnreadableConfigurationIsToldOnStandardOutput) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(api->VexaStart(spi, "/nonexistent/x.ini"), -2);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "ReadConfig is /nonexistent/x.ini failed \nInit, _ReadConfig failed \n");
+    EXPECT_TRUE(board.accesses.empty());
+}
+
+TEST_F(SessionDriver, InitTellsItsFailuresApart) {
+    api->m_configFileName.UnSafeCopyFrom(Receiver());
+    board.registersResult = -1;
+    EXPECT_EQ(api->Init(), -4);
+    board.registersResult = 0;
+    board.streamResult = -1;
+    EXPECT_EQ(api->Init(), -3);
+}
+
+TEST_F(SessionDriver, SecondStartClosesAndReopensTheStream) {
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    EXPECT_EQ(board.openStreams, 1);
+    EXPECT_EQ(board.openRegisters, 1);
+}
+
+TEST_F(SessionDriver, PathOf256CharactersOrMoreIsCutAt255) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(api->VexaStart(spi, std::string(300, 'x').c_str()), -2);
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                HasSubstr("ReadConfig is " + std::string(255, 'x') + " failed"));
+}
+
+TEST_F(SessionDriver, RecvStartContinuesOnZeroAndOneAndStopsOnMinusOne) {
+    PutUpdate();
+    PutEvent(0);
+    PutUpdate();
+    board.onPoll = [this](RecordingBoard& self) {
+        if (self.polls == 6) api->VexaStop();
+    };
+    EXPECT_EQ(api->VexaRecvStart(spi, Receiver()), 0);
+    EXPECT_EQ(spi.updates, 2);
+    EXPECT_EQ(board.polls, 6U);
+}
+
+TEST_F(SessionDriver, OtherChannelsAreNeverRebuilt) {
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    api->m_isAllInitFinished = false;
+    board.Forget();
+    EXPECT_EQ(api->VexaRecv(), 0);
+    EXPECT_TRUE(board.accesses.empty());
+}
+
+TEST_F(SessionDriver, FailedRebuildOfTheManagingChannelEndsTheStepWithoutCleaning) {
+    api->m_u50ConfigInfo.channel_id = 0;
+    api->m_u50ConfigInfo.init_tcpcnt = 0;
+    api->m_finishedMask.enabled_mask = 5;
+    EXPECT_EQ(api->VexaRecv(), -1);
+    EXPECT_TRUE(log.Has(LOG_ERROR, "_VexaSubDmaUp is error"));
+    EXPECT_EQ(api->m_finishedMask.enabled_mask, 5);
+}
+
+TEST_F(SessionDriver, StopClearsTheSessionAtTheNextStep) {
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    api->m_finishedMask.enabled_mask = 5;
+    api->_Slot(INE_2PS, 9)->volume = 1;
+    api->m_setPriceErrorInstId.insert("cu2612");
+    EXPECT_EQ(api->VexaStop(), 0);
+    EXPECT_EQ(api->m_finishedMask.enabled_mask, 5);
+    EXPECT_EQ(api->VexaRecv(), -1);
+    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
+    EXPECT_EQ(api->m_u50InstTable.ine2psInstTable[9].volume, 0U);
+    EXPECT_TRUE(api->m_setPriceErrorInstId.empty());
+}
+
+TEST_F(SessionDriver, SignalEndsEveryStepAndNoStartUndoesIt) {
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    raise(SIGINT);
+    EXPECT_FALSE(api->m_isStopflag);
+    EXPECT_EQ(api->VexaRecv(), -1);
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    EXPECT_EQ(api->VexaRecv(), -1);
+}
+
+TEST_F(SessionDriver, ExceptionOfTheApplicationPassesThrough) {
+    struct Throwing : CVexaShfeMdSpi {
+        void OnVexaShfeMd(VexaShfeMdType&) override { throw std::runtime_error("application"); }
+    } throwing;
+    ASSERT_EQ(api->VexaStart(throwing, Receiver()), 0);
+    PutUpdate();
+    EXPECT_THROW(api->VexaRecv(), std::runtime_error);
+    EXPECT_EQ(api->VexaRecv(), 0);
+}
+
+TEST_F(SessionDriver, ReceiveStepTakesAtMostOneMessage) {
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    PutUpdate();
+    PutUpdate();
+    EXPECT_EQ(api->VexaRecv(), 1);
+    EXPECT_EQ(spi.updates, 1);
+    EXPECT_EQ(api->VexaRecv(), 1);
+    EXPECT_EQ(api->VexaRecv(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,57 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <string>
+
+#include "public/signal/SignalProcess.h"
+#include "tests/support/LogCapture.h"
+
+namespace {
+
+class SignalProcess : public testing::Test {
+protected:
+    SignalProcess() {
+        CSignalProcess::m_isExit = false;
+        EXPECT_EQ(CSignalProcess::InitSignal(), 0);
+    }
+    ~SignalProcess() override { CSignalProcess::m_isExit = false; }
+    LogCapture log;
+};
+
+TEST_F(SignalProcess, BrokenPipeNeitherEndsTheProcessNorSetsTheFlag) {
+    raise(SIGPIPE);
+    EXPECT_FALSE(CSignalProcess::m_isExit);
+    EXPECT_TRUE(log.lines.empty());
+}
+
+TEST_F(SignalProcess, InterruptAndTerminationSetTheFlag) {
+    for (const int signal : {SIGINT, SIGTERM}) {
+        CSignalProcess::m_isExit = false;
+        raise(signal);
+        EXPECT_TRUE(CSignalProcess::m_isExit);
+        EXPECT_TRUE(log.Has(LOG_ERROR, "[" + std::to_string(getpid()) + "]received signal " + std::to_string(signal)));
+    }
+}
+
+TEST_F(SignalProcess, LineNamesTheHeaderAsItsFile) {
+    raise(SIGINT);
+    ASSERT_EQ(log.lines.size(), 1U);
+    EXPECT_THAT(log.lines[0].whole, testing::MatchesRegex("\\[SignalProcess\\.h:[0-9]+\\]\\[SignalHandler\\].*"));
+}
+
+TEST_F(SignalProcess, ErrnoSurvivesTheHandler) {
+    errno = ENOSPC;
+    raise(SIGINT);
+    EXPECT_EQ(errno, ENOSPC);
+}
+
+TEST_F(SignalProcess, FlagStaysSetWhenTheHandlersAreInstalledAgain) {
+    raise(SIGINT);
+    EXPECT_EQ(CSignalProcess::InitSignal(), 0);
+    EXPECT_TRUE(CSignalProcess::m_isExit);
+}
+
+}  // namespace

@@ -1,0 +1,71 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "src/RegisterMap.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/RecordingBoard.h"
+#include "tests/support/TestableApi.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+constexpr uint32_t OLDEST = 0x20260420;
+
+class VersionCheck : public testing::Test {
+protected:
+    VersionCheck() { CDrvRegEnyx::GetInstance().Init(0, 474); }
+    int32_t Check(uint32_t hardware, uint32_t verdict) {
+        board.answers[reg::HARDWARE_VERSION] = hardware;
+        board.answers[reg::VERSION_VERDICT] = verdict;
+        return api->Chk_SysVersion();
+    }
+    RecordingBoard board;
+    LogCapture log;
+    std::unique_ptr<TestableApi> api = MakeApi();
+};
+
+TEST_F(VersionCheck, WritesItsVersionAndThenReadsHardwareAndVerdict) {
+    EXPECT_EQ(Check(OLDEST, 1), 0);
+    EXPECT_THAT(board.accesses, ElementsAre(W(reg::SOFTWARE_VERSION, 0x01010133), R(reg::HARDWARE_VERSION, OLDEST),
+                                            R(reg::VERSION_VERDICT, 1)));
+}
+
+TEST_F(VersionCheck, HardwareEqualToTheOldestPasses) {
+    EXPECT_EQ(Check(OLDEST, 1), 0);
+    EXPECT_THAT(log.Texts(),
+                ElementsAre("master channel addr 0x102, litte Endian  0x33010101.",
+                            "master channel addr 0x102, big Endian  0x01010133.",
+                            "str_it->second is 20260420, hwVersion is 20260420.", "hardware version check is success.",
+                            "hardware and soft version check is success."));
+}
+
+TEST_F(VersionCheck, OlderHardwareIsRefusedBeforeTheVerdictIsRead) {
+    EXPECT_EQ(Check(OLDEST - 1, 1), -1);
+    EXPECT_THAT(log.Texts(LOG_ERROR),
+                ElementsAre("you will need to update your hardware version.",
+                            "soft version 1.1.1.33, hwVersion is 20260420 > fpga hwVersion is 2026041f."));
+    EXPECT_TRUE(board.AccessesTo(reg::VERSION_VERDICT, reg::VERSION_VERDICT).empty());
+}
+
+TEST_F(VersionCheck, HardwareIsComparedUnsigned) { EXPECT_EQ(Check(0xFFFFFFFF, 1), 0); }
+
+TEST_F(VersionCheck, VerdictZeroMeansTheWriteWasNotTaken) {
+    EXPECT_EQ(Check(OLDEST, 0), -1);
+    EXPECT_TRUE(log.Has(LOG_INFO, "soft version write is fail."));
+}
+
+TEST_F(VersionCheck, VerdictTwoMeansTheLibraryIsTooOld) {
+    EXPECT_EQ(Check(OLDEST, 2), -1);
+    EXPECT_TRUE(log.Has(LOG_INFO, "you will need to update your soft version."));
+    EXPECT_TRUE(log.Has(LOG_INFO, "iCheckRst == 2, soft  error."));
+}
+
+TEST_F(VersionCheck, AnyOtherVerdictIsAnError) {
+    for (const uint32_t verdict : {3U, 255U}) {
+        EXPECT_EQ(Check(OLDEST, verdict), -1);
+        EXPECT_TRUE(log.Has(LOG_INFO, "iCheckRst is " + std::to_string(verdict) + " error."));
+    }
+}
+
+}  // namespace

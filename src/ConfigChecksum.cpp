@@ -28,7 +28,9 @@ FilePtr OpenRegular(const char* path) {
         close(descriptor);
         return nullptr;
     }
-    return FilePtr(fdopen(descriptor, "r"));
+    FilePtr file(fdopen(descriptor, "r"));
+    if (file == nullptr) close(descriptor);
+    return file;
 }
 
 }  // namespace

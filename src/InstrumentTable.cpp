@@ -2,9 +2,7 @@
 // price check and the recovery. Runs on the receiving thread, once per completed snapshot.
 // Invariant: exactly `capacity` slots are walked, whatever the count says.
 #include <algorithm>
-#include <cmath>
 #include <cstring>
-#include <utility>
 
 #include "public/log/LogLine.h"
 #include "src/BoardTable.h"

@@ -76,12 +76,16 @@ int32_t CVexaShfeMdApiImpl::_ContractUnsubscribe(SInstTableType* table, uint32_t
                                                  uint32_t writeAddrReg, uint32_t writeDataReg, int32_t count,
                                                  int32_t channel) {
     const reg::TablePort port{writeAddrReg, writeDataReg, readAddrReg, readDataReg};
+    int32_t capacity = 0;
     for (const EMDQPDataType feed : ALL_FEEDS) {
-        if (FeedTable(m_u50InstTable, feed) == table) _MarkSlots(feed, count);
+        if (FeedTable(m_u50InstTable, feed) != table) continue;
+        capacity = FeedCapacity(feed);
+        _MarkSlots(feed, count);
     }
-    for (int32_t i = 0; i < count; ++i) {
+    for (int32_t i = 0; i < std::min(count, capacity); ++i) {
         const uint32_t first = static_cast<uint32_t>(i) * WORDS_PER_SLOT;
-        uint32_t words[WORDS_PER_SLOT] = {};
+        uint32_t words[WORDS_PER_SLOT];
+        std::memcpy(words, &table[i], sizeof words);  // a word that cannot be read stays as it is
         for (uint32_t word = 0; word < WORDS_PER_SLOT; ++word) {
             board_table::ReadWord(m_drvRegEnyx, port, first + word, words[word]);
         }

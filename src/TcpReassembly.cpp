@@ -199,6 +199,7 @@ void CVexaShfeMdApiImpl::_DeliverBehindCarryOver(tcp_session_t& session, const S
         _FreeEarlySegments(session);
         return;
     }
+    if (frame.payloadLength == 0) return;
     std::memcpy(session.frag_buf + session.frag_buf_offset, frame.payload, frame.payloadLength);
     session.frag_buf_offset += frame.payloadLength;
     if (session.frag_buf_offset < HEADER_BYTES) return;

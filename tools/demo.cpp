@@ -248,9 +248,7 @@ int Run(const DemoOptions& options) {
     return display.Updates() > 0 && equal == display.Instruments() ? 0 : 1;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int ParseAndRun(int argc, char** argv) {
     DemoOptions options;
     CLI::App app(
         "Runs a whole session on the software board, with a synthetic exchange behind it:\n"
@@ -273,8 +271,14 @@ int main(int argc, char** argv) {
     app.add_option("--seed", options.seed, "the same seed gives the same exchange")->capture_default_str();
     app.add_option("--rate", options.rate, "updates a second (0: as fast as they are taken)")->capture_default_str();
     CLI11_PARSE(app, argc, argv);
+    return Run(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
     try {
-        return Run(options);
+        return ParseAndRun(argc, argv);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "vexa_demo: %s\n", error.what());
         return 1;

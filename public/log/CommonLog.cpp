@@ -55,11 +55,7 @@ char* PutDigits(char* to, int64_t value, int digits) {
     return to + digits;
 }
 
-char* PutText(char* to, const char* text) {
-    const std::size_t length = std::strlen(text);
-    std::memcpy(to, text, length);
-    return to + length;
-}
+char* PutText(char* to, const char* text) { return std::copy_n(text, std::strlen(text), to); }
 
 const char* LevelName(ELOGLEVEL level) {
     switch (level) {

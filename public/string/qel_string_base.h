@@ -321,7 +321,9 @@ public:
     /// Sets `valid`; the result must not be used when it is false.
     T& GetData(bool& valid) const {
         valid = m_pointer != nullptr;
-        return *m_pointer;
+        // A reference to nothing must not be made: an empty holder refers to bytes that nobody uses.
+        alignas(T) static unsigned char nothing[sizeof(T)];
+        return valid ? *m_pointer : reinterpret_cast<T&>(nothing);
     }
 
     bool IsInvalid() const { return m_pointer == nullptr; }

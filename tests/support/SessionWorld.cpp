@@ -15,6 +15,7 @@ SessionWorld::SessionWorld(const software_board::BoardOptions& options) : board(
     std::string name = (std::filesystem::temp_directory_path() / "vexa-session-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) std::abort();
     m_directory = name;
+    TestableApi::s_indexDirectory = name;
     software_board::InstallBoard(0, &board);
     UseBoardProvider(&software_board::Provider());
 }

@@ -306,7 +306,7 @@ TEST_F(SnapshotDispatch, CompletionClosesTheSnapshotAndThenWritesTheTablesInOrde
 
 TEST_F(SnapshotDispatch, TablesOfEnabledFeedsCarryTheirInstruments) {
     inst_info_t info{};
-    std::strcpy(info.inst_id, "cu2612");
+    std::memcpy(info.inst_id, "cu2612", sizeof "cu2612");
     info.volume_multiple = 5;
     info.inst_no = 1;
     const Bytes zeros(8);
@@ -365,11 +365,11 @@ class CrossedBook : public SnapshotDispatch {
 protected:
     static Bytes Book(double bid, double ask) {
         inst_info_t info{};
-        std::strcpy(info.inst_id, "cu2612");
+        std::memcpy(info.inst_id, "cu2612", sizeof "cu2612");
         deal_info_t deal{};
         deal.upper_limit_price = 200;
         deal.lower_limit_price = 1;
-        std::strcpy(deal.action_day, "20260430");
+        std::memcpy(deal.action_day, "20260430", sizeof "20260430");
         const Bytes zeros(8);
         return exchange::MdqpWriter(mdqp::FLAG_LAST)
             .InstInfo(info)

@@ -1,0 +1,202 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <set>
+#include <string>
+
+#include "public/reg/BoardProviderLoader.h"
+#include "software_board/SoftwareBoard.h"
+#include "src/RegisterMap.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/RecordingBoard.h"
+#include "tests/support/TestableApi.h"
+#include "tests/support/VirtualClock.h"
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+/// A board whose tables hold a handful of instruments.
+class Subscription : public testing::Test {
+protected:
+    Subscription() : board(software_board::BoardOptions{}) {
+        software_board::InstallBoard(0, &board);
+        UseBoardProvider(&software_board::Provider());
+        CDrvRegEnyx::GetInstance().Init(0, 474);
+        board.Write(reg::BRING_UP_START, 1);
+        for (const char* id : {"cu2612", "cu2612C70000", "cu2701", "al2612", "cu2612TAS"}) Put(SHFE_2PS, id);
+        for (const char* id : {"sc2612", "sc2612P500"}) Put(INE_2PS, id);
+        board.Write(reg::SHFE_INST_COUNT, 5);
+        board.Write(reg::INE_INST_COUNT, 2);
+        api->m_u50ConfigInfo.enabled_mask.enabled_mask = 5;
+    }
+    ~Subscription() override {
+        CDrvRegEnyx::GetInstance().Destory();
+        UseBoardProvider(nullptr);
+        software_board::InstallBoard(0, nullptr);
+    }
+    void Put(EMDQPDataType feed, const char* id) {
+        SInstTableType slot{};
+        std::strncpy(slot.inst_id, id, sizeof slot.inst_id - 1);
+        uint32_t words[WORDS_PER_SLOT];
+        std::memcpy(words, &slot, sizeof words);
+        const auto first = static_cast<uint32_t>(used[feed]++) * WORDS_PER_SLOT;
+        const reg::TablePort& port = reg::FEEDS[feed].table;
+        for (uint32_t word = 0; word < WORDS_PER_SLOT; ++word) {
+            board.Write(port.writeData, words[word]);
+            board.Write(port.writeAddr, first + word);
+        }
+    }
+    void Subscribe(int32_t channel, const std::string& insts, bool options = false) {
+        U50ChannelInfo& info = api->m_u50ConfigInfo.channelInfo[channel];
+        info.insts.UnSafeCopyFrom(insts.c_str());
+        info.options = options;
+        info.recvall = insts == "all";
+        EXPECT_EQ(api->_ContractSubscribeManager(channel), 0);
+    }
+    /// Ids whose control word on the board carries the channel's bit.
+    std::set<std::string> Subscribed(int32_t channel) {
+        std::set<std::string> ids;
+        for (const EMDQPDataType feed : ALL_FEEDS) {
+            for (int32_t i = 0; i < used[feed]; ++i) {
+                const SInstTableType& slot = board.Slot(feed, i);
+                if ((slot.config >> channel & 1U) != 0) ids.insert(slot.inst_id);
+            }
+        }
+        return ids;
+    }
+    VirtualClock clock;
+    software_board::SoftwareBoard board;
+    LogCapture log;
+    int32_t used[FEED_COUNT] = {};
+    std::unique_ptr<TestableApi> api = MakeApi();
+};
+
+TEST_F(Subscription, TwoLettersSelectTheFuturesOfAProduct) {
+    Subscribe(0, "cu");
+    EXPECT_THAT(Subscribed(0), UnorderedElementsAre("cu2612", "cu2701"));
+}
+
+TEST_F(Subscription, TwoLettersWithOptionsSelectTheLongerIdsToo) {
+    Subscribe(0, "cu", true);
+    EXPECT_THAT(Subscribed(0), UnorderedElementsAre("cu2612", "cu2612C70000", "cu2701", "cu2612TAS"));
+}
+
+TEST_F(Subscription, SixCharactersSelectOneFutureAndWithOptionsItsOptions) {
+    Subscribe(0, "cu2612");
+    EXPECT_THAT(Subscribed(0), UnorderedElementsAre("cu2612"));
+    Subscribe(1, "cu2612", true);
+    EXPECT_THAT(Subscribed(1), UnorderedElementsAre("cu2612", "cu2612C70000", "cu2612TAS"));
+}
+
+TEST_F(Subscription, AnyOtherLengthSelectsAnExactMatchWhateverTheOptions) {
+    Subscribe(0, "cu2612C70000");
+    EXPECT_THAT(Subscribed(0), UnorderedElementsAre("cu2612C70000"));
+    Subscribe(1, "c", true);
+    EXPECT_THAT(Subscribed(1), IsEmpty());
+    Subscribe(2, "cu2612C7000", true);
+    EXPECT_THAT(Subscribed(2), IsEmpty());
+}
+
+TEST_F(Subscription, AllSelectsFuturesAndWithOptionsEverything) {
+    Subscribe(0, "all");
+    EXPECT_THAT(Subscribed(0), UnorderedElementsAre("cu2612", "cu2701", "al2612", "sc2612"));
+    Subscribe(1, "all", true);
+    EXPECT_EQ(Subscribed(1).size(), 7U);
+}
+
+TEST_F(Subscription, EntriesDriveTheLoopAlsoWhereAllIsWanted) {
+    api->m_u50ConfigInfo.channelInfo[0].insts.CopyFrom("x,y");
+    api->m_u50ConfigInfo.channelInfo[0].recvall = true;
+    api->_ContractSubscribeManager(0);
+    EXPECT_EQ(Subscribed(0).size(), 4U);
+    EXPECT_EQ(log.Count(LOG_INFO, "shfeInstCount[5] ineInstCount[2] listen_insts[x]"), 1U);
+    EXPECT_EQ(log.Count(LOG_DEBUG, "subscribe cu2612 0 2147483649"), 4U);  // before and after, for each entry
+}
+
+TEST_F(Subscription, EmptyListSubscribesNothingEvenWithAll) {
+    api->m_u50ConfigInfo.channelInfo[0].recvall = true;
+    api->_ContractSubscribeManager(0);
+    EXPECT_THAT(Subscribed(0), IsEmpty());
+}
+
+TEST_F(Subscription, InstrumentThatFailedThePriceCheckIsNeverSubscribed) {
+    api->m_setPriceErrorInstId.insert("cu2612");
+    Subscribe(0, "all", true);
+    EXPECT_EQ(Subscribed(0).count("cu2612"), 0U);
+    EXPECT_EQ(Subscribed(0).size(), 6U);
+}
+
+TEST_F(Subscription, TasInstrumentsCarryTheirBit) {
+    Subscribe(0, "all", true);
+    EXPECT_EQ(board.Slot(SHFE_2PS, 4).config, SLOT_IN_USE | SLOT_TAS | 1U);
+    EXPECT_EQ(board.Slot(SHFE_2PS, 0).config, SLOT_IN_USE | 1U);
+}
+
+TEST_F(Subscription, LastChannelThatLeavesSwitchesTheSlotOff) {
+    Subscribe(3, "cu2612");
+    Subscribe(3, "");
+    EXPECT_EQ(board.Slot(SHFE_2PS, 0).config, 0U);
+}
+
+TEST_F(Subscription, OtherChannelsKeepTheirBits) {
+    Subscribe(3, "cu2612");
+    Subscribe(15, "cu2612");
+    Subscribe(3, "");
+    EXPECT_EQ(board.Slot(SHFE_2PS, 0).config, SLOT_IN_USE | 1U << 15);
+}
+
+TEST_F(Subscription, DisabledFeedIsUnsubscribedButNeverSubscribed) {
+    Subscribe(0, "all", true);
+    api->m_u50ConfigInfo.enabled_mask.enabled_mask = 1;
+    Subscribe(0, "all", true);
+    EXPECT_EQ(board.Slot(INE_2PS, 0).config, 0U);
+    EXPECT_EQ(Subscribed(0).size(), 5U);
+}
+
+TEST_F(Subscription, CountsBeyondTheTablesAreCapped) {
+    board.Write(reg::SHFE_INST_COUNT, UINT32_MAX);
+    board.Write(reg::INE_INST_COUNT, 4097);
+    Subscribe(0, "cu");
+    EXPECT_TRUE(log.Has(LOG_INFO, "if shfeInstCount > 16384, set shfeInstCount = 16384."));
+    EXPECT_TRUE(log.Has(LOG_INFO, "if ineInstCount > 4096, set ineInstCount = 4096."));
+    EXPECT_EQ(Subscribed(0).size(), 2U);
+}
+
+TEST(SubscriptionAccess, OneSlotIsReadChangedCommittedAndReadBack) {
+    RecordingBoard board;
+    const LogCapture log;
+    CDrvRegEnyx::GetInstance().Init(0, 474);
+    const auto api = MakeApi();
+    std::memcpy(api->_Slot(SHFE_2PS, 2)->inst_id, "cu2612", 7);
+    CInstrumentType entry("cu");
+    api->_ContractSubscribe(api->m_u50InstTable.shfe2psInstTable, true, 0x11002, 0x11003, 0x11000, 0x11001, 2, 5,
+                            entry);
+    EXPECT_THAT(board.accesses, ElementsAre(W(0x11002, 128), R(0x11003), W(0x11001, SLOT_IN_USE | 1U << 5),
+                                            W(0x11000, 128), W(0x11002, 128), R(0x11003)));
+}
+
+TEST(SubscriptionAccess, UnsubscribingReadsTheWholeSlotAndCommitsItsControlWord) {
+    RecordingBoard board;
+    const LogCapture log;
+    CDrvRegEnyx::GetInstance().Init(0, 474);
+    board.answers[0x11003] = SLOT_IN_USE | 1U << 5;
+    const auto api = MakeApi();
+    api->_ContractUnsubscribe(api->m_u50InstTable.shfe2psInstTable, 0x11002, 0x11003, 0x11000, 0x11001, 1, 5);
+    std::vector<Access> expected;
+    for (uint32_t word = 0; word < 64; ++word) {
+        expected.push_back(W(0x11002, word));
+        expected.push_back(R(0x11003, SLOT_IN_USE | 1U << 5));
+    }
+    expected.push_back(W(0x11001, SLOT_IN_USE));
+    expected.push_back(W(0x11001, 0));
+    expected.push_back(W(0x11000, 0));
+    EXPECT_THAT(board.accesses, ElementsAreArray(expected));
+    EXPECT_EQ(api->m_u50InstTable.shfe2psInstTable[0].price_tick, static_cast<int32_t>(SLOT_IN_USE | 1U << 5));
+}
+
+}  // namespace

@@ -106,7 +106,7 @@ TEST_F(MdqpDecoding, LargestDoubleStandsForAbsent) {
     Slot().last_price = 5;
     Parse(Padded(MdqpWriter().DealInfo(deal).PriceDetail(1, '0', DBL_MAX, 3)));
     EXPECT_EQ(Slot().last_price, 0);
-    EXPECT_EQ(Slot().turnover, 0U);
+    EXPECT_EQ(uint64_t{Slot().turnover}, 0U);
     EXPECT_EQ(Slot().bid1_price, 0);
     EXPECT_EQ(Slot().bid1_vol, 3U);
 }
@@ -124,8 +124,8 @@ TEST_F(MdqpDecoding, DealIsStoredInHundredths) {
     std::memcpy(deal.action_day, "20260430", 9);
     Parse(Padded(MdqpWriter().DealInfo(deal)));
     EXPECT_EQ(Slot().last_price, 432150);
-    EXPECT_EQ(Slot().turnover, 123456789U);
-    EXPECT_EQ(Slot().open_interest, 99U);
+    EXPECT_EQ(uint64_t{Slot().turnover}, 123456789U);
+    EXPECT_EQ(uint64_t{Slot().open_interest}, 99U);
     EXPECT_EQ(Slot().upper_limit_price, 500000);
     EXPECT_EQ(Slot().lower_limit_price, -99);  // -100.4 + 0.5, cut towards zero
     EXPECT_EQ(Slot().volume, 12U);
@@ -161,8 +161,8 @@ TEST_F(MdqpDecoding, WhatNoIntegerHoldsBecomesZero) {
         deal.turnover = value;
         deal.open_interest = value;
         Parse(Padded(MdqpWriter().DealInfo(deal)));
-        EXPECT_EQ(Slot().turnover, 0U) << value;
-        EXPECT_EQ(Slot().open_interest, 0U) << value;
+        EXPECT_EQ(uint64_t{Slot().turnover}, 0U) << value;
+        EXPECT_EQ(uint64_t{Slot().open_interest}, 0U) << value;
     }
 }
 
@@ -180,9 +180,9 @@ TEST_F(MdqpDecoding, OrderStatisticsAreStored) {
     Slot().ask_amount = 7;
     Parse(Padded(MdqpWriter().OrderStatistics(record)));
     EXPECT_EQ(Slot().bid_volume, 5U);
-    EXPECT_EQ(Slot().bid_amount, 1025);
+    EXPECT_EQ(int64_t{Slot().bid_amount}, 1025);
     EXPECT_EQ(Slot().ask_volume, 6U);
-    EXPECT_EQ(Slot().ask_amount, 0);
+    EXPECT_EQ(int64_t{Slot().ask_amount}, 0);
 }
 
 TEST_F(MdqpDecoding, InstrumentNumberSetsTheCountOnePastIt) {

@@ -29,7 +29,7 @@ int32_t CVexaShfeMdApiImpl::VexaStart(CVexaShfeMdSpi& spi, const char* lpConfig)
         return -1;
     }
     m_isStopflag.store(false, std::memory_order_relaxed);
-    m_vexaShfeMdSpiOptional = CQELOptional<CVexaShfeMdSpi>(spi);
+    m_vexaShfeMdSpiOptional = spi;
     if (_Start(CALL_BACK, lpConfig) != 0) {
         VEXA_LOG(LOG_ERROR, "_Init error");
         return -2;

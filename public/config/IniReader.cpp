@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 
 namespace {
@@ -37,6 +38,15 @@ bool ReadWhole(const std::string& path, std::string& text) {
 // atoi without its undefined range: whatever does not fit is cut as the conversion from long cuts it.
 int32_t ToInt32(const std::string& value) { return static_cast<int32_t>(std::strtol(value.c_str(), nullptr, 10)); }
 
+// Decimal only, and the same whatever the locale; 0 for what is no number.
+template <typename T>
+T ToReal(const std::string& value) {
+    const std::size_t first = !value.empty() && value.front() == '+' ? 1 : 0;
+    T number = 0;
+    std::from_chars(value.data() + first, value.data() + value.size(), number);
+    return number;
+}
+
 }  // namespace
 
 bool CIniReader::ReadConfig(const std::string& path) {
@@ -47,28 +57,31 @@ bool CIniReader::ReadConfig(const std::string& path) {
     return true;
 }
 
-// A section that is opened again takes over the entries of the section read last: files rely on it.
+// A section that is opened again takes over the entries of the section read last: files rely on it. A section gets
+// its entries when another one begins, not line by line: copying them all for each line would take quadratic time.
 void CIniReader::TakeLines(const std::string& text) {
     std::string section;
     std::string key;
     std::string value;
     Section current;
+    Section* open = nullptr;
     for (std::size_t start = 0; start < text.size();) {
         const std::size_t end = std::min(text.find('\n', start), text.size());
         if (AnalyseLine(text.substr(start, end - start), section, key, value)) {
-            const auto found = m_configMap.find(section);
-            if (found != m_configMap.end()) {
-                current[key] = value;
-                found->second = current;
-            } else {
+            const auto [found, isNew] = m_configMap.try_emplace(section);
+            if (open != nullptr && open != &found->second) *open = current;
+            open = &found->second;
+            if (isNew) {
                 current.clear();
-                m_configMap.emplace(section, Section());
+            } else {
+                current[key] = value;
             }
         }
         key.clear();
         value.clear();
         start = end + 1;
     }
+    if (open != nullptr) *open = current;
 }
 
 bool CIniReader::AnalyseLine(const std::string& line, std::string& section, std::string& key, std::string& value) {
@@ -115,7 +128,7 @@ bool CIniReader::ReadCommon(const char* section, const char* key, std::string& o
 
 std::string CIniReader::ReadString(const char* section, const char* key, const char* def) {
     std::string value;
-    return ReadCommon(section, key, value) ? value : std::string(def);
+    return ReadCommon(section, key, value) ? value : std::string(def != nullptr ? def : "");
 }
 
 int32_t CIniReader::ReadInt32(const char* section, const char* key, int32_t def) {
@@ -141,10 +154,10 @@ int64_t CIniReader::ReadInt64(const char* section, const char* key, int64_t def)
 
 float CIniReader::ReadFloat(const char* section, const char* key, float def) {
     std::string value;
-    return ReadCommon(section, key, value) ? std::strtof(value.c_str(), nullptr) : def;
+    return ReadCommon(section, key, value) ? ToReal<float>(value) : def;
 }
 
 double CIniReader::ReadDouble(const char* section, const char* key, double def) {
     std::string value;
-    return ReadCommon(section, key, value) ? std::strtod(value.c_str(), nullptr) : def;
+    return ReadCommon(section, key, value) ? ToReal<double>(value) : def;
 }

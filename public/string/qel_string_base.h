@@ -106,8 +106,8 @@ public:
 
     /// Writes the decimal digits of `v` from index `pos` on. When they do not fit, the high digits are lost.
     CQelCharArray& ParseInt(uint64_t v, std::size_t pos) {
-        if (pos >= N) return *this;
         const int beforeFirst = _ParseIntRight(v, pos);
+        if (pos >= N) return *this;
         if (beforeFirst < static_cast<int>(pos)) return *this;
         const std::size_t first = static_cast<std::size_t>(beforeFirst) + 1;
         std::memmove(m_value + pos, m_value + first, N - first);
@@ -122,7 +122,7 @@ public:
             m_value[N - 2] = '0';
             return static_cast<int>(N) - 3;
         }
-        while (v != 0 && static_cast<int>(pos) <= i) {
+        while (v != 0 && i >= 0 && pos <= static_cast<std::size_t>(i)) {
             m_value[i] = static_cast<char>('0' + v % 10);
             v /= 10;
             --i;
@@ -206,16 +206,12 @@ public:
     int32_t ToInt32() const { return static_cast<int32_t>(ToInt64()); }
     /// The number that begins at index `pos`; 0 beyond the text.
     int32_t ToInt32(const std::size_t& pos) const {
-        CQelCharArray tail;
+        CQelCharArray<N + 1> tail;
         tail.CopyFrom(*this, pos, N);
         return tail.ToInt32();
     }
     uint16_t ToWord() const { return static_cast<uint16_t>(ToInt64()); }
-    double ToDouble() const {
-        CQelCharArray<N + 1> copy;
-        copy.CopyFrom(*this, 0, N);
-        return std::strtod(copy.data(), nullptr);
-    }
+    double ToDouble() const { return std::strtod(Terminated().data(), nullptr); }
 
     CQelCharArray& TrimHeader() {
         std::size_t first = 0;
@@ -243,8 +239,8 @@ public:
     /// 0 when equal. The sign is the reverse of strcmp's: 1 when `other` is the greater one.
     template <std::size_t M>
     int Comp(const CQelCharArray<M>& other) const {
-        for (std::size_t i = 0; i < std::min(M, N); ++i) {
-            const char mine = m_value[i];
+        for (std::size_t i = 0; i < M; ++i) {
+            const char mine = i < N ? m_value[i] : '\0';  // a view may be full up to its last byte
             const char theirs = other.data()[i];
             if (mine != theirs) {
                 return static_cast<signed char>(theirs) > static_cast<signed char>(mine) ? 1 : -1;
@@ -287,10 +283,7 @@ public:
         return reinterpret_cast<const CQelCharArray<M>&>(buf);
     }
 
-    int64_t ToInt64() const {
-        const CQelCharArray<32> digits = Prefix();
-        return std::strtoll(digits.data(), nullptr, 10);
-    }
+    int64_t ToInt64() const { return std::strtoll(Terminated().data(), nullptr, 10); }
 
 private:
     static bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
@@ -303,9 +296,9 @@ private:
     }
 
     // A terminated copy: the array itself may be a view over a text without a terminator.
-    CQelCharArray<32> Prefix() const {
-        CQelCharArray<32> copy;
-        copy.CopyFrom(*this, 0, 31);
+    CQelCharArray<N + 1> Terminated() const {
+        CQelCharArray<N + 1> copy;
+        copy.CopyFrom(*this, 0, N);
         return copy;
     }
 
@@ -316,7 +309,7 @@ template <typename T>
 class CQELOptional {
 public:
     CQELOptional() = default;
-    explicit CQELOptional(T& object) : m_pointer(&object) {}
+    CQELOptional(T& object) : m_pointer(&object) {}  // NOLINT(google-explicit-constructor): an object is a reference
 
     /// Sets `valid`; the result must not be used when it is false.
     T& GetData(bool& valid) const {

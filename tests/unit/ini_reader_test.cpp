@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -22,6 +24,46 @@ protected:
     }
     CIniReader ini;
 };
+
+using Sections = std::map<std::string, CIniReader::Section>;
+
+std::string Trimmed(const std::string& text) {
+    const std::size_t first = text.find_first_not_of(" \t\r\n");
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+/// A second reading of one line: empty when it says nothing, else section (header) or key and value.
+struct Reading {
+    bool isHeader = false;
+    std::string name;
+    std::string value;
+};
+
+bool ReadLine(const std::string& line, Reading& reading) {
+    if (line.empty() || line[0] == '#') return false;
+    const auto open = static_cast<long>(line.find('['));
+    const auto close = static_cast<long>(line.find(']'));
+    reading.isHeader = open >= 0 && close >= 0;
+    if (reading.isHeader) {
+        const std::string rest = line.substr(static_cast<std::size_t>(open) + 1);
+        reading.name = close == 0 ? rest : rest.substr(0, static_cast<std::size_t>(close) - 1);
+        return true;
+    }
+    const std::string content = line.substr(0, line.find('#'));
+    const std::size_t equals = content.find('=');
+    if (equals == std::string::npos) return false;
+    reading.name = Trimmed(content.substr(0, equals));
+    reading.value = Trimmed(content.substr(equals + 1));
+    return !reading.name.empty();
+}
+
+/// What a file of "[s]", the line and "k=v" holds.
+Sections Expected(const std::string& line) {
+    Reading reading;
+    if (!ReadLine(line, reading)) return {{"s", {{"k", "v"}}}};
+    if (!reading.isHeader) return {{"s", {{reading.name, reading.value}, {"k", "v"}}}};
+    return {{"s", {}}, {reading.name, {{"k", "v"}}}};
+}
 
 TEST_F(IniReader, InlineCommentIsCutAndBothSidesTrimmed) {
     EXPECT_THAT(Read("[s]\nkey = value  # note\n").at("s"), ElementsAre(Pair("key", "value")));
@@ -104,6 +146,45 @@ TEST_F(IniReader, WhatIsNoRegularFileOrTooLargeCannotBeOpened) {
     for (const std::string& path : {directory.Path().string(), fifo, std::string("/dev/zero"), sparse.Path()}) {
         EXPECT_FALSE(ini.ReadConfig(path)) << path;
     }
+}
+
+TEST_F(IniReader, HexadecimalFormReadsAsZeroInEveryWidth) {
+    Read("[s]\nhex = 0x10\nsigned = +1.5\n");
+    EXPECT_EQ(ini.ReadInt32("s", "hex", 7), 0);
+    EXPECT_EQ(ini.ReadUInt32("s", "hex", 7), 0U);
+    EXPECT_EQ(ini.ReadInt64("s", "hex", 7), 0);
+    EXPECT_EQ(ini.ReadFloat("s", "hex", 7), 0);
+    EXPECT_EQ(ini.ReadDouble("s", "hex", 7), 0);
+    EXPECT_EQ(ini.ReadDouble("s", "signed", 7), 1.5);
+}
+
+TEST_F(IniReader, NullDefaultReadsAsEmpty) { EXPECT_EQ(ini.ReadString("s", "none", nullptr), ""); }
+
+TEST_F(IniReader, EveryShortLineReadsAsItsSecondReadingSays) {
+    const std::string alphabet = "[]=# a\r";
+    const int file = memfd_create("lines", MFD_CLOEXEC);
+    ASSERT_GE(file, 0);
+    const std::string path = "/proc/self/fd/" + std::to_string(file);
+    for (std::size_t length = 0, count = 1; length <= 6; ++length, count *= alphabet.size()) {
+        for (std::size_t number = 0; number < count; ++number) {
+            std::string line;
+            for (std::size_t i = 0, rest = number; i < length; ++i, rest /= alphabet.size()) {
+                line += alphabet[rest % alphabet.size()];
+            }
+            const std::string text = "[s]\n" + line + "\nk=v\n";
+            ASSERT_EQ(ftruncate(file, 0), 0);
+            ASSERT_EQ(pwrite(file, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
+            ASSERT_TRUE(ini.ReadConfig(path));
+            ASSERT_EQ(ini.Sections(), Expected(line)) << testing::PrintToString(line);
+        }
+    }
+    close(file);
+}
+
+TEST_F(IniReader, ManyKeysOfOneSectionAreAllKept) {
+    std::string text = "[s]\n";
+    for (int i = 0; i < 100'000; ++i) text += "k" + std::to_string(i) + "=" + std::to_string(i) + "\n";
+    EXPECT_EQ(Read(text).at("s").size(), 100'000U);
 }
 
 TEST_F(IniReader, AnyBytesAreRead) {

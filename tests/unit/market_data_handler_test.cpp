@@ -30,7 +30,7 @@ protected:
         CDrvRegEnyx::GetInstance().Init(0, 474);
         api->m_u50ConfigInfo.log_level = LOG_ALL;
         api->m_u50UserData.lpMdApi = api.get();
-        api->m_vexaShfeMdSpiOptional = CQELOptional<CVexaShfeMdSpi>(spi);
+        api->m_vexaShfeMdSpiOptional = spi;
         api->m_isHBM2InitFinished = true;
         api->m_isAllInitFinished = true;
     }
@@ -79,7 +79,7 @@ TEST_F(MarketDataHandler, QuoteIsMarkedBeforeTheCallback) {
         bool wasMarked = false;
     } looking;
     looking.api = api.get();
-    api->m_vexaShfeMdSpiOptional = CQELOptional<CVexaShfeMdSpi>(looking);
+    api->m_vexaShfeMdSpiOptional = looking;
     HandUpdate(1);
     EXPECT_TRUE(looking.wasMarked);
 }

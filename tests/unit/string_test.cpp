@@ -104,6 +104,29 @@ TEST(CharArray, ComparisonLooksAtNoMoreThanTheOthersCapacity) {
     EXPECT_EQ(Text<8>("abc").Comp(CQelCharArray<8>::BuffCast(raw)), 0);
 }
 
+TEST(CharArray, ComparisonOfAFullViewEndsAtItsLastByte) {
+    char raw[4] = {'a', 'b', 'c', 'd'};
+    const auto& view = CQelCharArray<4>::BuffCast(raw);
+    EXPECT_EQ(view.Comp("abcd"), 0);
+    EXPECT_EQ(view.Comp("abcde"), 1);
+}
+
+TEST(CharArray, DigitsFarBeyondTheArrayAreNotWritten) {
+    struct {
+        char before[8] = "guarded";
+        CQelCharArray<4> text;
+    } record;
+    record.text._ParseIntRight(1234567, UINT32_MAX);
+    record.text.ParseInt(1234567, SIZE_MAX);
+    EXPECT_STREQ(record.before, "guarded");
+    EXPECT_STREQ(record.text, "");
+}
+
+TEST(CharArray, NumberIsFoundBehindAnyNumberOfBlanksAndZeros) {
+    EXPECT_EQ(Text<64>(std::string(40, ' ') + "12").ToInt32(), 12);
+    EXPECT_EQ(Text<64>(std::string(40, '0') + "12").ToInt32(), 12);
+}
+
 TEST(CharArray, CopyFromBeyondTheTextClears) {
     auto target = Text<16>("old");
     const auto source = Text<32>("abc");

@@ -12,6 +12,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "public/clock/Clock.h"
@@ -182,20 +183,7 @@ void CCommonLog::Refresh(int64_t wallSeconds) {
 void CCommonLog::OpenDay(int64_t day) {
     m_openDay = day;
     const int before = m_file.load(std::memory_order_relaxed);
-    int opened = STANDARD_ERROR;
-    if (m_path[0] != '\0') {
-        const Date date = DateOf(day);
-        char name[sizeof "vexa_shfe_md_yyyymmdd.log"];
-        char* end = PutText(name, "vexa_shfe_md_");
-        end = PutDigits(PutDigits(PutDigits(end, date.year, 4), date.month, 2), date.day, 2);
-        std::memcpy(end, ".log", sizeof ".log");
-        const std::string file = log_file::Place(m_path, name);
-        opened = log_file::OpenAppend(file, false);
-        if (opened < 0) {
-            TellOnce("cannot be opened", file.c_str(), errno);
-            opened = NO_FILE;
-        }
-    }
+    const int opened = m_path[0] == '\0' ? STANDARD_ERROR : OpenFileOf(day);
     if (before > STANDARD_ERROR && opened > STANDARD_ERROR) {
         dup3(opened, before, O_CLOEXEC);
         close(opened);
@@ -203,6 +191,23 @@ void CCommonLog::OpenDay(int64_t day) {
     }
     m_file.store(opened, std::memory_order_release);
     if (before > STANDARD_ERROR) close(before);
+}
+
+int CCommonLog::OpenFileOf(int64_t day) {
+    const Date date = DateOf(day);
+    char name[sizeof "vexa_shfe_md_yyyymmdd.log"];
+    char* end = PutText(name, "vexa_shfe_md_");
+    end = PutDigits(PutDigits(PutDigits(end, date.year, 4), date.month, 2), date.day, 2);
+    std::memcpy(end, ".log", sizeof ".log");
+    try {
+        const std::string file = log_file::Place(m_path, name);
+        const int opened = log_file::OpenAppend(file, false);
+        if (opened >= 0) return opened;
+        TellOnce("cannot be opened", file.c_str(), errno);
+    } catch (const std::bad_alloc&) {
+        TellOnce("cannot be opened", m_path, ENOMEM);
+    }
+    return NO_FILE;
 }
 
 void CCommonLog::TellOnce(const char* what, const char* file, int reason) {

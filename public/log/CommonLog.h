@@ -53,6 +53,7 @@ private:
     void Emit(ELOGLEVEL level, const char* text, std::size_t length, bool mayOpen);
     void Refresh(int64_t wallSeconds);
     void OpenDay(int64_t day);
+    int OpenFileOf(int64_t day);
     void TakeBack(int file, std::size_t written);
     void TellOnce(const char* what, const char* file, int reason);
     void Drop();

@@ -1,0 +1,183 @@
+// Memory that runs out at any point of a start or a rebuild, and the delivery that asks for none.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "public/reg/BoardProviderLoader.h"
+#include "tests/support/FailingAllocator.h"
+#include "tests/support/SessionWorld.h"
+
+using testing::IsEmpty;
+using Failure = FailingAllocator::Failure;
+using Watch = FailingAllocator::Watch;
+
+namespace {
+
+// ---- a board whose own memory never runs out ----
+
+const VexaBoardProvider& Inner() { return software_board::Provider(); }
+
+int32_t OpenRegisters(const char* argument, uint16_t bus, uint16_t core, VexaBoardRegisters** registers) {
+    const Watch pause(false);
+    return Inner().open_registers(argument, bus, core, registers);
+}
+
+int32_t Write32(VexaBoardRegisters* registers, uint32_t index, uint32_t value) {
+    const Watch pause(false);
+    return Inner().write32(registers, index, value);
+}
+
+int32_t DoRead32(VexaBoardRegisters* registers, uint32_t index, uint32_t* value) {
+    const Watch pause(false);
+    return Inner().read32(registers, index, value);
+}
+
+int32_t DoRead64(VexaBoardRegisters* registers, uint32_t index, uint64_t* value) {
+    const Watch pause(false);
+    return Inner().read64(registers, index, value);
+}
+
+int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoardStream** stream) {
+    const Watch pause(false);
+    return Inner().open_stream(argument, bus, name, stream);
+}
+
+struct Receiver {
+    VexaBoardMessageHandler handler;
+    void* user;
+};
+
+void HandOver(const unsigned char* data, unsigned int length, void* user) {
+    const Watch watch(true);
+    const auto* receiver = static_cast<const Receiver*>(user);
+    receiver->handler(data, length, receiver->user);
+}
+
+int32_t Receive(VexaBoardStream* stream, VexaBoardMessageHandler handler, void* user) {
+    const Watch pause(false);
+    Receiver receiver{handler, user};
+    return Inner().receive(stream, HandOver, &receiver);
+}
+
+const VexaBoardProvider& UnlimitedBoard() {
+    static const VexaBoardProvider provider{VEXA_BOARD_PROVIDER_VERSION,
+                                            sizeof(VexaBoardProvider),
+                                            "unlimited",
+                                            OpenRegisters,
+                                            Inner().close_registers,
+                                            Write32,
+                                            DoRead32,
+                                            DoRead64,
+                                            OpenStream,
+                                            Inner().close_stream,
+                                            Receive};
+    return provider;
+}
+
+software_board::BoardOptions FewInstruments() {
+    software_board::BoardOptions options;
+    options.exchange.shfeInstruments = 12;
+    options.exchange.ineInstruments = 8;
+    std::string error;
+    EXPECT_TRUE(exchange::ParseFaults("reorder", options.faults, error)) << error;
+    return options;
+}
+
+/// A session with a log file and captures, whose library runs out of memory.
+class OutOfMemory : public testing::TestWithParam<Failure> {
+protected:
+    OutOfMemory() : world(FewInstruments()) {
+        UseBoardProvider(&UnlimitedBoard());
+        CCommonLog::GetInstance().SetSink(nullptr);
+        world.configKeys = "ine2ps=enabled\nshfe2ps=disabled\nbind_cpu=-1\ndma_data_flag=1\nwait_snap_timeout=5\n";
+        path = world.ConfigPath();
+    }
+
+    int32_t StartWithFailureAt(uint64_t number) {
+        FailingAllocator::FailAt(number, GetParam());
+        const Watch watch(true);
+        return world.api->VexaStart(world, path.c_str());
+    }
+
+    void ExpectTheTruth() {
+        world.last.clear();
+        ASSERT_TRUE(world.ReceiveTheRest());
+        EXPECT_THAT(world.DifferencesFromTruth({INE_2PS}), IsEmpty());
+    }
+
+    SessionWorld world;
+    std::string path;
+};
+
+INSTANTIATE_TEST_SUITE_P(BothKinds, OutOfMemory, testing::Values(Failure::Once, Failure::FromThenOn),
+                         [](const auto& failure) { return failure.param == Failure::Once ? "Once" : "FromThenOn"; });
+
+TEST_P(OutOfMemory, AtAnyAllocationOfAStartIsRefusedOrSurvived) {
+    ASSERT_EQ(StartWithFailureAt(0), 0);
+    const uint64_t allocations = FailingAllocator::Count();
+    ASSERT_GT(allocations, 50U);
+    for (uint64_t number = 1; number <= allocations; ++number) {
+        SCOPED_TRACE("allocation " + std::to_string(number) + " of " + std::to_string(allocations));
+        world.api = MakeApi();
+        const int32_t result = StartWithFailureAt(number);
+        FailingAllocator::FailAt(0);
+        ASSERT_THAT(result, testing::AnyOf(0, -2));
+        ASSERT_EQ(world.api->m_isAllInitFinished, result == 0);
+        if (result == 0) {
+            ASSERT_TRUE(world.Receive(1));
+        }
+    }
+    world.api = MakeApi();
+    ASSERT_EQ(StartWithFailureAt(0), 0);
+    ExpectTheTruth();
+}
+
+TEST_P(OutOfMemory, AtAnyAllocationOfARebuildEndsTheStepOrIsSurvived) {
+    ASSERT_EQ(StartWithFailureAt(0), 0);
+    uint64_t failed = 0;
+    for (bool isReached = true; isReached;) {
+        world.board.LosePackets(1);
+        while (world.api->m_isAllInitFinished) ASSERT_NE(world.Step(), -1);
+        FailingAllocator::FailAt(failed + 1, GetParam());
+        {
+            const Watch watch(true);
+            world.api->VexaRecv();
+        }
+        isReached = FailingAllocator::Count() > failed;
+        FailingAllocator::FailAt(0);
+        ASSERT_TRUE(world.Receive(1)) << "after the failure of allocation " << failed + 1;
+        failed += isReached ? 1 : 0;
+    }
+    EXPECT_GT(failed, 20U);
+    ExpectTheTruth();
+}
+
+TEST(Delivery, AllocatesNothingInEitherForm) {
+    SessionWorld world(FewInstruments());
+    UseBoardProvider(&UnlimitedBoard());
+    struct Counting : CVexaShfeMdSpi {
+        void OnVexaShfeMd(VexaShfeMdType&) override { ++count; }
+        int count = 0;
+    } spi;
+    const std::string path = world.ConfigPath();
+    ASSERT_EQ(world.api->VexaStart(spi, path.c_str()), 0);
+    FailingAllocator::FailAt(0);
+    {
+        const Watch watch(true);
+        while (spi.count < 1000) ASSERT_NE(world.api->VexaRecv(), -1);
+    }
+    EXPECT_EQ(FailingAllocator::Count(), 0U);
+
+    ASSERT_EQ(world.api->VexaStart(path.c_str()), 0);
+    VexaShfeMdType md{};
+    FailingAllocator::FailAt(0);
+    {
+        const Watch watch(true);
+        for (int updates = 0; updates < 1000;) updates += world.api->VexaRecv(md) == 1 ? 1 : 0;
+    }
+    EXPECT_EQ(FailingAllocator::Count(), 0U);
+}
+
+}  // namespace

@@ -85,6 +85,25 @@ TEST_F(ProviderLoader, LibraryWithoutTheEntryIsRefused) {
     EXPECT_THAT(log.Texts(), ElementsAre(HasSubstr("has no function vexa_board_provider")));
 }
 
+TEST_F(ProviderLoader, SoftwareBoardIsLoadedFromItsPathWhichIsLogged) {
+    setenv(VARIABLE, SOFTWARE_BOARD_LIBRARY ":seed=7,shfe=3,ine=3", 1);
+    ASSERT_NE(LoadBoardProvider().provider, nullptr);
+    EXPECT_EQ(LoadBoardProvider().argument, "seed=7,shfe=3,ine=3");
+    EXPECT_THAT(log.Texts(), ElementsAre("board provider software loaded from " SOFTWARE_BOARD_LIBRARY));
+    const CDrvRegEnyx& registers = CDrvRegEnyx::GetInstance();
+    ASSERT_EQ(registers.Init(0, 474), 0);
+    EXPECT_EQ(registers.WriteRegister(0x0101, 42), 0);
+    registers.Destory();
+}
+
+TEST_F(ProviderLoader, ArgumentThatTheProviderRefusesFailsTheOpening) {
+    setenv(VARIABLE, SOFTWARE_BOARD_LIBRARY ":colour=red", 1);
+    testing::internal::CaptureStderr();
+    EXPECT_LT(CDrvRegEnyx::GetInstance().Init(1, 474), 0);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("colour"));
+    EXPECT_TRUE(log.Has(LOG_ERROR, "board provider software: the registers of bus 1, core 474 cannot be opened (-1)"));
+}
+
 TEST_F(ProviderLoader, ProviderInPlaceIsNotLookedFor) {
     UseBoardProvider(&USABLE, "text");
     EXPECT_EQ(LoadBoardProvider().provider, &USABLE);

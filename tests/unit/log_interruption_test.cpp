@@ -1,0 +1,124 @@
+// A signal at any point of a log line: the processor's single-step trap delivers one between every two instructions.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <ucontext.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "public/log/LogLine.h"
+#include "public/signal/SignalProcess.h"
+#include "tests/support/IniText.h"
+#include "tests/support/VirtualClock.h"
+
+namespace {
+
+constexpr greg_t TRAP_FLAG = 0x100;
+constexpr const char* OUTER_TEXT = "an interrupted line, number 42, text abc";
+
+bool g_isStepping = false;
+uint64_t g_steps = 0;
+
+/// raise(SIGTRAP) switches stepping; every trap in between delivers a SIGINT to the handler under test.
+void OnTrap(int, siginfo_t* info, void* context) {
+    auto& flags = static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_EFL];
+    if (info->si_code == SI_TKILL) {
+        g_isStepping = !g_isStepping;
+        flags = g_isStepping ? flags | TRAP_FLAG : flags & ~TRAP_FLAG;
+    } else if (g_isStepping) {
+        ++g_steps;
+        CSignalProcess::SignalHandler(SIGINT, nullptr, nullptr);
+    }
+}
+
+class LogInterruption : public testing::Test {
+protected:
+    LogInterruption() {
+        clock.step = 0;
+        CCommonLog::GetInstance().SetLogPath("");
+        VEXA_LOG(LOG_INFO, "the log is standard error");
+        CCommonLog::GetInstance().SetLogPath((directory.Path().string() + "/").c_str());
+        struct sigaction action {};
+        action.sa_flags = SA_SIGINFO;
+        action.sa_sigaction = OnTrap;
+        sigaction(SIGTRAP, &action, &before);
+    }
+    ~LogInterruption() override {
+        sigaction(SIGTRAP, &before, nullptr);
+        CCommonLog::GetInstance().SetLogPath("");
+        CSignalProcess::m_isExit = false;
+    }
+
+    static void WriteInterruptedLine() {
+        g_steps = 0;
+        raise(SIGTRAP);
+        VEXA_LOG(LOG_INFO, "an interrupted line, number %d, text %s", 42, "abc");
+        raise(SIGTRAP);
+    }
+
+    std::vector<std::string> LinesOfTheFile() const {
+        std::vector<std::string> lines;
+        for (const auto& entry : std::filesystem::directory_iterator(directory.Path())) {
+            std::ifstream file(entry.path());
+            for (std::string line; std::getline(file, line);) lines.push_back(line);
+        }
+        return lines;
+    }
+
+    struct Counts {
+        uint64_t outer = 0;
+        uint64_t handlers = 0;
+        std::vector<std::string> broken;
+    };
+
+    static Counts Sort(const std::vector<std::string>& lines) {
+        Counts counts;
+        for (const std::string& line : lines) {
+            const bool hasHead = line.starts_with("2026-");
+            if (hasHead && line.find(" [INFO] [") != std::string::npos && line.ends_with(OUTER_TEXT)) {
+                ++counts.outer;
+            } else if (hasHead && line.find(" [ERROR] [SignalProcess.h:") != std::string::npos &&
+                       line.ends_with("]received signal 2")) {
+                ++counts.handlers;
+            } else {
+                counts.broken.push_back(line);
+            }
+        }
+        return counts;
+    }
+
+    VirtualClock clock;
+    TempDirectory directory;
+    struct sigaction before {};
+};
+
+TEST_F(LogInterruption, SignalAtAnyInstructionOfALineLeavesEveryLineWhole) {
+    VEXA_LOG(LOG_INFO, "%s", OUTER_TEXT);  // opens the file
+    WriteInterruptedLine();
+    ASSERT_GT(g_steps, 500U);
+    const Counts counts = Sort(LinesOfTheFile());
+    EXPECT_EQ(counts.outer, 2U);
+    EXPECT_EQ(counts.handlers, g_steps);
+    EXPECT_THAT(counts.broken, testing::IsEmpty());
+    EXPECT_TRUE(CSignalProcess::m_isExit);
+}
+
+TEST_F(LogInterruption, SignalAtAnyInstructionOfTheOpeningOfTheFileLosesNoLine) {
+    testing::internal::CaptureStderr();
+    WriteInterruptedLine();
+    // Until the new file is open a handler writes to the one before, here standard error.
+    std::istringstream said(testing::internal::GetCapturedStderr());
+    std::vector<std::string> lines = LinesOfTheFile();
+    for (std::string line; std::getline(said, line);) lines.push_back(line);
+    const Counts counts = Sort(lines);
+    EXPECT_EQ(counts.outer, 1U);
+    EXPECT_EQ(counts.handlers, g_steps);
+    EXPECT_THAT(counts.broken, testing::IsEmpty());
+}
+
+}  // namespace

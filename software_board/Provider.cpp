@@ -1,5 +1,6 @@
 // The provider table over the boards of this process: one board for each bus, one stream for each channel.
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <new>
@@ -25,7 +26,7 @@ constexpr uint32_t UPDATES_PER_SECOND = 1000;  // of a board made from an argume
 std::map<uint16_t, SoftwareBoard*> g_installed;
 std::map<uint16_t, std::unique_ptr<SoftwareBoard>> g_made;
 
-SoftwareBoard* BoardOf(const char* argument, uint16_t bus) {
+SoftwareBoard* BoardOf(const char* argument, uint16_t bus) try {
     if (const auto installed = g_installed.find(bus); installed != g_installed.end()) return installed->second;
     std::unique_ptr<SoftwareBoard>& made = g_made[bus];
     if (made == nullptr) {
@@ -39,6 +40,8 @@ SoftwareBoard* BoardOf(const char* argument, uint16_t bus) {
         made = std::make_unique<SoftwareBoard>(options);
     }
     return made.get();
+} catch (const std::bad_alloc&) {  // the caller may be C
+    return nullptr;
 }
 
 int32_t OpenRegisters(const char* argument, uint16_t bus, uint16_t, VexaBoardRegisters** registers) {
@@ -68,7 +71,9 @@ int32_t Read64(VexaBoardRegisters* registers, uint32_t index, uint64_t* value) {
 /// "CUSTOM_CHAN3_DATA" is channel 3; negative for any other shape.
 int32_t ChannelOf(const char* name) {
     for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) {
-        if ("CUSTOM_CHAN" + std::to_string(channel) + "_DATA" == name) return channel;
+        char ofChannel[32];
+        std::snprintf(ofChannel, sizeof ofChannel, "CUSTOM_CHAN%d_DATA", channel);
+        if (std::strcmp(ofChannel, name) == 0) return channel;
     }
     return -1;
 }

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <array>
+#include <cinttypes>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 enum class ECounter : uint32_t {
     MessageTooLong,  ///< DMA message beyond 2048 bytes
@@ -40,6 +42,21 @@ public:
     void Add(ECounter counter) { ++m_values[static_cast<std::size_t>(counter)]; }
     uint64_t operator[](ECounter counter) const { return m_values[static_cast<std::size_t>(counter)]; }
 
+    /// True if anything was counted since the last call; `text` then holds " name=value" of every counter above zero.
+    template <std::size_t N>
+    bool TakeNews(char (&text)[N]) {
+        if (m_values == m_told) return false;
+        m_told = m_values;
+        std::size_t length = 0;
+        for (std::size_t i = 0; i < m_values.size() && length < N; ++i) {
+            if (m_values[i] == 0) continue;
+            length += static_cast<std::size_t>(
+                std::snprintf(text + length, N - length, " %s=%" PRIu64, COUNTER_NAMES[i], m_values[i]));
+        }
+        return true;
+    }
+
 private:
     std::array<uint64_t, static_cast<std::size_t>(ECounter::Count_)> m_values{};
+    std::array<uint64_t, static_cast<std::size_t>(ECounter::Count_)> m_told{};
 };

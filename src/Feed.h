@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 
 #include "common/FpgaStructCommon.h"
 
@@ -50,4 +51,12 @@ inline SInstTableType* FeedTable(U50InstTable& tables, EMDQPDataType feed) {
         case INE_4PS: return tables.ine4psInstTable;
     }
     return nullptr;
+}
+
+/// The feed whose table it is; nothing for any other address.
+inline std::optional<EMDQPDataType> FeedOf(U50InstTable& tables, const SInstTableType* table) {
+    for (const EMDQPDataType feed : ALL_FEEDS) {
+        if (FeedTable(tables, feed) == table) return feed;
+    }
+    return std::nullopt;
 }

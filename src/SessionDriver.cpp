@@ -146,6 +146,7 @@ int32_t CVexaShfeMdApiImpl::VexaStop() {
 inline bool CVexaShfeMdApiImpl::_PrepareStep() {
     if (m_isExit.load(std::memory_order_relaxed) || m_isStopflag.load(std::memory_order_relaxed)) [[unlikely]] {
         _Cleandata(*this);
+        _TellCounters();
         return false;
     }
     if (m_u50ConfigInfo.channel_id == MANAGER_CHANNEL && !m_isAllInitFinished) [[unlikely]]
@@ -163,6 +164,12 @@ bool CVexaShfeMdApiImpl::_Rebuild() {
     }
     if (result != 0) WriteLogLine(LOG_ERROR, LogBaseName(__FILE__), __LINE__, "VexaRecv", "_VexaSubDmaUp is error");
     return result == 0;
+}
+
+// Once at a session's end: later steps find nothing new.
+void CVexaShfeMdApiImpl::_TellCounters() {
+    char text[1024];
+    if (m_counters.TakeNews(text)) VEXA_LOG(LOG_INFO, "dropped, refused or begun again:%s", text);
 }
 
 inline int32_t CVexaShfeMdApiImpl::_Receive() {

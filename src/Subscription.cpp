@@ -26,9 +26,12 @@ bool IsSelected(const U50ChannelInfo& channel, std::string_view id, std::string_
     return isCandidate && (id.size() <= FUTURE_LENGTH || channel.options);
 }
 
+bool IsChannel(int32_t channel) { return channel >= 0 && channel < CHANNEL_SIZE; }
+
 }  // namespace
 
 int32_t CVexaShfeMdApiImpl::_ContractSubscribeManager(int32_t channel) {
+    if (!IsChannel(channel)) return 0;
     uint32_t shfeInstCount = 0;
     uint32_t ineInstCount = 0;
     m_drvRegEnyx.ReadRegister(reg::SHFE_INST_COUNT, shfeInstCount);
@@ -75,14 +78,11 @@ void CVexaShfeMdApiImpl::_SubscribePair(EMDQPDataType feed2ps, EMDQPDataType fee
 int32_t CVexaShfeMdApiImpl::_ContractUnsubscribe(SInstTableType* table, uint32_t readAddrReg, uint32_t readDataReg,
                                                  uint32_t writeAddrReg, uint32_t writeDataReg, int32_t count,
                                                  int32_t channel) {
+    const std::optional<EMDQPDataType> feed = FeedOf(m_u50InstTable, table);
+    if (!feed || !IsChannel(channel)) return 0;
     const reg::TablePort port{writeAddrReg, writeDataReg, readAddrReg, readDataReg};
-    int32_t capacity = 0;
-    for (const EMDQPDataType feed : ALL_FEEDS) {
-        if (FeedTable(m_u50InstTable, feed) != table) continue;
-        capacity = FeedCapacity(feed);
-        _MarkSlots(feed, count);
-    }
-    for (int32_t i = 0; i < std::min(count, capacity); ++i) {
+    _MarkSlots(*feed, count);
+    for (int32_t i = 0; i < std::min(count, FeedCapacity(*feed)); ++i) {
         const uint32_t first = static_cast<uint32_t>(i) * WORDS_PER_SLOT;
         uint32_t words[WORDS_PER_SLOT];
         std::memcpy(words, &table[i], sizeof words);  // a word that cannot be read stays as it is
@@ -102,7 +102,8 @@ int32_t CVexaShfeMdApiImpl::_ContractUnsubscribe(SInstTableType* table, uint32_t
 int32_t CVexaShfeMdApiImpl::_ContractSubscribe(SInstTableType* table, bool enabled, uint32_t readAddrReg,
                                                uint32_t readDataReg, uint32_t writeAddrReg, uint32_t writeDataReg,
                                                int32_t instNo, int32_t channel, CInstrumentType& entry) {
-    if (!enabled || instNo < 0) return 0;
+    const std::optional<EMDQPDataType> feed = FeedOf(m_u50InstTable, table);
+    if (!enabled || !feed || instNo < 0 || instNo >= FeedCapacity(*feed) || !IsChannel(channel)) return 0;
     SInstTableType& slot = table[instNo];
     const std::string id(InstId(slot));
     if (m_setPriceErrorInstId.count(id) != 0) return 0;

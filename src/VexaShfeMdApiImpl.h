@@ -218,6 +218,8 @@ protected:
     uint32_t m_earlySegmentCount = 0;
     uint32_t m_fragBufCount = 0;
 
+    // ---- what was dropped, refused or begun again ----
+    void _TellCounters();
     CCounters m_counters;
 
     // ---- warnings given once in a process ----

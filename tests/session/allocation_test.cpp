@@ -77,11 +77,9 @@ const VexaBoardProvider& UnlimitedBoard() {
 }
 
 software_board::BoardOptions FewInstruments() {
-    software_board::BoardOptions options;
+    software_board::BoardOptions options = WithFaults("reorder");
     options.exchange.shfeInstruments = 12;
     options.exchange.ineInstruments = 8;
-    std::string error;
-    EXPECT_TRUE(exchange::ParseFaults("reorder", options.faults, error)) << error;
     return options;
 }
 

@@ -2,11 +2,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <string>
 
 #include "src/RegisterMap.h"
 #include "tests/support/SessionWorld.h"
+
+using testing::AllOf;
+using testing::EndsWith;
+using testing::StartsWith;
 
 namespace {
 
@@ -94,6 +99,29 @@ TEST(Ending, AStopFromTheCallbackLetsTheStepInHandFinish) {
     for (int step = 0; step < 1000 && result == 0; ++step) result = world.Step();
     EXPECT_EQ(result, 1);
     EXPECT_EQ(world.Step(), -1);
+}
+
+TEST(Ending, ASignalEndsTheSessionsOfLaterObjectsToo) {
+    SessionWorld world;
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    raise(SIGINT);
+    EXPECT_EQ(world.Step(), -1);
+    CVexaShfeMdApi& later = CVexaShfeMdApi::CreateVexaShfeMdApi();
+    EXPECT_EQ(later.VexaRecv(), -1);
+    CVexaShfeMdApi::DestroyVexaShfeMdApi(later);
+}
+
+TEST(Ending, WhatWasDroppedIsToldOnce) {
+    SessionWorld world(WithFaults("reset"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    world.api->VexaStop();
+    EXPECT_EQ(world.Step(), -1);
+    EXPECT_EQ(world.Step(), -1);
+    const std::vector<std::string> lines = world.log.Texts(LOG_INFO);
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const std::string& line) { return line.rfind("dropped, refused", 0) == 0; }),
+              1);
+    EXPECT_THAT(lines.back(), AllOf(StartsWith("dropped, refused or begun again: "), EndsWith(" reset_by_peer=1")));
 }
 
 TEST(Ending, RecvStartReturnsZeroAfterAStop) {

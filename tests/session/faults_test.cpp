@@ -11,15 +11,6 @@ using testing::IsEmpty;
 
 namespace {
 
-software_board::BoardOptions WithFaults(const std::string& names, uint64_t seed = 1) {
-    software_board::BoardOptions options;
-    options.exchange.seed = seed;
-    options.lostPacketAfter = 500;
-    std::string error;
-    EXPECT_TRUE(exchange::ParseFaults(names, options.faults, error)) << error;
-    return options;
-}
-
 struct FaultCase {
     std::string name;
     Delivery delivery;

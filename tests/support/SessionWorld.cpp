@@ -1,5 +1,7 @@
 #include "tests/support/SessionWorld.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -10,6 +12,15 @@ namespace {
 constexpr int EMPTY_STEPS_MAX = 20000;
 constexpr uint32_t CONFIGURED_MAX_INST_NO[] = {81000, 81101, 85000, 85101};
 }  // namespace
+
+software_board::BoardOptions WithFaults(const std::string& names, uint64_t seed) {
+    software_board::BoardOptions options;
+    options.exchange.seed = seed;
+    options.lostPacketAfter = 500;
+    std::string error;
+    EXPECT_TRUE(exchange::ParseFaults(names, options.faults, error)) << error;
+    return options;
+}
 
 SessionWorld::SessionWorld(const software_board::BoardOptions& options) : board(options), api(MakeApi()) {
     std::string name = (std::filesystem::temp_directory_path() / "vexa-session-XXXXXX").string();

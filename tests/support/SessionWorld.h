@@ -16,6 +16,9 @@
 
 enum class Delivery { Callback, Polling };
 
+/// A board with these faults, by name; of lost packets the first comes after 500 updates.
+software_board::BoardOptions WithFaults(const std::string& names, uint64_t seed = 1);
+
 class SessionWorld : public CVexaShfeMdSpi {
 public:
     explicit SessionWorld(const software_board::BoardOptions& options = {});

@@ -282,6 +282,7 @@ TEST_F(MdqpDecoding, UnknownFieldIsToldAndPassedOver) {
     const uint8_t data[5] = {};
     Parse(MdqpWriter().Field(0x0BAD, data, sizeof data).InstInfo(Info(2)));
     EXPECT_THAT(log.Texts(LOG_ERROR), ElementsAre("unknown field id: bad"));
+    EXPECT_EQ(api->m_counters[ECounter::FieldUnknown], 1U);
     EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 3U);
 }
 

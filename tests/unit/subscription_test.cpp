@@ -199,4 +199,53 @@ TEST(SubscriptionAccess, UnsubscribingReadsTheWholeSlotAndCommitsItsControlWord)
     EXPECT_EQ(api->m_u50InstTable.shfe2psInstTable[0].price_tick, static_cast<int32_t>(SLOT_IN_USE | 1U << 5));
 }
 
+/// The refused call reaches neither memory nor board.
+struct Refused {
+    const char* name;
+    int32_t instNo;
+    int32_t channel;
+};
+
+class SubscriptionGuard : public testing::Test {
+protected:
+    SubscriptionGuard() { CDrvRegEnyx::GetInstance().Init(0, 474); }
+    RecordingBoard board;
+    LogCapture log;
+    std::unique_ptr<TestableApi> api = MakeApi();
+};
+
+class SubscriptionEdge : public SubscriptionGuard, public testing::WithParamInterface<Refused> {};
+
+TEST_P(SubscriptionEdge, NumberOrChannelOutsideTouchesNothing) {
+    const auto [name, instNo, channel] = GetParam();
+    CInstrumentType entry("cu");
+    api->m_u50ConfigInfo.channelInfo[0].recvall = true;
+    api->_ContractSubscribe(api->m_u50InstTable.ine4psInstTable, true, 0x21006, 0x21007, 0x21004, 0x21005, instNo,
+                            channel, entry);
+    EXPECT_THAT(board.accesses, IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, SubscriptionEdge,
+                         testing::Values(Refused{"BelowTheTable", -1, 0}, Refused{"JustPastTheTable", 4096, 0},
+                                         Refused{"FarPastTheTable", INT32_MAX, 0}, Refused{"ChannelBelow", 0, -1},
+                                         Refused{"ChannelAbove", 0, 16}),
+                         [](const auto& refused) { return refused.param.name; });
+
+TEST_F(SubscriptionGuard, ForeignTableTouchesNothing) {
+    SInstTableType foreign{};
+    CInstrumentType entry("cu");
+    api->m_u50ConfigInfo.channelInfo[0].recvall = true;
+    api->_ContractSubscribe(&foreign, true, 0x11002, 0x11003, 0x11000, 0x11001, 0, 0, entry);
+    api->_ContractUnsubscribe(&foreign, 0x11002, 0x11003, 0x11000, 0x11001, 1, 0);
+    EXPECT_THAT(board.accesses, IsEmpty());
+}
+
+TEST_F(SubscriptionGuard, NoSuchChannelIsUnsubscribedFromNothing) {
+    for (const int32_t channel : {-1, 16}) {
+        EXPECT_EQ(api->_ContractSubscribeManager(channel), 0);
+        api->_ContractUnsubscribe(api->m_u50InstTable.shfe2psInstTable, 0x11002, 0x11003, 0x11000, 0x11001, 1, channel);
+    }
+    EXPECT_THAT(board.accesses, IsEmpty());
+}
+
 }  // namespace

@@ -18,6 +18,8 @@ const std::array<const char*, StartUpProgress::PHASE_COUNT> StartUpProgress::PHA
     "subscribing",
     "engines started"};
 
+void StartUpProgress::Begin() { Enter(COUNTERS); }
+
 void StartUpProgress::OnWrite(uint32_t index, uint32_t value) {
     switch (index) {
         case reg::BRING_UP_START:
@@ -42,7 +44,7 @@ void StartUpProgress::Enter(Phase phase) {
     if (m_isCounterShown) std::printf("\n");
     m_phase = phase;
     m_isCounterShown = false;
-    std::printf("[%zu/%zu] %s\n", static_cast<std::size_t>(phase), PHASE_COUNT - 1, PHASE_NAMES[phase]);
+    std::printf("[%zu/%zu] %s\n", phase + std::size_t{1}, std::size_t{PHASE_COUNT}, PHASE_NAMES[phase]);
     std::fflush(stdout);
 }
 

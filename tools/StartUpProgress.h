@@ -10,6 +10,9 @@ class StartUpProgress {
 public:
     StartUpProgress(software_board::SoftwareBoard& board, bool isTerminal) : m_board(board), m_isTerminal(isTerminal) {}
 
+    /// To be called before the start: its first phase only reads.
+    void Begin();
+
     /// To be called for every register write, before it takes effect.
     void OnWrite(uint32_t index, uint32_t value);
 

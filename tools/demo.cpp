@@ -225,6 +225,7 @@ int Run(const DemoOptions& options) {
     std::printf("starting in the %s form, seed %llu%s%s\n", options.isPolling ? "polling" : "callback",
                 static_cast<unsigned long long>(options.seed), options.faults.empty() ? "" : ", faults ",
                 options.faults.c_str());
+    progress.Begin();
     const int32_t started = receiver.Start(*api, config, options.isPolling);
     if (started != 0) {
         work.isKept = options.config.empty();

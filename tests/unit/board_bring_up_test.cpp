@@ -96,6 +96,19 @@ TEST_F(BoardBringUp, MemoryThatIsNotReadyFailsTheAttempt) {
     EXPECT_TRUE(board.AccessesTo(reg::SNAPSHOT_CONTROL, reg::SNAPSHOT_CONTROL).empty());
 }
 
+TEST_F(BoardBringUp, MemoryThatIsNotReadyLeavesTheLogLevelRaised) {
+    api->m_u50ConfigInfo.log_level = LOG_ERROR;
+    board.answers[reg::HBM2_STATUS] = 2;
+    EXPECT_EQ(api->_InitFpga(), -1);
+    EXPECT_TRUE(CCommonLog::GetInstance().IsEnabled(LOG_DEBUG));
+}
+
+TEST_F(BoardBringUp, SnapshotWaitRunsAtTheConfiguredLogLevel) {
+    api->m_u50ConfigInfo.log_level = LOG_ERROR;
+    EXPECT_EQ(api->_InitFpga(), -2);
+    EXPECT_FALSE(CCommonLog::GetInstance().IsEnabled(LOG_DEBUG));
+}
+
 TEST_F(BoardBringUp, MessagesDuringTheMemoryWaitAreDiscardedUnread) {
     const U50Event ready{DMA_EVENT, 32, 0, 0, 1, 0, 0, 0};
     const auto* bytes = reinterpret_cast<const uint8_t*>(&ready);

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -49,7 +48,7 @@ bool MayReplace(const std::string& path) {
 std::string ColumnText(const SInstTableType& slot) {
     std::string text(slot.inst_id, strnlen(slot.inst_id, sizeof slot.inst_id));
     std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c == ',' || std::isprint(c) == 0; }, '?');
+        text.begin(), text.end(), [](char c) { return c == ',' || c < ' ' || c > '~'; }, '?');
     return text;
 }
 

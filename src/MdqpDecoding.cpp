@@ -154,7 +154,7 @@ void CVexaShfeMdApiImpl::_HandleField(EMDQPDataType feed, const field_t& field, 
             return with(packet_no_t{}, [&](packet_no_t& record) { _FieldID1004(record, feed, *this); });
         case 0x0031:
         case 0x0032:
-        case 0x1001:
+        case mdqp::FIELD_SNAP:
         case 0x1002:
         case 0x1003: return;
         default:

@@ -246,6 +246,8 @@ int Run(const DemoOptions& options) {
     if (!isComplete) return options.seconds ? 1 : 0;
     const std::size_t equal = CountEqualToTruth(display, board);
     std::printf("checked      %zu of %zu last records equal the exchange's state\n", equal, display.Instruments());
+    if (display.Updates() == 0)
+        std::fputs("vexa_demo: no update arrived; does the list name any instrument?\n", stderr);
     return display.Updates() > 0 && equal == display.Instruments() ? 0 : 1;
 }
 

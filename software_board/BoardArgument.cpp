@@ -1,7 +1,7 @@
 #include <charconv>
 #include <string>
 
-#include "software_board/SoftwareBoard.h"
+#include "software_board/BoardOptions.h"
 
 namespace software_board {
 

@@ -4,62 +4,96 @@
 
 #include "src/RegisterMap.h"
 
-namespace software_board {
+namespace software_board::board_tables {
 
 namespace {
-enum PortRegister : uint32_t { WRITE_ADDRESS = 0, WRITE_DATA = 1, READ_ADDRESS = 2, READ_DATA = 3 };
+
+constexpr uint32_t ENGINE_2PS = 0x11000;
+constexpr uint32_t ENGINE_4PS = 0x21000;
 constexpr uint32_t INE_PORT_BIT = 4;
 constexpr uint32_t PORT_MASK = 3;
+constexpr uint32_t ENGINE_MASK = ~7U;
+enum PortRegister : uint32_t { WRITE_ADDRESS = 0, WRITE_DATA = 1, READ_ADDRESS = 2, READ_DATA = 3 };
+
+static_assert(reg::FEEDS[SHFE_2PS].table.writeAddr == ENGINE_2PS);
+static_assert(reg::FEEDS[SHFE_4PS].table.writeAddr == ENGINE_4PS);
+static_assert(reg::FEEDS[INE_2PS].table.writeAddr == (ENGINE_2PS | INE_PORT_BIT));
+static_assert(reg::FEEDS[INE_4PS].table.writeAddr == (ENGINE_4PS | INE_PORT_BIT));
+
+EMDQPDataType FeedOf(uint32_t index) {
+    const bool isIne = (index & INE_PORT_BIT) != 0;
+    const bool is4ps = (index & ENGINE_MASK) == ENGINE_4PS;
+    return isIne ? (is4ps ? INE_4PS : INE_2PS) : (is4ps ? SHFE_4PS : SHFE_2PS);
+}
+
+std::size_t FirstSlot(EMDQPDataType feed) {
+    std::size_t first = 0;
+    for (std::size_t before = 0; before < static_cast<std::size_t>(feed); ++before) {
+        first += static_cast<std::size_t>(reg::FEEDS[before].capacity);
+    }
+    return first;
+}
+
+bool IsInTable(EMDQPDataType feed, uint32_t word) {
+    return word / WORDS_PER_SLOT < static_cast<uint32_t>(reg::FEEDS[static_cast<std::size_t>(feed)].capacity);
+}
+
+TablePort& PortOf(BoardMemory& memory, EMDQPDataType feed) {
+    return memory.registers.ports[static_cast<std::size_t>(feed)];
+}
+
+bool WriteWord(BoardMemory& memory, EMDQPDataType feed, uint32_t word) {
+    TablePort& port = PortOf(memory, feed);
+    if (Load(port.isOpen) == 0) return false;
+    const uint32_t value = Load(port.writeData);
+    if (word == reg::PORT_CLOSE_ADDRESS) {
+        if (value == reg::PORT_CLOSE_DATA) Store(port.isOpen, 0U);
+        return true;
+    }
+    if (!IsInTable(feed, word)) return true;
+    auto* slot = reinterpret_cast<unsigned char*>(memory.slots + FirstSlot(feed) + word / WORDS_PER_SLOT);
+    std::memcpy(slot + word % WORDS_PER_SLOT * sizeof value, &value, sizeof value);
+    return true;
+}
+
 }  // namespace
 
-static_assert(reg::FEEDS[SHFE_2PS].table.writeAddr == 0x11000 && reg::FEEDS[INE_2PS].table.writeAddr == 0x11004);
-static_assert(reg::FEEDS[SHFE_4PS].table.writeAddr == 0x21000 && reg::FEEDS[INE_4PS].table.writeAddr == 0x21004);
+bool IsPort(uint32_t index) { return (index & ENGINE_MASK) == ENGINE_2PS || (index & ENGINE_MASK) == ENGINE_4PS; }
 
-BoardTables::BoardTables() {
-    for (std::size_t feed = 0; feed < m_tables.size(); ++feed) {
-        m_tables[feed].slots.resize(static_cast<std::size_t>(reg::FEEDS[feed].capacity));
-    }
-}
-
-void BoardTables::OpenPorts() {
-    for (Table& table : m_tables) table.isOpen = true;
-}
-
-std::size_t BoardTables::TableOf(uint32_t index) {
-    const bool isIne = (index & INE_PORT_BIT) != 0;
-    const bool is4ps = (index & ~7U) == ENGINE_4PS;
-    return static_cast<std::size_t>(isIne ? (is4ps ? INE_4PS : INE_2PS) : (is4ps ? SHFE_4PS : SHFE_2PS));
-}
-
-bool BoardTables::Write(uint32_t index, uint32_t value) {
-    Table& table = m_tables[TableOf(index)];
+bool Write(BoardMemory& memory, uint32_t index, uint32_t value) {
+    const EMDQPDataType feed = FeedOf(index);
     switch (index & PORT_MASK) {
-        case WRITE_DATA: table.writeData = value; return true;
-        case WRITE_ADDRESS: return WriteWord(table, value);
-        case READ_ADDRESS: table.readAddress = value; return true;
+        case WRITE_DATA: Store(PortOf(memory, feed).writeData, value); return true;
+        case WRITE_ADDRESS: return WriteWord(memory, feed, value);
+        case READ_ADDRESS: Store(PortOf(memory, feed).readAddress, value); return true;
         default: return true;
     }
 }
 
-bool BoardTables::WriteWord(Table& table, uint32_t word) {
-    if (!table.isOpen) return false;
-    if (word == reg::PORT_CLOSE_ADDRESS) {
-        if (table.writeData == reg::PORT_CLOSE_DATA) table.isOpen = false;
-        return true;
-    }
-    if (word / WORDS_PER_SLOT >= table.slots.size()) return true;
-    auto* slot = reinterpret_cast<unsigned char*>(&table.slots[word / WORDS_PER_SLOT]);
-    std::memcpy(slot + word % WORDS_PER_SLOT * sizeof(uint32_t), &table.writeData, sizeof(uint32_t));
-    return true;
-}
-
-uint32_t BoardTables::Read(uint32_t index) const {
-    const Table& table = m_tables[TableOf(index)];
-    if ((index & PORT_MASK) != READ_DATA || table.readAddress / WORDS_PER_SLOT >= table.slots.size()) return 0;
-    const auto* slot = reinterpret_cast<const unsigned char*>(&table.slots[table.readAddress / WORDS_PER_SLOT]);
+uint32_t Read(const BoardMemory& memory, uint32_t index) {
+    const EMDQPDataType feed = FeedOf(index);
+    const uint32_t word = Load(memory.registers.ports[static_cast<std::size_t>(feed)].readAddress);
+    if ((index & PORT_MASK) != READ_DATA || !IsInTable(feed, word)) return 0;
+    const auto* slot = reinterpret_cast<const unsigned char*>(memory.slots + FirstSlot(feed) + word / WORDS_PER_SLOT);
     uint32_t value = 0;
-    std::memcpy(&value, slot + table.readAddress % WORDS_PER_SLOT * sizeof(uint32_t), sizeof value);
+    std::memcpy(&value, slot + word % WORDS_PER_SLOT * sizeof value, sizeof value);
     return value;
 }
 
-}  // namespace software_board
+void OpenPorts(BoardMemory& memory) {
+    for (TablePort& port : memory.registers.ports) Store(port.isOpen, 1U);
+}
+
+bool IsOpen(const BoardMemory& memory, EMDQPDataType feed) {
+    return Load(memory.registers.ports[static_cast<std::size_t>(feed)].isOpen) != 0;
+}
+
+SInstTableType& Slot(BoardMemory& memory, EMDQPDataType feed, int32_t instNo) {
+    return memory.slots[FirstSlot(feed) + static_cast<std::size_t>(instNo)];
+}
+
+const SInstTableType& Slot(const BoardMemory& memory, EMDQPDataType feed, int32_t instNo) {
+    return memory.slots[FirstSlot(feed) + static_cast<std::size_t>(instNo)];
+}
+
+}  // namespace software_board::board_tables

@@ -7,7 +7,8 @@
 
 #include "exchange/Exchange.h"
 #include "exchange/SnapshotConnection.h"
-#include "software_board/SoftwareBoard.h"
+#include "software_board/BoardMemory.h"
+#include "software_board/BoardOptions.h"
 
 namespace software_board {
 

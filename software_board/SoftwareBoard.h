@@ -5,40 +5,14 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string_view>
 
 #include "common/FpgaStructCommon.h"
 #include "exchange/Exchange.h"
-#include "exchange/Faults.h"
 #include "public/reg/BoardProvider.h"
+#include "software_board/BoardMemory.h"
+#include "software_board/BoardOptions.h"
 
 namespace software_board {
-
-struct BoardOptions {
-    exchange::ExchangeOptions exchange;
-    exchange::Faults faults;
-    uint16_t shfeSnapPort = 33022;  ///< TCP source port of the snapshot servers
-    uint16_t ineSnapPort = 33022;
-    uint32_t updatesPerSecond = 0;    ///< pace of the live updates by the clock; 0: one whenever the host asks
-    uint32_t lostPacketAfter = 2000;  ///< live updates before the lost-packet fault
-    uint32_t hbm2ReadyMs = 500;       ///< from the start of a bring-up
-    uint32_t hardwareVersion = 0x20260420;
-    uint32_t ringMessages = 8192;  ///< capacity of one channel's ring
-};
-
-/// What the board has seen and done; never goes back.
-struct BoardStatistics {
-    uint64_t bringUps = 0;
-    uint64_t registerWrites = 0;
-    uint64_t registerReads = 0;
-    uint64_t refusedTableWrites = 0;  ///< through a closed port
-    uint64_t snapshotConnections = 0;
-    uint64_t snapshotFrames = 0;
-    uint64_t liveUpdates = 0;  ///< updates of the exchange since the first engine start
-    uint64_t lostUpdates = 0;  ///< of these, never applied to the board's tables
-    uint64_t delivered = 0;    ///< records put into rings
-    uint64_t overruns = 0;     ///< messages that found a ring full
-};
 
 class SoftwareBoard {
 public:
@@ -86,14 +60,10 @@ private:
 };
 
 /// The provider table over the boards of this process, one per bus number. A board that was not installed is made when
-/// its registers or a stream are first opened, from the provider argument: "key=value" pairs, comma-separated:
-/// seed, shfe, ine (instruments), rate (updates per second), faults (names joined by "+"), lost_after.
+/// its registers or a stream are first opened, from the provider argument (ParseArgument).
 const VexaBoardProvider& Provider();
 
 /// Puts `board` on `bus`; null takes it away. The board stays the caller's.
 void InstallBoard(uint16_t bus, SoftwareBoard* board);
-
-/// Reads a provider argument into `options`; false with a text that names the key or value and what is allowed.
-bool ParseArgument(std::string_view argument, BoardOptions& options, std::string& error);
 
 }  // namespace software_board

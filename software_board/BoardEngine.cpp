@@ -1,0 +1,250 @@
+#include "software_board/BoardEngine.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "public/clock/Clock.h"
+#include "software_board/BoardRecord.h"
+#include "software_board/BoardTables.h"
+#include "src/RegisterMap.h"
+
+namespace software_board {
+
+namespace {
+
+constexpr uint32_t LOST_BY_FAULT = 20;
+constexpr uint32_t DEFAULT_HOST_IP = 0x0A140002;
+constexpr uint16_t DEFAULT_HOST_PORT = 40000;
+constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
+constexpr int64_t NANOSECONDS_PER_MS = 1'000'000;
+constexpr uint32_t EVENT_LOST = 1U << 7;
+constexpr uint32_t EVENT_MEMORY_READY = 1U << 0;
+constexpr int32_t SNAPSHOT_CHANNEL = 0;
+
+U50Event LostEvent() { return {DMA_EVENT, sizeof(U50Event), EVENT_LOST, 0, 0, 0, 0, 0}; }
+
+}  // namespace
+
+BoardEngine::BoardEngine(const BoardOptions& options, BoardMemory& memory)
+    : m_options(options),
+      m_memory(memory),
+      m_market(options.exchange),
+      m_snapshot(m_options, m_market, memory.statistics),
+      m_ringLines(std::min(RING_LINES, options.ringMessages * RING_LINES_MIN + 1)) {
+    for (ChannelMemory& channel : memory.channels) m_rings.emplace_back(channel.ring, m_ringLines);
+    Store(memory.registers.hardwareVersion, options.hardwareVersion);
+}
+
+// ---- commands -------------------------------------------------------------------------------------------------------
+
+void BoardEngine::Execute(uint32_t index, uint32_t value) {
+    switch (index) {
+        case reg::BRING_UP_START:
+            if (value == 1) BringUp();
+            return;
+        case reg::SNAPSHOT_CONTROL: return value == reg::SNAPSHOT_OPEN ? OpenSnapshot() : CloseSnapshot();
+        case reg::LOGICAL_START_2PS:
+        case reg::LOGICAL_START_4PS: return StartEngines();
+        default: return;
+    }
+}
+
+void BoardEngine::BringUp() {
+    Add(m_memory.statistics.bringUps, uint64_t{1});
+    EnterPhase(EPhase::Memory);
+    m_isLive = false;
+    m_isSnapshotOpen = false;
+    m_snapshot.Close();
+    m_frame.clear();
+    board_tables::OpenPorts(m_memory);
+    for (ChannelMemory& channel : m_memory.channels) Store(channel.hasOverrun, 0U);
+    for (const uint32_t index : {reg::VERSION_VERDICT, reg::LOGICAL_START_2PS, reg::LOGICAL_START_4PS}) {
+        Store(m_memory.registers.values[index], 0U);
+    }
+    Store(m_memory.registers.isMemoryReady, 0U);
+    m_memoryReadyAt = CClock::MonotonicNanoseconds() + int64_t{m_options.hbm2ReadyMs} * NANOSECONDS_PER_MS;
+}
+
+// The host opens the phase first and programs routes and groups afterwards; connections are made with the first frame.
+void BoardEngine::OpenSnapshot() {
+    EnterPhase(EPhase::Snapshot);
+    m_isSnapshotOpen = true;
+    m_isConnectDue = true;
+}
+
+void BoardEngine::CloseSnapshot() {
+    if (m_isSnapshotOpen) EnterPhase(EPhase::Tables);
+    m_isSnapshotOpen = false;
+    m_snapshot.Close();
+    m_frame.clear();
+}
+
+void BoardEngine::ConnectSnapshot() {
+    m_isConnectDue = false;
+    const auto& values = m_memory.registers.values;
+    std::vector<SnapshotService::Request> requests;
+    for (uint32_t session = 0; session < reg::SESSION_COUNT; ++session) {
+        const auto feed = static_cast<EMDQPDataType>(session);
+        if (Load(values[reg::FEEDS[session].lineA.ip]) == 0 || m_market.Instruments(feed).empty()) continue;
+        const uint32_t hostIp = Load(values[reg::SRC_IP + reg::SESSION_STRIDE * session]);
+        const uint32_t port = Load(values[reg::SRC_PORT + reg::SESSION_STRIDE * session]);
+        requests.push_back({feed, hostIp == 0 ? DEFAULT_HOST_IP : hostIp,
+                            static_cast<uint16_t>((port == 0 ? DEFAULT_HOST_PORT : port) + session)});
+    }
+    m_snapshot.Open(std::move(requests));
+}
+
+void BoardEngine::StartEngines() {
+    const auto& values = m_memory.registers.values;
+    if (Load(values[reg::LOGICAL_START_2PS]) != 1 || Load(values[reg::LOGICAL_START_4PS]) != 1) return;
+    EnterPhase(EPhase::Live);
+    m_isLive = true;
+    m_liveSince = CClock::MonotonicNanoseconds();
+    m_updatesSinceLive = 0;
+    m_sweepPosition = 0;
+}
+
+// ---- messages -------------------------------------------------------------------------------------------------------
+
+bool BoardEngine::Put(std::size_t index, const void* head, uint32_t headBytes, const void* body, uint32_t bodyBytes) {
+    ChannelMemory& channel = m_memory.channels[index];
+    if (Load(channel.holder) == 0) return false;
+    if (!m_rings[index].Put(head, headBytes, body, bodyBytes)) {
+        Add(m_memory.statistics.overruns, uint64_t{1});
+        Add(channel.dropped, uint64_t{1});
+        Store(channel.hasOverrun, 1U);
+        return false;
+    }
+    Store(channel.written, m_rings[index].Written());
+    return true;
+}
+
+void BoardEngine::PutEvent(int32_t channel, const U50Event& event) {
+    const auto index = static_cast<std::size_t>(channel);
+    if (!Put(index, &event, sizeof event, nullptr, 0)) return;
+    auto& last = m_memory.channels[index].lastEvent;
+    const uint32_t words[] = {event.event_data0, event.event_data1, event.event_data2, event.event_data3};
+    for (std::size_t word = 0; word < last.size(); ++word) Store(last[word], words[word]);
+}
+
+void BoardEngine::PutEventToAll(uint32_t eventData0) {
+    Add(m_memory.registers.events, uint64_t{1});
+    for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) {
+        PutEvent(channel, {DMA_EVENT, sizeof(U50Event), eventData0, 0, 0, 0, 0, 0});
+    }
+}
+
+bool BoardEngine::TellMemoryReady() {
+    if (!m_memoryReadyAt || CClock::MonotonicNanoseconds() < *m_memoryReadyAt) return false;
+    m_memoryReadyAt.reset();
+    Store(m_memory.registers.isMemoryReady, 1U);
+    PutEvent(SNAPSHOT_CHANNEL, {DMA_EVENT, sizeof(U50Event), 0, 0, EVENT_MEMORY_READY, 0, 0, 0});
+    return true;
+}
+
+bool BoardEngine::TellOverrun(int32_t index) {
+    ChannelMemory& channel = m_memory.channels[index];
+    if (Load(channel.hasOverrun) == 0) return false;
+    if (!m_rings[static_cast<std::size_t>(index)].HasRoomFor(sizeof(U50Event))) return false;
+    Store(channel.hasOverrun, 0U);
+    Add(m_memory.registers.events, uint64_t{1});
+    PutEvent(index, LostEvent());
+    return true;
+}
+
+// A frame that finds no room waits: TCP does not lose what the receiver has no room for.
+bool BoardEngine::SnapshotStep() {
+    if (!m_isSnapshotOpen) return false;
+    if (m_isConnectDue) ConnectSnapshot();
+    if (m_frame.empty() && !m_snapshot.NextFrame(m_frame)) return false;
+    const auto frameBytes = static_cast<uint32_t>(m_frame.size());
+    if (!m_rings[SNAPSHOT_CHANNEL].HasRoomFor(DMA_TCP_FRAME_OFFSET + frameBytes)) return false;
+    const uint32_t head[] = {DMA_TCP, DMA_TCP_FRAME_OFFSET + frameBytes, 0};
+    Put(SNAPSHOT_CHANNEL, head, sizeof head, m_frame.data(), frameBytes);
+    m_frame.clear();
+    return true;
+}
+
+// ---- the market -----------------------------------------------------------------------------------------------------
+
+bool BoardEngine::IsDue() const {
+    if (m_options.updatesPerSecond == 0) return true;
+    const int64_t elapsed = CClock::MonotonicNanoseconds() - m_liveSince;
+    const double due = static_cast<double>(elapsed) / NANOSECONDS_PER_SECOND * m_options.updatesPerSecond;
+    return static_cast<double>(m_updatesSinceLive) < due;
+}
+
+bool BoardEngine::LiveStep() {
+    if (!m_isLive) return false;
+    if (!m_isFinishing && !IsDue()) return false;
+    exchange::LiveUpdate update;
+    if (m_isFinishing) {
+        if (!NextOfSweep(update)) return false;
+    } else {
+        update = m_market.Next();
+    }
+    Add(m_memory.statistics.liveUpdates, uint64_t{1});
+    ++m_updatesSinceLive;
+    Note(update.feed);
+    Apply(update);
+    if (m_options.faults.lostPacket && !m_hasLostByFault &&
+        m_memory.statistics.liveUpdates >= m_options.lostPacketAfter) {
+        m_hasLostByFault = true;
+        LosePackets(LOST_BY_FAULT);
+    }
+    return true;
+}
+
+void BoardEngine::FinishAfterOneMoreOfEach() {
+    m_isFinishing = true;
+    m_sweepPosition = 0;
+}
+
+bool BoardEngine::HasFinished() const {
+    const std::size_t all = m_market.Instruments(SHFE_2PS).size() + m_market.Instruments(INE_2PS).size();
+    return m_isFinishing && m_isLive && m_sweepPosition >= all;
+}
+
+bool BoardEngine::NextOfSweep(exchange::LiveUpdate& update) {
+    std::size_t position = m_sweepPosition;
+    for (const EMDQPDataType feed : {SHFE_2PS, INE_2PS}) {
+        const std::size_t count = m_market.Instruments(feed).size();
+        if (position < count) {
+            ++m_sweepPosition;
+            update = m_market.Move(feed, static_cast<int32_t>(position));
+            return true;
+        }
+        position -= count;
+    }
+    return false;
+}
+
+void BoardEngine::Note(EMDQPDataType feed) {
+    const auto index = static_cast<std::size_t>(feed);
+    Add(m_memory.registers.packets[index], uint64_t{1});
+    Store(m_memory.registers.lastUpdate[index],
+          static_cast<uint64_t>(CClock::WallNanoseconds() / NANOSECONDS_PER_SECOND));
+}
+
+void BoardEngine::Apply(const exchange::LiveUpdate& update) {
+    SInstTableType& slot = board_tables::Slot(m_memory, update.feed, update.instNo);
+    LayOver(update, slot);
+    if ((slot.config & SLOT_IN_USE) == 0) return;
+    const uint32_t maxInstNo = Load(m_memory.registers.values[reg::FEEDS[update.feed].maxInstNo]);
+    const VexaShfeMdType record = RecordOf(slot, update.instNo, maxInstNo);
+    const uint32_t head[] = {DMA_UDP, DMA_UDP_RECORD_OFFSET + sizeof record};
+    for (std::size_t channel = 0; channel < m_rings.size(); ++channel) {
+        if ((slot.config >> channel & 1U) == 0 || !Put(channel, head, sizeof head, &record, sizeof record)) continue;
+        Add(m_memory.statistics.delivered, uint64_t{1});
+        Add(m_memory.channels[channel].delivered, uint64_t{1});
+    }
+}
+
+void BoardEngine::LosePackets(uint32_t updates) {
+    for (uint32_t i = 0; i < updates; ++i) Note(m_market.Next().feed);
+    Add(m_memory.statistics.liveUpdates, uint64_t{updates});
+    Add(m_memory.statistics.lostUpdates, uint64_t{updates});
+    PutEventToAll(EVENT_LOST);
+}
+
+}  // namespace software_board

@@ -1,0 +1,80 @@
+/// What makes a board move: bring-up, snapshot connections, live updates, events. Acts on the board's memory alone and
+/// is driven step by step: by the polls of the process that holds the board, or by the process that serves it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "exchange/Exchange.h"
+#include "software_board/BoardMemory.h"
+#include "software_board/BoardOptions.h"
+#include "software_board/DmaRing.h"
+#include "software_board/SnapshotService.h"
+
+namespace software_board {
+
+class BoardEngine {
+public:
+    /// `memory` must be all zero and outlive the engine.
+    BoardEngine(const BoardOptions& options, BoardMemory& memory);
+    BoardEngine(const BoardEngine&) = delete;
+    BoardEngine& operator=(const BoardEngine&) = delete;
+
+    /// Acts on a command register that was written (IsCommand).
+    void Execute(uint32_t index, uint32_t value);
+
+    // Each of these does one thing that is due, and tells whether there was one.
+    bool TellMemoryReady();
+    bool TellOverrun(int32_t channel);  ///< once there is room again
+    bool SnapshotStep();                ///< one frame to channel 0, unless its ring is full
+    bool LiveStep();                    ///< one update of the exchange
+
+    void PutEvent(int32_t channel, const U50Event& event);
+    void LosePackets(uint32_t updates);
+
+    /// From now on every instrument moves exactly once more.
+    void FinishAfterOneMoreOfEach();
+    bool HasFinished() const;
+
+    bool IsLive() const { return m_isLive; }
+    exchange::Exchange& Market() { return m_market; }
+    uint32_t RingLineCount() const { return m_ringLines; }
+
+private:
+    void BringUp();
+    void OpenSnapshot();
+    void CloseSnapshot();
+    void ConnectSnapshot();
+    void StartEngines();
+    void EnterPhase(EPhase phase) { Store(m_memory.registers.phase, static_cast<uint32_t>(phase)); }
+
+    void PutEventToAll(uint32_t eventData0);
+    bool Put(std::size_t channel, const void* head, uint32_t headBytes, const void* body, uint32_t bodyBytes);
+
+    bool IsDue() const;
+    bool NextOfSweep(exchange::LiveUpdate& update);
+    void Note(EMDQPDataType feed);
+    void Apply(const exchange::LiveUpdate& update);
+
+    BoardOptions m_options;
+    BoardMemory& m_memory;
+    exchange::Exchange m_market;
+    SnapshotService m_snapshot;
+    uint32_t m_ringLines;
+    std::vector<RingProducer> m_rings;
+    std::vector<uint8_t> m_frame;  ///< the next one to arrive; empty when it has to be fetched
+
+    std::optional<int64_t> m_memoryReadyAt;  ///< on the monotonic clock; none before the first bring-up, or once told
+    bool m_isSnapshotOpen = false;
+    bool m_isConnectDue = false;
+    bool m_isLive = false;
+    int64_t m_liveSince = 0;
+    uint64_t m_updatesSinceLive = 0;
+    bool m_hasLostByFault = false;
+    bool m_isFinishing = false;
+    std::size_t m_sweepPosition = 0;
+};
+
+}  // namespace software_board

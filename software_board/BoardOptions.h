@@ -1,0 +1,30 @@
+/// What a software board is made from.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "exchange/Exchange.h"
+#include "exchange/Faults.h"
+
+namespace software_board {
+
+struct BoardOptions {
+    exchange::ExchangeOptions exchange;
+    exchange::Faults faults;
+    uint16_t shfeSnapPort = 33022;  ///< TCP source port of the snapshot servers
+    uint16_t ineSnapPort = 33022;
+    uint32_t updatesPerSecond = 0;    ///< pace of the live updates by the clock; 0: one whenever the host asks
+    uint32_t lostPacketAfter = 2000;  ///< live updates before the lost-packet fault
+    uint32_t hbm2ReadyMs = 500;       ///< from the start of a bring-up
+    uint32_t hardwareVersion = 0x20260420;
+    uint32_t ringMessages = 5461;  ///< live records that one channel's ring holds; that many at the most
+};
+
+/// Reads a provider argument into `options`: "key=value" pairs, comma-separated: seed, shfe, ine (instruments), rate
+/// (updates per second), faults (names joined by "+"), lost_after. False with a text that names the key or value and
+/// what is allowed.
+bool ParseArgument(std::string_view argument, BoardOptions& options, std::string& error);
+
+}  // namespace software_board

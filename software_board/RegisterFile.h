@@ -1,0 +1,18 @@
+/// The registers as a host sees them: plain ones keep what was written, some have a meaning of their own.
+#pragma once
+
+#include <cstdint>
+
+#include "software_board/BoardMemory.h"
+
+namespace software_board {
+
+/// Stores the value, or passes it to a table's port. True when the engine must act on it (IsCommand).
+bool WriteRegister(BoardMemory& memory, uint32_t index, uint32_t value);
+
+uint64_t ReadRegister(const BoardMemory& memory, uint32_t index);
+
+/// A register whose write makes the board do something: bring-up, snapshot phase, engine start.
+bool IsCommand(uint32_t index);
+
+}  // namespace software_board

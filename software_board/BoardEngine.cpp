@@ -20,6 +20,8 @@ constexpr int64_t NANOSECONDS_PER_MS = 1'000'000;
 constexpr uint32_t EVENT_LOST = 1U << 7;
 constexpr uint32_t EVENT_MEMORY_READY = 1U << 0;
 constexpr int32_t SNAPSHOT_CHANNEL = 0;
+constexpr uint32_t SNAPSHOT_RING_PART = 4;
+constexpr uint32_t BARE_FRAME_BYTES = 14 + 20 + 20;  // Ethernet, IPv4 and TCP headers
 
 U50Event LostEvent() { return {DMA_EVENT, sizeof(U50Event), EVENT_LOST, 0, 0, 0, 0, 0}; }
 
@@ -65,11 +67,12 @@ void BoardEngine::BringUp() {
     m_memoryReadyAt = CClock::MonotonicNanoseconds() + int64_t{m_options.hbm2ReadyMs} * NANOSECONDS_PER_MS;
 }
 
-// The host opens the phase first and programs routes and groups afterwards; connections are made with the first frame.
+// The host opens the phase first and programs routes and groups afterwards; connections are made later.
 void BoardEngine::OpenSnapshot() {
     EnterPhase(EPhase::Snapshot);
     m_isSnapshotOpen = true;
     m_isConnectDue = true;
+    DelayNextFrame(m_options.connectAfterMs);
 }
 
 void BoardEngine::CloseSnapshot() {
@@ -152,17 +155,30 @@ bool BoardEngine::TellOverrun(int32_t index) {
     return true;
 }
 
-// A frame that finds no room waits: TCP does not lose what the receiver has no room for.
+// A host that is slow to read is sent no more than a part of its ring: TCP does not lose what the receiver has no room
+// for, and the live records that follow need theirs.
 bool BoardEngine::SnapshotStep() {
-    if (!m_isSnapshotOpen) return false;
+    if (!m_isSnapshotOpen || Load(m_memory.channels[SNAPSHOT_CHANNEL].holder) == 0) return false;
+    if (m_nextFrameAt && CClock::MonotonicNanoseconds() < *m_nextFrameAt) return false;
+    m_nextFrameAt.reset();
     if (m_isConnectDue) ConnectSnapshot();
     if (m_frame.empty() && !m_snapshot.NextFrame(m_frame)) return false;
     const auto frameBytes = static_cast<uint32_t>(m_frame.size());
-    if (!m_rings[SNAPSHOT_CHANNEL].HasRoomFor(DMA_TCP_FRAME_OFFSET + frameBytes)) return false;
+    RingProducer& ring = m_rings[SNAPSHOT_CHANNEL];
+    if (ring.Waiting() > m_ringLines / SNAPSHOT_RING_PART || !ring.HasRoomFor(DMA_TCP_FRAME_OFFSET + frameBytes)) {
+        return false;
+    }
     const uint32_t head[] = {DMA_TCP, DMA_TCP_FRAME_OFFSET + frameBytes, 0};
     Put(SNAPSHOT_CHANNEL, head, sizeof head, m_frame.data(), frameBytes);
+    // Bare acknowledgements follow a whole snapshot; they are there for a host that reads at its own pace.
+    if (frameBytes <= BARE_FRAME_BYTES) DelayNextFrame(m_options.acknowledgeEveryMs);
     m_frame.clear();
     return true;
+}
+
+void BoardEngine::DelayNextFrame(uint32_t milliseconds) {
+    if (milliseconds == 0) return;
+    m_nextFrameAt = CClock::MonotonicNanoseconds() + int64_t{milliseconds} * NANOSECONDS_PER_MS;
 }
 
 // ---- the market -----------------------------------------------------------------------------------------------------
@@ -238,6 +254,15 @@ void BoardEngine::Apply(const exchange::LiveUpdate& update) {
         Add(m_memory.statistics.delivered, uint64_t{1});
         Add(m_memory.channels[channel].delivered, uint64_t{1});
     }
+}
+
+bool BoardEngine::Inject(std::string_view name, std::string& error) {
+    if (name == "lost-packet") {
+        LosePackets(LOST_BY_FAULT);
+        return true;
+    }
+    error = "unknown fault \"" + std::string(name) + "\"; known is lost-packet";
+    return false;
 }
 
 void BoardEngine::LosePackets(uint32_t updates) {

@@ -5,6 +5,8 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "exchange/Exchange.h"
@@ -34,6 +36,9 @@ public:
     void PutEvent(int32_t channel, const U50Event& event);
     void LosePackets(uint32_t updates);
 
+    /// Lets a fault happen, by name. False with a text when there is none of that name.
+    bool Inject(std::string_view name, std::string& error);
+
     /// From now on every instrument moves exactly once more.
     void FinishAfterOneMoreOfEach();
     bool HasFinished() const;
@@ -48,6 +53,7 @@ private:
     void CloseSnapshot();
     void ConnectSnapshot();
     void StartEngines();
+    void DelayNextFrame(uint32_t milliseconds);
     void EnterPhase(EPhase phase) { Store(m_memory.registers.phase, static_cast<uint32_t>(phase)); }
 
     void PutEventToAll(uint32_t eventData0);
@@ -69,6 +75,7 @@ private:
     std::optional<int64_t> m_memoryReadyAt;  ///< on the monotonic clock; none before the first bring-up, or once told
     bool m_isSnapshotOpen = false;
     bool m_isConnectDue = false;
+    std::optional<int64_t> m_nextFrameAt;  ///< on the monotonic clock; none when at once
     bool m_isLive = false;
     int64_t m_liveSince = 0;
     uint64_t m_updatesSinceLive = 0;

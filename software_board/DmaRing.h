@@ -64,10 +64,14 @@ public:
     bool HasRoomFor(uint32_t messageBytes) {
         const uint64_t needed = m_written + RingLinesOf(messageBytes) + 1;  // the head behind it
         if (needed - m_released <= m_lineCount) return true;
-        const uint64_t told = std::atomic_ref<uint64_t>(m_ring->released).load(std::memory_order_acquire);
-        // Written by another process: never believed beyond what was handed over, nor backwards.
-        if (told >= m_released && told <= m_written) m_released = told;
+        Refresh();
         return needed - m_released <= m_lineCount;
+    }
+
+    /// Lines handed over and not given back yet, as far as the consumer has told.
+    uint64_t Waiting() {
+        Refresh();
+        return m_written - m_released;
     }
 
     /// Head and body become one message. False when there was no room, or it is longer than a message may be.
@@ -89,6 +93,12 @@ public:
     uint64_t Written() const { return m_written; }  ///< lines, counted since the beginning
 
 private:
+    void Refresh() {
+        const uint64_t told = std::atomic_ref<uint64_t>(m_ring->released).load(std::memory_order_acquire);
+        // Written by another process: never believed beyond what was handed over, nor backwards.
+        if (told >= m_released && told <= m_written) m_released = told;
+    }
+
     DmaRing* m_ring;
     uint32_t m_lineCount;
     uint32_t m_index = 0;

@@ -1,4 +1,5 @@
-// The provider table over the boards of this process: one board for each bus, one stream for each channel.
+// The two roads to a board: one stepped by this process's own polls, one served by another process. Of the first there
+// is one board for each bus.
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -6,15 +7,18 @@
 #include <new>
 #include <string>
 
+#include "software_board/SharedClient.h"
 #include "software_board/SoftwareBoard.h"
 
 struct VexaBoardRegisters {
-    software_board::SoftwareBoard* board;
+    virtual ~VexaBoardRegisters() = default;
+    virtual bool Write(uint32_t index, uint32_t value) = 0;
+    virtual uint64_t Read(uint32_t index) = 0;
 };
 
 struct VexaBoardStream {
-    software_board::SoftwareBoard* board;
-    int32_t channel;
+    virtual ~VexaBoardStream() = default;
+    virtual bool Receive(VexaBoardMessageHandler handler, void* user) = 0;
 };
 
 namespace software_board {
@@ -22,49 +26,135 @@ namespace software_board {
 namespace {
 
 constexpr uint32_t UPDATES_PER_SECOND = 1000;  // of a board made from an argument that does not say
+constexpr const char* SHARED = "shared";       // the argument that asks for a board served by another process
+
+// ---- a board of this process ----------------------------------------------------------------------------------------
 
 std::map<uint16_t, SoftwareBoard*> g_installed;
 std::map<uint16_t, std::unique_ptr<SoftwareBoard>> g_made;
 
-SoftwareBoard* BoardOf(const char* argument, uint16_t bus) try {
+/// Null, with a text, when the argument cannot be read.
+SoftwareBoard* BoardOf(const char* argument, uint16_t bus, std::string& error) {
     if (const auto installed = g_installed.find(bus); installed != g_installed.end()) return installed->second;
     std::unique_ptr<SoftwareBoard>& made = g_made[bus];
     if (made == nullptr) {
         BoardOptions options;
         options.updatesPerSecond = UPDATES_PER_SECOND;
-        std::string error;
-        if (!ParseArgument(argument, options, error)) {
-            std::fprintf(stderr, "software board: %s\n", error.c_str());
-            return nullptr;
-        }
+        if (!ParseArgument(argument, options, error)) return nullptr;
         made = std::make_unique<SoftwareBoard>(options);
     }
     return made.get();
-} catch (const std::bad_alloc&) {  // the caller may be C
-    return nullptr;
+}
+
+class OwnRegisters final : public VexaBoardRegisters {
+public:
+    explicit OwnRegisters(SoftwareBoard& board) : m_board(board) {}
+    bool Write(uint32_t index, uint32_t value) override {
+        m_board.Write(index, value);
+        return true;
+    }
+    uint64_t Read(uint32_t index) override { return m_board.Read64(index); }
+
+private:
+    SoftwareBoard& m_board;
+};
+
+class OwnStream final : public VexaBoardStream {
+public:
+    OwnStream(SoftwareBoard& board, int32_t channel) : m_board(board), m_channel(channel) {
+        m_board.OpenStream(m_channel);
+    }
+    ~OwnStream() override { m_board.CloseStream(m_channel); }
+    OwnStream(const OwnStream&) = delete;
+    OwnStream& operator=(const OwnStream&) = delete;
+    bool Receive(VexaBoardMessageHandler handler, void* user) override {
+        return m_board.Receive(m_channel, handler, user);
+    }
+
+private:
+    SoftwareBoard& m_board;
+    int32_t m_channel;
+};
+
+// ---- a board served by another process ------------------------------------------------------------------------------
+
+class ServedRegisters final : public VexaBoardRegisters {
+public:
+    bool Open(uint16_t bus, std::string& error) { return m_registers.Open(bus, error); }
+    bool Write(uint32_t index, uint32_t value) override { return m_registers.Write(index, value); }
+    uint64_t Read(uint32_t index) override { return m_registers.Read(index); }
+
+private:
+    SharedRegisters m_registers;
+};
+
+class ServedStream final : public VexaBoardStream {
+public:
+    bool Open(uint16_t bus, int32_t channel, std::string& error) { return m_stream.Open(bus, channel, error); }
+    bool Receive(VexaBoardMessageHandler handler, void* user) override { return m_stream.Receive(handler, user); }
+
+private:
+    SharedStream m_stream;
+};
+
+// ---- opening --------------------------------------------------------------------------------------------------------
+
+std::unique_ptr<VexaBoardRegisters> MakeRegisters(const char* argument, uint16_t bus, std::string& error) {
+    if (std::strcmp(argument, SHARED) == 0) {
+        auto registers = std::make_unique<ServedRegisters>();
+        if (!registers->Open(bus, error)) return nullptr;
+        return registers;
+    }
+    SoftwareBoard* board = BoardOf(argument, bus, error);
+    if (board == nullptr) return nullptr;
+    return std::make_unique<OwnRegisters>(*board);
+}
+
+std::unique_ptr<VexaBoardStream> MakeStream(const char* argument, uint16_t bus, int32_t channel, std::string& error) {
+    if (std::strcmp(argument, SHARED) == 0) {
+        auto stream = std::make_unique<ServedStream>();
+        if (!stream->Open(bus, channel, error)) return nullptr;
+        return stream;
+    }
+    SoftwareBoard* board = BoardOf(argument, bus, error);
+    if (board == nullptr) return nullptr;
+    return std::make_unique<OwnStream>(*board, channel);
+}
+
+/// The caller may be C: nothing is thrown, and what went wrong is told on standard error.
+template <typename Handle, typename Make>
+int32_t OpenHandle(Handle** handle, Make make) {
+    std::string error;
+    try {
+        std::unique_ptr<Handle> made = make(error);
+        if (made != nullptr) {
+            *handle = made.release();
+            return 0;
+        }
+    } catch (const std::bad_alloc&) {
+        error.clear();
+    }
+    std::fprintf(stderr, "software board: %s\n", error.empty() ? "out of memory" : error.c_str());
+    return -1;
 }
 
 int32_t OpenRegisters(const char* argument, uint16_t bus, uint16_t, VexaBoardRegisters** registers) {
-    SoftwareBoard* board = BoardOf(argument, bus);
-    if (board == nullptr) return -1;
-    *registers = new (std::nothrow) VexaBoardRegisters{board};
-    return *registers == nullptr ? -1 : 0;
+    return OpenHandle(registers, [&](std::string& error) { return MakeRegisters(argument, bus, error); });
 }
 
 void CloseRegisters(VexaBoardRegisters* registers) { delete registers; }
 
 int32_t Write32(VexaBoardRegisters* registers, uint32_t index, uint32_t value) {
-    registers->board->Write(index, value);
-    return 0;
+    return registers->Write(index, value) ? 0 : -1;
 }
 
 int32_t Read32(VexaBoardRegisters* registers, uint32_t index, uint32_t* value) {
-    *value = registers->board->Read(index);
+    *value = static_cast<uint32_t>(registers->Read(index));
     return 0;
 }
 
 int32_t Read64(VexaBoardRegisters* registers, uint32_t index, uint64_t* value) {
-    *value = registers->board->Read64(index);
+    *value = registers->Read(index);
     return 0;
 }
 
@@ -79,22 +169,20 @@ int32_t ChannelOf(const char* name) {
 }
 
 int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoardStream** stream) {
-    SoftwareBoard* board = BoardOf(argument, bus);
-    const int32_t channel = ChannelOf(name);
-    if (board == nullptr || channel < 0) return -1;
-    *stream = new (std::nothrow) VexaBoardStream{board, channel};
-    if (*stream == nullptr) return -1;
-    board->OpenStream(channel);
-    return 0;
+    return OpenHandle(stream, [&](std::string& error) -> std::unique_ptr<VexaBoardStream> {
+        const int32_t channel = ChannelOf(name);
+        if (channel < 0) {
+            error = std::string("no stream ") + name + "; there are CUSTOM_CHAN0_DATA to CUSTOM_CHAN15_DATA";
+            return nullptr;
+        }
+        return MakeStream(argument, bus, channel, error);
+    });
 }
 
-void CloseStream(VexaBoardStream* stream) {
-    stream->board->CloseStream(stream->channel);
-    delete stream;
-}
+void CloseStream(VexaBoardStream* stream) { delete stream; }
 
 int32_t Receive(VexaBoardStream* stream, VexaBoardMessageHandler handler, void* user) {
-    return stream->board->Receive(stream->channel, handler, user) ? 1 : 0;
+    return stream->Receive(handler, user) ? 1 : 0;
 }
 
 constexpr VexaBoardProvider PROVIDER{VEXA_BOARD_PROVIDER_VERSION,

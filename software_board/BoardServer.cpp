@@ -1,0 +1,96 @@
+#include "software_board/BoardServer.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "public/clock/Clock.h"
+
+namespace software_board {
+
+namespace {
+
+// The host is another process: it may be kept waiting between two registers, and before it reads.
+constexpr uint32_t CONNECT_AFTER_MS = 100;
+constexpr uint32_t ACKNOWLEDGE_EVERY_MS = 20;
+constexpr int FRAMES_PER_STEP = 8;  // a host that closes the phase is heard before the next ones
+constexpr int UPDATES_PER_STEP = 256;
+constexpr uint32_t STEPS_PER_LOOK = 512;  // at the channels' holders; a look costs some system calls
+
+/// The number of a request that waits for its answer; 0 when none does.
+uint32_t Waiting(RequestBox& box) {
+    const uint32_t asked = std::atomic_ref<uint32_t>(box.asked).load(std::memory_order_acquire);
+    return asked != Load(box.answered) ? asked : 0;
+}
+
+void Answer(RequestBox& box, uint32_t request) {
+    std::atomic_ref<uint32_t>(box.answered).store(request, std::memory_order_release);
+}
+
+}  // namespace
+
+bool BoardServer::Open(uint16_t bus, const BoardOptions& options, std::string& error) {
+    if (!m_mapping.Create(bus, error)) return false;
+    SharedBoard& board = *m_mapping;
+    BoardOptions served = options;
+    served.connectAfterMs = CONNECT_AFTER_MS;
+    served.acknowledgeEveryMs = ACKNOWLEDGE_EVERY_MS;
+    m_engine.emplace(served, board.memory);
+    board.ringLines = m_engine->RingLineCount();
+    board.servedSince = static_cast<uint64_t>(CClock::WallNanoseconds());
+    board.seed = options.exchange.seed;
+    board.updatesPerSecond = options.updatesPerSecond;
+    for (std::size_t feed = 0; feed < FEED_COUNT; ++feed) {
+        const auto& listed = m_engine->Market().Instruments(static_cast<EMDQPDataType>(feed));
+        board.instruments[feed] = static_cast<uint32_t>(listed.size());
+    }
+    m_mapping.Publish();
+    return true;
+}
+
+bool BoardServer::Step() {
+    if (m_rounds++ % STEPS_PER_LOOK == 0) TakeChannelsBack();
+    bool isBusy = AnswerCommand();
+    isBusy |= AnswerInjection();
+    isBusy |= m_engine->TellMemoryReady();
+    for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) isBusy |= m_engine->TellOverrun(channel);
+    for (int frame = 0; frame < FRAMES_PER_STEP && m_engine->SnapshotStep(); ++frame) isBusy = true;
+    for (int update = 0; update < UPDATES_PER_STEP && m_engine->LiveStep(); ++update) isBusy = true;
+    return isBusy;
+}
+
+bool BoardServer::AnswerCommand() {
+    RequestBox& box = m_mapping->command;
+    const uint32_t request = Waiting(box);
+    if (request == 0) return false;
+    m_engine->Execute(Load(box.index), Load(box.value));
+    Answer(box, request);
+    return true;
+}
+
+bool BoardServer::AnswerInjection() {
+    RequestBox& box = m_mapping->injection;
+    const uint32_t request = Waiting(box);
+    if (request == 0) return false;
+    char text[REQUEST_TEXT_CAPACITY];
+    std::memcpy(text, box.text, sizeof text);
+    const std::string_view asked(text, strnlen(text, sizeof text));
+    std::string error;
+    const bool isDone = m_engine->Inject(asked, error);
+    const std::size_t length = std::min<std::size_t>(error.size(), REQUEST_TEXT_CAPACITY - 1);
+    std::memcpy(box.text, error.c_str(), length);
+    box.text[length] = '\0';
+    Store(box.isRefused, isDone ? 0U : 1U);
+    Answer(box, request);
+    return true;
+}
+
+void BoardServer::TakeChannelsBack() {
+    for (ChannelMemory& channel : m_mapping->memory.channels) {
+        ProcessId holder = Load(channel.holder);
+        if (holder == 0 || IsAlive(holder)) continue;
+        std::atomic_ref<uint64_t>(channel.holder).compare_exchange_strong(holder, 0);
+    }
+}
+
+}  // namespace software_board

@@ -1,0 +1,46 @@
+/// A program run beside the test; killed with it at the latest.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+class ChildProcess {
+public:
+    /// Starts `arguments[0]`, with `environment` ("NAME=value") added to the test's own. What it prints goes to the
+    /// file `output`.
+    ChildProcess(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
+                 std::string output);
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    pid_t Pid() const { return m_pid; }
+    void Signal(int number) const;
+
+    /// Waits for its end: the exit status, or 128 and the signal that ended it. -1 when it does not end in time.
+    int Wait(double seconds = 20);
+
+    std::string Output() const;
+
+private:
+    std::string m_output;
+    pid_t m_pid = -1;
+    int m_status = -1;
+};
+
+/// A few milliseconds of real time.
+void PauseShortly();
+
+/// Asks again and again whether `isTrue`; false when it never was.
+template <typename Question>
+bool WaitUntil(Question isTrue, double seconds = 20) {
+    const auto start = std::chrono::steady_clock::now();
+    while (!isTrue()) {
+        if (std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() > seconds) return false;
+        PauseShortly();
+    }
+    return true;
+}

@@ -1,0 +1,192 @@
+#include "software_board/SharedMemory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "software_board/BoardServer.h"
+#include "software_board/SharedClient.h"
+#include "src/RegisterMap.h"
+
+namespace software_board {
+namespace {
+
+using testing::HasSubstr;
+
+class SharedBoardMemory : public testing::Test {
+protected:
+    SharedBoardMemory() { std::filesystem::remove(path); }
+    ~SharedBoardMemory() override { std::filesystem::remove(path); }
+
+    uint16_t bus = static_cast<uint16_t>(2000 + getpid() % 8000);
+    std::string path = SharedBoardPath(bus);
+    SharedMapping server;
+    SharedMapping client;
+    std::string error;
+};
+
+TEST_F(SharedBoardMemory, IsOwnerOnlyAndGoesWithItsServer) {
+    ASSERT_TRUE(server.Create(bus, error)) << error;
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+    EXPECT_EQ(static_cast<std::size_t>(status.st_size), sizeof(SharedBoard));
+    server.Close();
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(SharedBoardMemory, CannotBeAttachedToBeforeItIsWhole) {
+    EXPECT_FALSE(client.Attach(bus, false, error));
+    EXPECT_THAT(error, HasSubstr("start one with: vexa-board serve --bus"));
+    ASSERT_TRUE(server.Create(bus, error)) << error;
+    server->ringLines = RING_LINES;
+    EXPECT_FALSE(client.Attach(bus, false, error));
+    server.Publish();
+    EXPECT_TRUE(client.Attach(bus, false, error)) << error;
+}
+
+TEST_F(SharedBoardMemory, IsSeenByBothSides) {
+    ASSERT_TRUE(server.Create(bus, error)) << error;
+    server->ringLines = RING_LINES;
+    server.Publish();
+    ASSERT_TRUE(client.Attach(bus, false, error)) << error;
+    Store(client->memory.registers.values[7], 42U);
+    EXPECT_EQ(Load(server->memory.registers.values[7]), 42U);
+}
+
+TEST_F(SharedBoardMemory, LinkDirectoryAndFifoAreRefused) {
+    std::filesystem::create_symlink("/nonexistent", path);
+    EXPECT_FALSE(server.Create(bus, error));
+    EXPECT_FALSE(client.Attach(bus, false, error));
+    std::filesystem::remove(path);
+    std::filesystem::create_directory(path);
+    EXPECT_FALSE(server.Create(bus, error));
+    std::filesystem::remove(path);
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_FALSE(server.Create(bus, error));
+    EXPECT_THAT(error, HasSubstr("is no regular file; remove it"));
+    EXPECT_FALSE(client.Attach(bus, false, error));
+}
+
+TEST_F(SharedBoardMemory, BoardOfAnotherLayoutIsRefused) {
+    ASSERT_TRUE(server.Create(bus, error)) << error;
+    server->ringLines = RING_LINES;
+    server->version = SHARED_BOARD_VERSION + 1;
+    server.Publish();
+    EXPECT_FALSE(client.Attach(bus, false, error));
+    EXPECT_THAT(error, HasSubstr("is of another version; serve it anew"));
+    server->version = SHARED_BOARD_VERSION;
+    server->ringLines = 3;
+    EXPECT_FALSE(client.Attach(bus, false, error));
+    EXPECT_THAT(error, HasSubstr("is damaged"));
+}
+
+TEST_F(SharedBoardMemory, WhatIsNoBoardIsReplaced) {
+    std::ofstream(path) << "something else of ours";
+    EXPECT_FALSE(client.Attach(bus, false, error));
+    EXPECT_TRUE(server.Create(bus, error)) << error;
+}
+
+TEST_F(SharedBoardMemory, FileHeldByALivingProcessIsNotTaken) {
+    ASSERT_TRUE(server.Create(bus, error)) << error;
+    SharedMapping second;
+    EXPECT_FALSE(second.Create(bus, error));
+    EXPECT_THAT(error, HasSubstr("is being served by process " + std::to_string(getpid())));
+}
+
+TEST_F(SharedBoardMemory, IsNotInheritedByAChild) {
+    ASSERT_TRUE(server.Create(bus, error)) << error;
+    const pid_t child = fork();
+    if (child == 0) {
+        server->version = 0;  // no such memory in the child
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) != 0);
+    EXPECT_EQ(server->version, SHARED_BOARD_VERSION);
+}
+
+TEST(ProcessIds, OwnProcessIsAliveAndAnEndedOneIsNot) {
+    EXPECT_TRUE(IsAlive(OwnProcessId()));
+    EXPECT_EQ(ProcessNumber(OwnProcessId()), getpid());
+    const pid_t child = fork();
+    if (child == 0) _exit(0);
+    waitpid(child, nullptr, 0);
+    EXPECT_FALSE(IsAlive(static_cast<uint32_t>(child)));
+}
+
+TEST(ProcessIds, SameNumberWithAnotherStartIsAnotherProcess) {
+    EXPECT_FALSE(IsAlive(OwnProcessId() + (uint64_t{1} << 32)));
+}
+
+class ServedChannel : public SharedBoardMemory {
+protected:
+    void Serve() {
+        BoardOptions options;
+        options.exchange.shfeInstruments = 4;
+        options.exchange.ineInstruments = 2;
+        ASSERT_TRUE(board->Open(bus, options, error)) << error;
+    }
+    std::unique_ptr<BoardServer> board = std::make_unique<BoardServer>();
+};
+
+TEST_F(ServedChannel, SecondReaderOfAChannelIsToldWhoHoldsIt) {
+    Serve();
+    SharedStream first;
+    SharedStream second;
+    ASSERT_TRUE(first.Open(bus, 3, error)) << error;
+    EXPECT_FALSE(second.Open(bus, 3, error));
+    EXPECT_THAT(error, HasSubstr("channel 3 of bus " + std::to_string(bus) + " is held by process " +
+                                 std::to_string(getpid())));
+    EXPECT_TRUE(second.Open(bus, 4, error)) << error;
+}
+
+TEST_F(ServedChannel, IsFreeAgainOnceItsStreamIsClosed) {
+    Serve();
+    { ASSERT_TRUE(SharedStream().Open(bus, 3, error)) << error; }
+    EXPECT_TRUE(SharedStream().Open(bus, 3, error)) << error;
+}
+
+TEST_F(ServedChannel, OfAnEndedProcessIsTakenOver) {
+    Serve();
+    const pid_t child = fork();
+    if (child == 0) {
+        auto* stream = new SharedStream;  // never closed: the process just ends
+        _exit(stream->Open(bus, 3, error) ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_TRUE(SharedStream().Open(bus, 3, error)) << error;
+}
+
+TEST_F(ServedChannel, PlainRegistersNeedNoServersStep) {
+    Serve();
+    SharedRegisters registers;
+    ASSERT_TRUE(registers.Open(bus, error)) << error;
+    EXPECT_TRUE(registers.Write(reg::CONFIG_CHECKSUM, 77));
+    EXPECT_EQ(registers.Read(reg::CONFIG_CHECKSUM), 77U);
+    EXPECT_EQ(registers.Read(reg::HARDWARE_VERSION), 0x20260420U);
+}
+
+TEST_F(ServedChannel, CommandWithoutAServerFails) {
+    Serve();
+    SharedRegisters registers;
+    ASSERT_TRUE(registers.Open(bus, error)) << error;
+    board.reset();
+    EXPECT_FALSE(registers.Write(reg::BRING_UP_START, 1));
+}
+
+}  // namespace
+}  // namespace software_board

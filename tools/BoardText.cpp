@@ -1,0 +1,173 @@
+#include "tools/BoardText.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+
+#include "public/clock/Clock.h"
+#include "software_board/BoardTables.h"
+#include "software_board/RegisterFile.h"
+#include "src/Feed.h"
+#include "src/RegisterMap.h"
+#include "tools/RegisterNames.h"
+
+namespace {
+
+using software_board::ChannelMemory;
+using software_board::Load;
+using software_board::ProcessNumber;
+using software_board::SharedBoard;
+
+using Count = unsigned long long;
+
+std::string LocalTimeText(uint64_t seconds) {
+    std::tm local{};
+    if (seconds == 0 || !CClock::LocalTime(static_cast<int64_t>(seconds), local)) return "never";
+    char text[32];
+    std::strftime(text, sizeof text, "%H:%M:%S", &local);
+    return text;
+}
+
+/// Part of the ring that waits to be read, as far as the reader has told.
+double FillOf(const SharedBoard& board, const ChannelMemory& channel) {
+    const uint64_t waiting = Load(channel.written) - Load(channel.ring.released);
+    return 100.0 * static_cast<double>(std::min<uint64_t>(waiting, board.ringLines)) / board.ringLines;
+}
+
+void PrintChannels(const SharedBoard& board) {
+    std::printf("\n%-8s %-8s %6s %12s %10s  %s\n", "channel", "holder", "ring", "delivered", "dropped", "last event");
+    for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) {
+        const ChannelMemory& memory = board.memory.channels[channel];
+        const software_board::ProcessId holder = Load(memory.holder);
+        if (holder == 0 && Load(memory.written) == 0) continue;
+        std::printf("%-8d %-8s %5.1f%% %12llu %10llu  %08x %08x %08x %08x\n", channel,
+                    holder == 0 ? "-" : std::to_string(ProcessNumber(holder)).c_str(), FillOf(board, memory),
+                    static_cast<Count>(Load(memory.delivered)), static_cast<Count>(Load(memory.dropped)),
+                    Load(memory.lastEvent[0]), Load(memory.lastEvent[1]), Load(memory.lastEvent[2]),
+                    Load(memory.lastEvent[3]));
+    }
+}
+
+void PrintFeeds(const SharedBoard& board) {
+    std::printf("\n%-8s %12s %12s  %s\n", "feed", "instruments", "packets", "last update");
+    for (std::size_t feed = 0; feed < FEED_COUNT; ++feed) {
+        std::printf("%-8s %12u %12llu  %s\n", FEED_MEMBERS[feed].name, board.instruments[feed],
+                    static_cast<Count>(Load(board.memory.registers.packets[feed])),
+                    LocalTimeText(Load(board.memory.registers.lastUpdate[feed])).c_str());
+    }
+}
+
+uint64_t ValueOf(const SharedBoard& board, uint32_t index) { return software_board::ReadRegister(board.memory, index); }
+
+void PrintNamed(const SharedBoard& board, const NamedRegister& named) {
+    std::printf("0x%05x  %-34s 0x%0*llx\n", named.index, named.name.c_str(), named.is64Bit ? 16 : 8,
+                static_cast<Count>(ValueOf(board, named.index)));
+}
+
+std::string ChannelsOf(uint32_t config) {
+    std::string channels;
+    for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) {
+        if ((config >> channel & 1U) != 0) channels += (channels.empty() ? "" : ",") + std::to_string(channel);
+    }
+    if ((config & SLOT_TAS) != 0) channels += " TAS";
+    return channels.empty() ? "-" : channels;
+}
+
+/// What no terminal takes for a command.
+std::string PrintableId(const SInstTableType& slot) {
+    std::string id(slot.inst_id, strnlen(slot.inst_id, sizeof slot.inst_id));
+    std::replace_if(
+        id.begin(), id.end(), [](char c) { return c <= ' ' || c > '~'; }, '?');
+    return id;
+}
+
+void PrintSlot(const SInstTableType& slot, int32_t instNo) {
+    const auto price = [](int32_t hundredths) { return hundredths / 100.0; };
+    std::printf("%6d  %-15s %9u %12.2f %12.2f %8u %12.2f %8u  %s\n", instNo, PrintableId(slot).c_str(), slot.change_no,
+                price(slot.last_price), price(slot.bid1_price), slot.bid1_vol, price(slot.ask1_price), slot.ask1_vol,
+                ChannelsOf(slot.config).c_str());
+}
+
+}  // namespace
+
+const char* PhaseName(software_board::EPhase phase) {
+    switch (phase) {
+        case software_board::EPhase::Idle: return "idle";
+        case software_board::EPhase::Memory: return "memory";
+        case software_board::EPhase::Snapshot: return "snapshot";
+        case software_board::EPhase::Tables: return "tables";
+        case software_board::EPhase::Live: return "live";
+    }
+    return "unknown";
+}
+
+std::string BoardLine(const SharedBoard& board, double updatesPerSecond) {
+    std::string channels;
+    for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) {
+        if (Load(board.memory.channels[channel].holder) != 0) channels += " " + std::to_string(channel);
+    }
+    char line[256];
+    std::snprintf(line, sizeof line, "%-8s %u+%u instruments  %.0f updates/s  channels%s  delivered %llu  dropped %llu",
+                  PhaseName(static_cast<software_board::EPhase>(Load(board.memory.registers.phase))),
+                  board.instruments[SHFE_2PS], board.instruments[INE_2PS], updatesPerSecond,
+                  channels.empty() ? " none" : channels.c_str(),
+                  static_cast<Count>(Load(board.memory.statistics.delivered)),
+                  static_cast<Count>(Load(board.memory.statistics.overruns)));
+    return line;
+}
+
+void PrintStatus(const SharedBoard& board, uint16_t bus) {
+    const auto& seen = board.memory.statistics;
+    std::printf("bus        %u, served by process %d since %s, seed %llu\n", bus, ProcessNumber(board.server),
+                LocalTimeText(board.servedSince / 1'000'000'000).c_str(), static_cast<Count>(board.seed));
+    std::printf("phase      %s\n", PhaseName(static_cast<software_board::EPhase>(Load(board.memory.registers.phase))));
+    std::printf("checksum   0x%08llx\n", static_cast<Count>(ValueOf(board, reg::CONFIG_CHECKSUM)));
+    std::printf("bring-ups  %llu\n", static_cast<Count>(Load(seen.bringUps)));
+    std::printf("snapshot   %llu connections, %llu frames\n", static_cast<Count>(Load(seen.snapshotConnections)),
+                static_cast<Count>(Load(seen.snapshotFrames)));
+    std::printf("updates    %llu, of these lost %llu; records delivered %llu, messages dropped %llu\n",
+                static_cast<Count>(Load(seen.liveUpdates)), static_cast<Count>(Load(seen.lostUpdates)),
+                static_cast<Count>(Load(seen.delivered)), static_cast<Count>(Load(seen.overruns)));
+    PrintChannels(board);
+    PrintFeeds(board);
+}
+
+void PrintRegister(const SharedBoard& board, const std::string& address) {
+    for (const NamedRegister& named : NamedRegisters()) {
+        if (named.name == address) return PrintNamed(board, named);
+    }
+    std::string_view digits = address;
+    const int base = digits.substr(0, 2) == "0x" ? 16 : 10;
+    if (base == 16) digits.remove_prefix(2);
+    uint32_t index = 0;
+    const auto [end, fault] = std::from_chars(digits.data(), digits.data() + digits.size(), index, base);
+    if (fault != std::errc() || end != digits.data() + digits.size() || index >= software_board::REGISTER_COUNT) {
+        throw std::runtime_error("\"" + address + "\" is neither a register's name nor an index from 0 to 0x2ffff");
+    }
+    for (const NamedRegister& named : NamedRegisters()) {
+        if (named.index == index) return PrintNamed(board, named);
+    }
+    PrintNamed(board, {index, "-"});
+}
+
+void PrintRegisters(const SharedBoard& board, bool areZerosShown) {
+    for (const NamedRegister& named : NamedRegisters()) {
+        if (areZerosShown || ValueOf(board, named.index) != 0) PrintNamed(board, named);
+    }
+}
+
+void PrintTable(const SharedBoard& board, EMDQPDataType feed, const std::string& instrument) {
+    std::printf("%6s  %-15s %9s %12s %12s %8s %12s %8s  %s\n", "number", "id", "change", "last", "bid", "volume", "ask",
+                "volume", "channels");
+    bool isFound = false;
+    for (int32_t instNo = 0; instNo < FeedCapacity(feed); ++instNo) {
+        const SInstTableType& slot = software_board::board_tables::Slot(board.memory, feed, instNo);
+        if (slot.inst_id[0] == '\0' || (!instrument.empty() && PrintableId(slot) != instrument)) continue;
+        isFound = true;
+        PrintSlot(slot, instNo);
+    }
+    if (!isFound && !instrument.empty()) throw std::runtime_error("no slot of this feed holds " + instrument);
+}

@@ -1,0 +1,21 @@
+/// A served board in words.
+#pragma once
+
+#include <string>
+
+#include "software_board/SharedMemory.h"
+
+const char* PhaseName(software_board::EPhase phase);
+
+/// "live  600+200 instruments  2000 updates/s  channels 0 3  delivered 1200  dropped 0"
+std::string BoardLine(const software_board::SharedBoard& board, double updatesPerSecond);
+
+/// The whole state: board, channels, feeds.
+void PrintStatus(const software_board::SharedBoard& board, uint16_t bus);
+
+/// Throws std::runtime_error when `address` is neither a name nor a number.
+void PrintRegister(const software_board::SharedBoard& board, const std::string& address);
+void PrintRegisters(const software_board::SharedBoard& board, bool areZerosShown);
+
+/// The slots in use of one feed, or the one of this instrument (throws std::runtime_error when there is none).
+void PrintTable(const software_board::SharedBoard& board, EMDQPDataType feed, const std::string& instrument);

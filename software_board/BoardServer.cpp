@@ -39,7 +39,6 @@ bool BoardServer::Open(uint16_t bus, const BoardOptions& options, std::string& e
     board.ringLines = m_engine->RingLineCount();
     board.servedSince = static_cast<uint64_t>(CClock::WallNanoseconds());
     board.seed = options.exchange.seed;
-    board.updatesPerSecond = options.updatesPerSecond;
     for (std::size_t feed = 0; feed < FEED_COUNT; ++feed) {
         const auto& listed = m_engine->Market().Instruments(static_cast<EMDQPDataType>(feed));
         board.instruments[feed] = static_cast<uint32_t>(listed.size());

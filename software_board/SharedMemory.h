@@ -32,7 +32,6 @@ struct SharedBoard {
     uint32_t ringLines;  ///< of each channel's ring
     uint64_t servedSince;
     uint64_t seed;
-    uint32_t updatesPerSecond;
     std::array<uint32_t, FEED_COUNT> instruments;  ///< that the exchange lists
     alignas(CACHE_LINE) RequestBox command;        ///< register writes that the board must act on
     alignas(CACHE_LINE) RequestBox injection;

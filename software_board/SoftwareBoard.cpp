@@ -340,7 +340,8 @@ bool SoftwareBoard::State::LiveStep() {
     ++updatesSinceLive;
     Note(update.feed);
     Apply(update);
-    if (options.faults.lostPacket && !hasLostByFault && statistics.liveUpdates >= options.lostPacketAfter) {
+    const uint64_t lossDueAt = options.faults.MomentOf(exchange::EFault::PacketLost).value_or(options.lostPacketAfter);
+    if (options.faults.Has(exchange::EFault::PacketLost) && !hasLostByFault && statistics.liveUpdates >= lossDueAt) {
         hasLostByFault = true;
         LosePackets(LOST_BY_FAULT);
     }

@@ -20,7 +20,7 @@ struct BoardOptions {
     uint16_t shfeSnapPort = 33022;  ///< TCP source port of the snapshot servers
     uint16_t ineSnapPort = 33022;
     uint32_t updatesPerSecond = 0;    ///< pace of the live updates by the clock; 0: one whenever the host asks
-    uint32_t lostPacketAfter = 2000;  ///< live updates before the lost-packet fault
+    uint32_t lostPacketAfter = 2000;  ///< live updates before the packet-lost fault without a moment
     uint32_t hbm2ReadyMs = 500;       ///< from the start of a bring-up
     uint32_t hardwareVersion = 0x20260420;
     uint32_t ringMessages = 8192;  ///< capacity of one channel's ring

@@ -49,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(EveryFault, Recovers, testing::ValuesIn(EveryFaultInBot
 
 TEST_P(Recovers, AndEveryLastRecordEqualsTheTruth) {
     SessionWorld world(WithFaults(GetParam().name, GetParam().seed));
-    world.configKeys += "wait_snap_timeout=20\n";
+    world.configKeys += "wait_snap_timeout=120\n";
     ASSERT_EQ(world.Start(GetParam().delivery), 0);
     ASSERT_TRUE(world.Receive(1500));
     ASSERT_TRUE(world.ReceiveTheRest());
@@ -217,12 +217,17 @@ TEST(SecondConnection, TakesTheFeedOverFromTheFirst) {
     EXPECT_EQ(world.board.Statistics().bringUps, 1U);
 }
 
-TEST(SplitAnywhere, CostsTheReceiverItsPlaceAndTheStartFailsClean) {
-    SessionWorld world(WithFaults("split-anywhere"));
-    world.configKeys += "wait_snap_timeout=20\n";
-    EXPECT_EQ(world.Start(Delivery::Callback), -2);
-    EXPECT_GT(world.api->m_counters[ECounter::PayloadNotMdqp], 0U);
-    EXPECT_TRUE(world.log.Has(LOG_WARNING, "channel0 m_u50InitCnt > 3"));
+TEST(SplitAnywhere, MayCostInstrumentsButTellsNothingWrong) {
+    uint64_t outOfPlace = 0;
+    for (uint64_t seed = 1; seed <= 12; ++seed) {
+        SCOPED_TRACE(seed);
+        SessionWorld world(WithFaults("split-anywhere", seed));
+        ASSERT_EQ(world.Start(Delivery::Callback), 0);
+        ASSERT_TRUE(world.ReceiveTheRest());
+        outOfPlace += world.api->m_counters[ECounter::PayloadNotMdqp];
+        for (const std::string& id : world.DifferencesFromTruth()) EXPECT_EQ(world.last.count(id), 0U) << id;
+    }
+    EXPECT_GT(outOfPlace, 0U);
 }
 
 // ---- faults of one connect ------------------------------------------------------------------------------------------
@@ -331,7 +336,7 @@ TEST(LostPackets, LeaveTheStoredChecksumAsItWas) {
 TEST(SameSeed, GivesTheSameSession) {
     const auto run = [] {
         SessionWorld world(WithFaults("all", 7));
-        world.configKeys += "wait_snap_timeout=20\n";
+        world.configKeys += "wait_snap_timeout=120\n";
         EXPECT_EQ(world.Start(Delivery::Callback), 0);
         EXPECT_TRUE(world.Receive(1500));
         std::string bytes;

@@ -87,7 +87,8 @@ private:
 
 /// The provider table over the boards of this process, one per bus number. A board that was not installed is made when
 /// its registers or a stream are first opened, from the provider argument: "key=value" pairs, comma-separated:
-/// seed, shfe, ine (instruments), rate (updates per second), faults (names joined by "+"), lost_after.
+/// seed, shfe, ine (instruments), rate (updates per second), faults (names joined by "+", each with "@moment" or
+/// without), lost_after.
 const VexaBoardProvider& Provider();
 
 /// Puts `board` on `bus`; null takes it away. The board stays the caller's.

@@ -217,6 +217,13 @@ TEST(SecondConnection, TakesTheFeedOverFromTheFirst) {
     EXPECT_EQ(world.board.Statistics().bringUps, 1U);
 }
 
+TEST(SecondConnection, DoesNotMakeUpForAStalledFirstOne) {
+    SessionWorld world(WithFaults("second-connection,stall"));
+    world.configKeys += "wait_snap_timeout=20\n";
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_EQ(world.board.Statistics().bringUps, 2U);
+}
+
 TEST(SplitAnywhere, MayCostInstrumentsButTellsNothingWrong) {
     uint64_t outOfPlace = 0;
     for (uint64_t seed = 1; seed <= 12; ++seed) {

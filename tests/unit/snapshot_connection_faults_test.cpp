@@ -184,6 +184,12 @@ TEST(SnapshotConnectionFaults, ForeignHostFramesFitTheStreamAndHoldSomethingElse
     EXPECT_EQ(Reassembled(frames), Joined(ManyMessages()));
 }
 
+TEST(SnapshotConnectionFaults, ForeignHostNeverComesBeforeTheFirstSegment) {
+    for (uint64_t seed = 1; seed <= 100; ++seed) {
+        EXPECT_TRUE(IsOfTheServer(FramesOf(Only(EFault::ForeignHost), seed).front())) << "seed " << seed;
+    }
+}
+
 TEST(SnapshotConnectionFaults, SplitSmallMakesTinySegmentsAndKeepsHeadersWhole) {
     for (uint64_t seed = 1; seed <= 10; ++seed) {
         const Messages frames = FramesOf(Only(EFault::SplitSmall), seed);

@@ -143,6 +143,8 @@ TEST_F(SyntheticSnapshot, StrayInstrumentsLieBelowAndBehindTheTable) {
         for (const auto& [instNo, seen] : receiver.Instruments()) {
             below += instNo < 0;
             behind += instNo >= capacity;
+            EXPECT_EQ(Copy(seen.info.inst_no), instNo);
+            EXPECT_EQ(Copy(seen.deal.inst_no), instNo);
         }
         EXPECT_GT(below, 0);
         EXPECT_GT(behind, 0);

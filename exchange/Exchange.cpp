@@ -1,5 +1,5 @@
 // Owns the instruments, their books and the truth. The truth of an instrument is changed by laying its live update over
-// it and in no other way, so that whoever applies the updates ends with the same record.
+// it, so that whoever applies the updates ends with the same record; a snapshot may declare prices absent besides.
 #include "exchange/Exchange.h"
 
 #include <algorithm>

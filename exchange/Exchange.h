@@ -7,6 +7,7 @@
 
 #include "common/FpgaStructCommon.h"
 #include "exchange/Book.h"
+#include "exchange/Faults.h"
 #include "exchange/Instrument.h"
 #include "exchange/Random.h"
 #include "interface/VexaShfeMdStruct.h"
@@ -68,8 +69,9 @@ public:
     LiveUpdate Move(EMDQPDataType feed, int32_t instNo);
 
     /// The feed's snapshot as it stands now, as whole MDQP messages in order: the first one carries topic and packet
-    /// number, the last one closes the feed. With `isBookCrossed` one future's best bid stands above its best ask.
-    std::vector<std::vector<uint8_t>> SnapshotMessages(EMDQPDataType feed, bool isBookCrossed = false);
+    /// number, the last one closes the feed. Of `faults` those happen that spoil contents, at whatever moment;
+    /// absent-values changes the truth with them, the others do not.
+    std::vector<std::vector<uint8_t>> SnapshotMessages(EMDQPDataType feed, const Faults& faults = {});
 
 private:
     struct Feed {
@@ -83,6 +85,7 @@ private:
 
     void OpenFeed(EMDQPDataType feed, int32_t topicId, std::vector<Instrument> instruments);
     const Feed& FeedOf(EMDQPDataType feed) const;
+    void ForgetSomePrices(EMDQPDataType feed);
     void AdvanceTime();
     void Stamp(LiveUpdate& update, uint32_t changeNo) const;
 

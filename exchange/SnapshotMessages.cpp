@@ -1,94 +1,28 @@
 // The snapshot of a feed as MDQP messages. An instrument's fields never part: a receiver clears a book at the first
-// price level behind any other field, and at the start of each message.
+// price level behind any other field, and at the start of each message. So what does not belong there stands in front
+// of an instrument, and never ends in a price level.
 #include <algorithm>
-#include <cfloat>
-#include <cstdio>
-#include <cstring>
-#include <string>
+#include <limits>
+#include <utility>
 
 #include "exchange/Exchange.h"
 #include "exchange/MdqpWriter.h"
+#include "exchange/SnapshotRecords.h"
 
 namespace exchange {
 namespace {
 
+using Messages = std::vector<std::vector<uint8_t>>;
+
 constexpr uint32_t MANY_INSTRUMENTS = 12;  // a message of them is several segments long
-
-double Yuan(int64_t hundredths) { return static_cast<double>(hundredths) / 100.0; }
-
-template <std::size_t N>
-void CopyText(char (&field)[N], const std::string& text) {
-    std::memcpy(field, text.data(), std::min(text.size(), N - 1));
-}
-
-/// "cu2612C70000" is product, delivery month, call or put, strike.
-void DescribeOption(const Instrument& instrument, inst_info_t& record) {
-    const std::size_t contract = instrument.product.size() + 4;
-    record.product_class = '2';
-    record.options_type = instrument.id[contract] == 'C' ? '1' : '2';
-    record.strike_price = std::stod(instrument.id.substr(contract + 1));
-    CopyText(record.underlying_inst_id, instrument.id.substr(0, contract));
-}
-
-inst_info_t InfoOf(const Instrument& instrument) {
-    inst_info_t record{};
-    CopyText(record.inst_id, instrument.id);
-    CopyText(record.underlying_inst_id, instrument.product);
-    record.product_class = '1';
-    if (instrument.kind == InstrumentKind::Option) DescribeOption(instrument, record);
-    record.volume_multiple = instrument.volumeMultiple;
-    record.underlying_multiple = 1.0;
-    record.is_trading = 1;
-    CopyText(record.currency_id, "CNY");
-    record.price_tick = Yuan(instrument.priceTick);
-    record.codec_price = Yuan(instrument.codecPrice);
-    record.inst_no = instrument.instNo;
-    return record;
-}
-
-void StampDeal(const VexaShfeMdType& truth, int32_t tradingDay, deal_info_t& record) {
-    char text[16];
-    std::snprintf(text, sizeof(text), "%08d", tradingDay);
-    CopyText(record.action_day, text);
-    const uint32_t time = truth.update_time;
-    std::snprintf(text, sizeof(text), "%02u:%02u:%02u", time / 3600 % 24, time / 60 % 60, time % 60);
-    CopyText(record.update_time, text);
-    record.update_mill_sec = truth.update_milli_sec;
-    record.change_no = static_cast<int32_t>(truth.change_no);
-}
-
-deal_info_t DealOf(const Instrument& instrument, const VexaShfeMdType& truth, int32_t tradingDay) {
-    deal_info_t record{};
-    record.inst_no = instrument.instNo;
-    record.last_price = Yuan(truth.last_px);
-    record.volume = static_cast<int32_t>(truth.volume);
-    record.turnover = Yuan(truth.turnover);
-    record.open_interest = static_cast<double>(truth.open_interest);
-    record.highest_price = Yuan(truth.high_price);
-    record.lowest_price = Yuan(truth.low_price);
-    record.open_price = Yuan(instrument.codecPrice);
-    record.close_price = DBL_MAX;  // the day has not ended
-    record.settlement_price = DBL_MAX;
-    record.upper_limit_price = Yuan(instrument.upperLimit);
-    record.lower_limit_price = Yuan(instrument.lowerLimit);
-    record.pre_settlement_price = Yuan(instrument.codecPrice);
-    record.pre_close_price = Yuan(instrument.codecPrice);
-    record.pre_open_interest = record.open_interest;
-    record.pre_delta = DBL_MAX;
-    record.curr_delta = DBL_MAX;
-    StampDeal(truth, tradingDay, record);
-    return record;
-}
-
-order_statistics_info_t StatisticsOf(int32_t instNo, const Book& book) {
-    order_statistics_info_t record{};
-    record.inst_no = instNo;
-    record.bid_volume = static_cast<int32_t>(book.bids.totalVolume);
-    record.bid_amount = Yuan(book.bids.totalAmount);
-    record.ask_volume = static_cast<int32_t>(book.asks.totalVolume);
-    record.ask_amount = Yuan(book.asks.totalAmount);
-    return record;
-}
+constexpr uint32_t UNKNOWN_ONE_IN = 8;     // instruments
+constexpr uint32_t STRAY_ONE_IN = 16;      // instruments
+constexpr uint32_t ABSENT_ONE_IN = 10;     // instruments
+constexpr uint16_t UNKNOWN_FIELD_FIRST = 0x0201;
+constexpr uint32_t UNKNOWN_FIELDS = 64;
+constexpr uint32_t UNKNOWN_BYTES_MAX = 40;
+constexpr int16_t UNKNOWN_TOPIC = -1;
+constexpr std::size_t NO_INSTRUMENT = SIZE_MAX;
 
 void WriteSide(MdqpWriter& writer, int32_t instNo, char direction, const BookSide& side) {
     for (int32_t level = 0; level < BOOK_LEVELS && side.price[level] != 0; ++level) {
@@ -96,22 +30,13 @@ void WriteSide(MdqpWriter& writer, int32_t instNo, char direction, const BookSid
     }
 }
 
-void WriteBook(MdqpWriter& writer, int32_t instNo, Book book, bool isCrossed) {
-    if (isCrossed) std::swap(book.bids.price[0], book.asks.price[0]);
-    WriteSide(writer, instNo, '0', book.bids);
-    WriteSide(writer, instNo, '1', book.asks);
-    writer.OrderStatistics(StatisticsOf(instNo, book));
-}
-
 /// Most messages hold one or two instruments; a few many.
 std::size_t InstrumentsInMessage(Random& random) {
     return random.OneIn(16) ? 3 + random.Below(MANY_INSTRUMENTS - 2) : 1 + random.Below(2);
 }
 
-constexpr std::size_t NO_INSTRUMENT = SIZE_MAX;
-
 /// A future with orders on both sides. The first instrument is one, so there always is one.
-std::size_t FutureToCross(const std::vector<Instrument>& instruments, const std::vector<Book>& books, Random& random) {
+std::size_t FutureToSpoil(const std::vector<Instrument>& instruments, const std::vector<Book>& books, Random random) {
     const std::size_t start = random.Below(static_cast<uint32_t>(instruments.size()));
     for (std::size_t i = 0; i < instruments.size(); ++i) {
         const std::size_t index = (start + i) % instruments.size();
@@ -122,36 +47,148 @@ std::size_t FutureToCross(const std::vector<Instrument>& instruments, const std:
     return NO_INSTRUMENT;
 }
 
-}  // namespace
+/// The ask furthest from the bids, so that the levels keep their order.
+void RaiseLastAsk(const Instrument& instrument, Book& book) {
+    int32_t last = BOOK_LEVELS - 1;
+    while (last > 0 && book.asks.price[last] == 0) --last;
+    book.asks.price[last] = instrument.upperLimit + instrument.priceTick;
+}
 
-std::vector<std::vector<uint8_t>> Exchange::SnapshotMessages(EMDQPDataType feed, bool isBookCrossed) {
-    std::vector<std::vector<uint8_t>> messages;
-    if (FeedOf(feed).instruments.empty()) return messages;
+/// A number that no table holds: below zero or behind its end.
+int32_t StrayNumber(EMDQPDataType feed, Random& random) {
+    if (random.OneIn(2)) return -1 - static_cast<int32_t>(random.Below(1000));
+    if (random.OneIn(4)) return std::numeric_limits<int32_t>::max();
+    const int32_t capacity = feed == SHFE_2PS ? SHFE_INST_CAPACITY : INE_INST_CAPACITY;
+    return capacity + static_cast<int32_t>(random.Below(1000));
+}
 
-    Feed& told = m_feeds[static_cast<std::size_t>(feed)];
-    Random random(m_options.seed + static_cast<uint64_t>(++told.snapNo), feed == SHFE_2PS ? "shfe snap" : "ine snap");
-    const std::size_t crossed = isBookCrossed ? FutureToCross(told.instruments, told.books, random) : NO_INSTRUMENT;
+void WriteUnknownField(MdqpWriter& writer, Random& random) {
+    uint8_t bytes[UNKNOWN_BYTES_MAX];
+    for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random.Next());
+    const auto id = static_cast<uint16_t>(UNKNOWN_FIELD_FIRST + random.Below(UNKNOWN_FIELDS));
+    writer.Field(id, bytes, static_cast<uint16_t>(random.Below(UNKNOWN_BYTES_MAX + 1)));
+}
+
+/// As long as a message can be, with its header longer than receivers carry over.
+std::vector<uint8_t> OversizedMessage() {
+    const std::vector<uint8_t> nothing(std::numeric_limits<uint16_t>::max() - sizeof(field_t));
+    MdqpWriter writer(mdqp::FLAG_MORE);
+    writer.Field(UNKNOWN_FIELD_FIRST, nothing.data(), static_cast<uint16_t>(nothing.size()));
+    return writer.Bytes();
+}
+
+/// What happens in one snapshot, each fault with a chance of its own.
+struct SnapshotFaults {
+    SnapshotFaults(const Faults& asked, uint64_t seed)
+        : faults(asked),
+          unknown(seed, FaultName(EFault::UnknownField)),
+          stray(seed, FaultName(EFault::InstrumentOutOfRange)),
+          spoiling(seed, "spoiled book") {}
+
+    const Faults& faults;
+    Random unknown;
+    Random stray;
+    Random spoiling;
+    std::size_t spoiled = NO_INSTRUMENT;
+};
+
+// ---- one instrument -------------------------------------------------------------------------------------------------
+
+struct Listed {
+    EMDQPDataType feed;
+    const std::vector<Instrument>& instruments;
+    const std::vector<Book>& books;
+    const std::vector<VexaShfeMdType>& truth;
+    int32_t tradingDay;
+};
+
+Book BookToTell(const Listed& listed, std::size_t index, const SnapshotFaults& wrong) {
+    Book book = listed.books[index];
+    if (index != wrong.spoiled) return book;
+    if (wrong.faults.Has(EFault::CrossedBook)) std::swap(book.bids.price[0], book.asks.price[0]);
+    if (wrong.faults.Has(EFault::OutsideLimits)) RaiseLastAsk(listed.instruments[index], book);
+    return book;
+}
+
+/// The records of `index` under the number `instNo`.
+void WriteRecords(MdqpWriter& writer, const Listed& listed, std::size_t index, int32_t instNo,
+                  const SnapshotFaults& wrong) {
+    inst_info_t info = InfoOf(listed.instruments[index]);
+    deal_info_t deal = DealOf(listed.instruments[index], listed.truth[index], listed.tradingDay);
+    if (wrong.faults.Has(EFault::AbsentValues)) DeclareAbsent(listed.truth[index], deal);
+    info.inst_no = instNo;
+    deal.inst_no = instNo;
+    const Book book = BookToTell(listed, index, wrong);
+    writer.InstInfo(info).DealInfo(deal);
+    WriteSide(writer, instNo, '0', book.bids);
+    WriteSide(writer, instNo, '1', book.asks);
+    writer.OrderStatistics(StatisticsOf(instNo, book));
+}
+
+void WriteInstrument(MdqpWriter& writer, const Listed& listed, std::size_t index, SnapshotFaults& wrong) {
+    if (wrong.faults.Has(EFault::UnknownField) && wrong.unknown.OneIn(UNKNOWN_ONE_IN)) {
+        WriteUnknownField(writer, wrong.unknown);
+    }
+    if (wrong.faults.Has(EFault::InstrumentOutOfRange) && wrong.stray.OneIn(STRAY_ONE_IN)) {
+        WriteRecords(writer, listed, index, StrayNumber(listed.feed, wrong.stray), wrong);
+    }
+    WriteRecords(writer, listed, index, listed.instruments[index].instNo, wrong);
+}
+
+/// The messages behind the first one's identification, cut at instruments by `cuts`.
+Messages WriteMessages(MdqpWriter first, const Listed& listed, SnapshotFaults& wrong, Random& cuts) {
+    Messages messages;
+    const std::size_t total = listed.instruments.size();
     std::size_t next = 0;
-    const auto writeInstruments = [&](MdqpWriter& writer, std::size_t count) {
-        for (; count > 0 && next < told.instruments.size(); --count, ++next) {
-            const Instrument& instrument = told.instruments[next];
-            writer.InstInfo(InfoOf(instrument));
-            writer.DealInfo(DealOf(instrument, told.truth[next], m_options.tradingDay));
-            WriteBook(writer, instrument.instNo, told.books[next], next == crossed);
-        }
+    const auto write = [&](MdqpWriter& writer, std::size_t count) {
+        for (; count > 0 && next < total; --count, ++next) WriteInstrument(writer, listed, next, wrong);
         messages.push_back(writer.Bytes());
     };
-
-    MdqpWriter first(mdqp::FLAG_MORE);
-    first.Snap(static_cast<int16_t>(told.topicId), told.snapNo).PacketNo(told.packetNo);
-    writeInstruments(first, 1);
-    while (told.instruments.size() - next > MANY_INSTRUMENTS) {
+    write(first, 1);
+    while (total - next > MANY_INSTRUMENTS) {
         MdqpWriter writer(mdqp::FLAG_MORE);
-        writeInstruments(writer, InstrumentsInMessage(random));
+        write(writer, InstrumentsInMessage(cuts));
     }
     MdqpWriter last(mdqp::FLAG_LAST);
-    writeInstruments(last, MANY_INSTRUMENTS);
+    write(last, MANY_INSTRUMENTS);
     return messages;
+}
+
+}  // namespace
+
+// ---- a feed ---------------------------------------------------------------------------------------------------------
+
+Messages Exchange::SnapshotMessages(EMDQPDataType feed, const Faults& faults) {
+    if (FeedOf(feed).instruments.empty()) return {};
+    Feed& told = m_feeds[static_cast<std::size_t>(feed)];
+    const uint64_t seed = m_options.seed + static_cast<uint64_t>(++told.snapNo);
+    Random cuts(seed, feed == SHFE_2PS ? "shfe snap" : "ine snap");
+    if (faults.Has(EFault::AbsentValues)) ForgetSomePrices(feed);
+
+    SnapshotFaults wrong(faults, seed * FEED_COUNT + feed);
+    wrong.spoiled = FutureToSpoil(told.instruments, told.books, wrong.spoiling);
+    MdqpWriter first(mdqp::FLAG_MORE);
+    const auto topic = static_cast<int16_t>(told.topicId);
+    first.Snap(faults.Has(EFault::WrongTopic) ? UNKNOWN_TOPIC : topic, told.snapNo).PacketNo(told.packetNo);
+    const Listed listed{feed, told.instruments, told.books, told.truth, m_options.tradingDay};
+    Messages messages = WriteMessages(std::move(first), listed, wrong, cuts);
+    if (faults.Has(EFault::OversizedMessage)) {
+        // Nothing follows: a receiver that has given the connection up would take later messages for its beginning.
+        messages.resize(messages.size() / 2);
+        messages.push_back(OversizedMessage());
+    }
+    return messages;
+}
+
+/// The same instruments each time: a receiver may have kept one feed of a snapshot whose other feed it takes again.
+void Exchange::ForgetSomePrices(EMDQPDataType feed) {
+    Random chance(m_options.seed * FEED_COUNT + feed, FaultName(EFault::AbsentValues));
+    for (VexaShfeMdType& record : m_feeds[static_cast<std::size_t>(feed)].truth) {
+        if (!chance.OneIn(ABSENT_ONE_IN)) continue;
+        record.last_px = 0;
+        record.high_price = 0;
+        record.low_price = 0;
+    }
 }
 
 }  // namespace exchange

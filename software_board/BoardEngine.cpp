@@ -6,13 +6,13 @@
 #include "public/clock/Clock.h"
 #include "software_board/BoardRecord.h"
 #include "software_board/BoardTables.h"
+#include "software_board/RegisterFile.h"
 #include "src/RegisterMap.h"
 
 namespace software_board {
 
 namespace {
 
-constexpr uint32_t LOST_BY_FAULT = 20;
 constexpr uint32_t DEFAULT_HOST_IP = 0x0A140002;
 constexpr uint16_t DEFAULT_HOST_PORT = 40000;
 constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
@@ -23,7 +23,7 @@ constexpr int32_t SNAPSHOT_CHANNEL = 0;
 constexpr uint32_t SNAPSHOT_RING_PART = 4;
 constexpr uint32_t BARE_FRAME_BYTES = 14 + 20 + 20;  // Ethernet, IPv4 and TCP headers
 
-U50Event LostEvent() { return {DMA_EVENT, sizeof(U50Event), EVENT_LOST, 0, 0, 0, 0, 0}; }
+constexpr U50Event LOST_EVENT{DMA_EVENT, sizeof(U50Event), EVENT_LOST, 0, 0, 0, 0, 0};
 
 }  // namespace
 
@@ -32,9 +32,11 @@ BoardEngine::BoardEngine(const BoardOptions& options, BoardMemory& memory)
       m_memory(memory),
       m_market(options.exchange),
       m_snapshot(m_options, m_market, memory.statistics),
-      m_ringLines(std::min(RING_LINES, options.ringMessages * RING_LINES_MIN + 1)) {
+      m_ringLines(std::min(RING_LINES, options.ringMessages * RING_LINES_MIN + 1)),
+      m_plan(options.faults, options.lostPacketAfter) {
     for (ChannelMemory& channel : memory.channels) m_rings.emplace_back(channel.ring, m_ringLines);
     Store(memory.registers.hardwareVersion, options.hardwareVersion);
+    LetDueFaultsHappen();
 }
 
 // ---- commands -------------------------------------------------------------------------------------------------------
@@ -113,13 +115,19 @@ bool BoardEngine::Put(std::size_t index, const void* head, uint32_t headBytes, c
     ChannelMemory& channel = m_memory.channels[index];
     if (Load(channel.holder) == 0) return false;
     if (!m_rings[index].Put(head, headBytes, body, bodyBytes)) {
-        Add(m_memory.statistics.overruns, uint64_t{1});
-        Add(channel.dropped, uint64_t{1});
-        Store(channel.hasOverrun, 1U);
+        Drop(index);
         return false;
     }
     Store(channel.written, m_rings[index].Written());
     return true;
+}
+
+// What does not reach the ring of a channel that is read is counted, and told once there is room again.
+void BoardEngine::Drop(std::size_t index) {
+    ChannelMemory& channel = m_memory.channels[index];
+    Add(m_memory.statistics.overruns, uint64_t{1});
+    Add(channel.dropped, uint64_t{1});
+    Store(channel.hasOverrun, 1U);
 }
 
 void BoardEngine::PutEvent(int32_t channel, const U50Event& event) {
@@ -130,15 +138,14 @@ void BoardEngine::PutEvent(int32_t channel, const U50Event& event) {
     for (std::size_t word = 0; word < last.size(); ++word) Store(last[word], words[word]);
 }
 
-void BoardEngine::PutEventToAll(uint32_t eventData0) {
+void BoardEngine::PutEventToAll(const U50Event& event) {
     Add(m_memory.registers.events, uint64_t{1});
-    for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) {
-        PutEvent(channel, {DMA_EVENT, sizeof(U50Event), eventData0, 0, 0, 0, 0, 0});
-    }
+    for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) PutEvent(channel, event);
 }
 
 bool BoardEngine::TellMemoryReady() {
-    if (!m_memoryReadyAt || CClock::MonotonicNanoseconds() < *m_memoryReadyAt) return false;
+    if (!m_memoryReadyAt || IsBroken(m_memory, BROKEN_MEMORY)) return false;
+    if (CClock::MonotonicNanoseconds() < *m_memoryReadyAt) return false;
     m_memoryReadyAt.reset();
     Store(m_memory.registers.isMemoryReady, 1U);
     PutEvent(SNAPSHOT_CHANNEL, {DMA_EVENT, sizeof(U50Event), 0, 0, EVENT_MEMORY_READY, 0, 0, 0});
@@ -151,14 +158,15 @@ bool BoardEngine::TellOverrun(int32_t index) {
     if (!m_rings[static_cast<std::size_t>(index)].HasRoomFor(sizeof(U50Event))) return false;
     Store(channel.hasOverrun, 0U);
     Add(m_memory.registers.events, uint64_t{1});
-    PutEvent(index, LostEvent());
+    PutEvent(index, LOST_EVENT);
     return true;
 }
 
 // A host that is slow to read is sent no more than a part of its ring: TCP does not lose what the receiver has no room
 // for, and the live records that follow need theirs.
 bool BoardEngine::SnapshotStep() {
-    if (!m_isSnapshotOpen || Load(m_memory.channels[SNAPSHOT_CHANNEL].holder) == 0) return false;
+    if (!m_isSnapshotOpen || IsBroken(m_memory, BROKEN_CARD) || Load(m_memory.channels[SNAPSHOT_CHANNEL].holder) == 0)
+        return false;
     if (m_nextFrameAt && CClock::MonotonicNanoseconds() < *m_nextFrameAt) return false;
     m_nextFrameAt.reset();
     if (m_isConnectDue) ConnectSnapshot();
@@ -191,7 +199,11 @@ bool BoardEngine::IsDue() const {
 }
 
 bool BoardEngine::LiveStep() {
-    if (!m_isLive) return false;
+    if (!m_isLive || IsBroken(m_memory, BROKEN_CARD)) return false;
+    if (m_quietSteps > 0) {
+        --m_quietSteps;
+        return false;
+    }
     if (!m_isFinishing && !IsDue()) return false;
     exchange::LiveUpdate update;
     if (m_isFinishing) {
@@ -203,11 +215,7 @@ bool BoardEngine::LiveStep() {
     ++m_updatesSinceLive;
     Note(update.feed);
     Apply(update);
-    if (m_options.faults.lostPacket && !m_hasLostByFault &&
-        m_memory.statistics.liveUpdates >= m_options.lostPacketAfter) {
-        m_hasLostByFault = true;
-        LosePackets(LOST_BY_FAULT);
-    }
+    LetDueFaultsHappen();
     return true;
 }
 
@@ -250,26 +258,23 @@ void BoardEngine::Apply(const exchange::LiveUpdate& update) {
     const VexaShfeMdType record = RecordOf(slot, update.instNo, maxInstNo);
     const uint32_t head[] = {DMA_UDP, DMA_UDP_RECORD_OFFSET + sizeof record};
     for (std::size_t channel = 0; channel < m_rings.size(); ++channel) {
-        if ((slot.config >> channel & 1U) == 0 || !Put(channel, head, sizeof head, &record, sizeof record)) continue;
+        if ((slot.config >> channel & 1U) == 0) continue;
+        if (m_dropRecords > 0 && Load(m_memory.channels[channel].holder) != 0) {
+            --m_dropRecords;
+            Drop(channel);
+            continue;
+        }
+        if (!Put(channel, head, sizeof head, &record, sizeof record)) continue;
         Add(m_memory.statistics.delivered, uint64_t{1});
         Add(m_memory.channels[channel].delivered, uint64_t{1});
     }
-}
-
-bool BoardEngine::Inject(std::string_view name, std::string& error) {
-    if (name == "lost-packet") {
-        LosePackets(LOST_BY_FAULT);
-        return true;
-    }
-    error = "unknown fault \"" + std::string(name) + "\"; known is lost-packet";
-    return false;
 }
 
 void BoardEngine::LosePackets(uint32_t updates) {
     for (uint32_t i = 0; i < updates; ++i) Note(m_market.Next().feed);
     Add(m_memory.statistics.liveUpdates, uint64_t{updates});
     Add(m_memory.statistics.lostUpdates, uint64_t{updates});
-    PutEventToAll(EVENT_LOST);
+    PutEventToAll(LOST_EVENT);
 }
 
 }  // namespace software_board

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "exchange/Exchange.h"
+#include "software_board/BoardFaultPlan.h"
 #include "software_board/BoardMemory.h"
 #include "software_board/BoardOptions.h"
 #include "software_board/DmaRing.h"
@@ -36,8 +37,9 @@ public:
     void PutEvent(int32_t channel, const U50Event& event);
     void LosePackets(uint32_t updates);
 
-    /// Lets a fault happen, by name. False with a text when there is none of that name.
-    bool Inject(std::string_view name, std::string& error);
+    /// Lets faults happen from now on, by name; the moment of a board fault counts from here. False with a text that
+    /// tells what is wrong.
+    bool Inject(std::string_view names, std::string& error);
 
     /// From now on every instrument moves exactly once more.
     void FinishAfterOneMoreOfEach();
@@ -56,13 +58,20 @@ private:
     void DelayNextFrame(uint32_t milliseconds);
     void EnterPhase(EPhase phase) { Store(m_memory.registers.phase, static_cast<uint32_t>(phase)); }
 
-    void PutEventToAll(uint32_t eventData0);
+    void PutEventToAll(const U50Event& event);
+    void Drop(std::size_t channel);
     bool Put(std::size_t channel, const void* head, uint32_t headBytes, const void* body, uint32_t bodyBytes);
 
     bool IsDue() const;
     bool NextOfSweep(exchange::LiveUpdate& update);
     void Note(EMDQPDataType feed);
     void Apply(const exchange::LiveUpdate& update);
+
+    // ---- faults (BoardFaults.cpp) ----
+    void LetDueFaultsHappen();
+    void Happen(exchange::EFault fault);
+    void Break(EBroken what);
+    void StopTheMarketAt(int hour, int minute);
 
     BoardOptions m_options;
     BoardMemory& m_memory;
@@ -79,7 +88,9 @@ private:
     bool m_isLive = false;
     int64_t m_liveSince = 0;
     uint64_t m_updatesSinceLive = 0;
-    bool m_hasLostByFault = false;
+    BoardFaultPlan m_plan;
+    uint32_t m_quietSteps = 0;  ///< steps for which the exchange stays silent
+    uint32_t m_dropRecords = 0;
     bool m_isFinishing = false;
     std::size_t m_sweepPosition = 0;
 };

@@ -57,8 +57,18 @@ struct TablePort {
     uint32_t isOpen = 0;
 };
 
+/// What is broken about a board, one bit each.
+enum EBroken : uint32_t {
+    BROKEN_CARD = 1U << 0,           ///< every read gives all ones, no write arrives: the card is gone
+    BROKEN_VERSION_WRITE = 1U << 1,  ///< the host's version never arrives
+    BROKEN_STREAMS = 1U << 2,        ///< no stream can be opened
+    BROKEN_REGISTERS = 1U << 3,      ///< the registers cannot be opened
+    BROKEN_MEMORY = 1U << 4,         ///< HBM2 never becomes ready
+};
+
 struct BoardRegisters {
     uint32_t values[REGISTER_COUNT];
+    uint32_t broken;  ///< EBroken
     uint32_t hardwareVersion;
     uint32_t isMemoryReady;
     uint32_t phase;  ///< EPhase

@@ -16,7 +16,7 @@ struct BoardOptions {
     uint16_t shfeSnapPort = 33022;  ///< TCP source port of the snapshot servers
     uint16_t ineSnapPort = 33022;
     uint32_t updatesPerSecond = 0;    ///< pace of the live updates by the clock; 0: one whenever the host asks
-    uint32_t lostPacketAfter = 2000;  ///< live updates before the lost-packet fault
+    uint32_t lostPacketAfter = 2000;  ///< live updates between two faults of the board that have no moment
     uint32_t hbm2ReadyMs = 500;       ///< from the start of a bring-up
     /// From the opening of the snapshot phase to the connections: a host programs routes and groups meanwhile.
     uint32_t connectAfterMs = 0;
@@ -26,8 +26,8 @@ struct BoardOptions {
 };
 
 /// Reads a provider argument into `options`: "key=value" pairs, comma-separated: seed, shfe, ine (instruments), rate
-/// (updates per second), faults (names joined by "+"), lost_after. False with a text that names the key or value and
-/// what is allowed.
+/// (updates per second), faults (names joined by "+", each with "@moment" or without), lost_after. False with a text
+/// that names the key or value and what is allowed.
 bool ParseArgument(std::string_view argument, BoardOptions& options, std::string& error);
 
 }  // namespace software_board

@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 
+#include "software_board/RegisterFile.h"
 #include "software_board/SharedClient.h"
 #include "software_board/SoftwareBoard.h"
 
@@ -44,6 +45,12 @@ SoftwareBoard* BoardOf(const char* argument, uint16_t bus, std::string& error) {
         made = std::make_unique<SoftwareBoard>(options);
     }
     return made.get();
+}
+
+bool IsRefused(const SoftwareBoard& board, EBroken what, std::string& error) {
+    if (!IsBroken(board.Memory(), what)) return false;
+    error = WhyRefused(what);
+    return true;
 }
 
 class OwnRegisters final : public VexaBoardRegisters {
@@ -106,7 +113,7 @@ std::unique_ptr<VexaBoardRegisters> MakeRegisters(const char* argument, uint16_t
         return registers;
     }
     SoftwareBoard* board = BoardOf(argument, bus, error);
-    if (board == nullptr) return nullptr;
+    if (board == nullptr || IsRefused(*board, BROKEN_REGISTERS, error)) return nullptr;
     return std::make_unique<OwnRegisters>(*board);
 }
 
@@ -117,7 +124,7 @@ std::unique_ptr<VexaBoardStream> MakeStream(const char* argument, uint16_t bus, 
         return stream;
     }
     SoftwareBoard* board = BoardOf(argument, bus, error);
-    if (board == nullptr) return nullptr;
+    if (board == nullptr || IsRefused(*board, BROKEN_STREAMS, error)) return nullptr;
     return std::make_unique<OwnStream>(*board, channel);
 }
 

@@ -14,6 +14,11 @@ constexpr uint32_t VERDICT_SOFTWARE_TOO_OLD = 2;
 constexpr uint32_t OLDEST_SOFTWARE = 0x01010133;  // 1.1.1.33, first number in the highest byte
 }  // namespace
 
+const char* WhyRefused(EBroken what) {
+    return what == BROKEN_STREAMS ? "the board refuses to open a stream (fault stream-open-fails)"
+                                  : "the board refuses to open its registers (fault registers-open-fail)";
+}
+
 bool IsCommand(uint32_t index) {
     return index == reg::BRING_UP_START || index == reg::SNAPSHOT_CONTROL || index == reg::LOGICAL_START_2PS ||
            index == reg::LOGICAL_START_4PS;
@@ -21,6 +26,8 @@ bool IsCommand(uint32_t index) {
 
 bool WriteRegister(BoardMemory& memory, uint32_t index, uint32_t value) {
     Add(memory.statistics.registerWrites, uint64_t{1});
+    if (IsBroken(memory, BROKEN_CARD)) return false;
+    if (index == reg::SOFTWARE_VERSION && IsBroken(memory, BROKEN_VERSION_WRITE)) return false;
     if (board_tables::IsPort(index)) {
         if (!board_tables::Write(memory, index, value)) Add(memory.statistics.refusedTableWrites, uint64_t{1});
         return false;
@@ -35,6 +42,7 @@ bool WriteRegister(BoardMemory& memory, uint32_t index, uint32_t value) {
 }
 
 uint64_t ReadRegister(const BoardMemory& memory, uint32_t index) {
+    if (IsBroken(memory, BROKEN_CARD)) return UINT64_MAX;
     if (board_tables::IsPort(index)) return board_tables::Read(memory, index);
     const BoardRegisters& registers = memory.registers;
     switch (index) {

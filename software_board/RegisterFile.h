@@ -12,6 +12,11 @@ bool WriteRegister(BoardMemory& memory, uint32_t index, uint32_t value);
 
 uint64_t ReadRegister(const BoardMemory& memory, uint32_t index);
 
+inline bool IsBroken(const BoardMemory& memory, EBroken what) { return (Load(memory.registers.broken) & what) != 0; }
+
+/// What a host is told whose opening is refused by a broken board.
+const char* WhyRefused(EBroken what);
+
 /// A register whose write makes the board do something: bring-up, snapshot phase, engine start.
 bool IsCommand(uint32_t index);
 

@@ -79,7 +79,11 @@ bool Ask(SharedBoard& board, RequestBox& box, uint32_t index, uint32_t value, st
 
 bool SharedRegisters::Open(uint16_t bus, std::string& error) {
     m_bus = bus;
-    return m_mapping.Attach(bus, false, error);
+    if (!m_mapping.Attach(bus, false, error)) return false;
+    if (!IsBroken(m_mapping->memory, BROKEN_REGISTERS)) return true;
+    error = WhyRefused(BROKEN_REGISTERS);
+    m_mapping.Close();
+    return false;
 }
 
 bool SharedRegisters::Write(uint32_t index, uint32_t value) {
@@ -104,6 +108,10 @@ uint64_t SharedRegisters::Read(uint32_t index) {
 bool SharedStream::Open(uint16_t bus, int32_t channel, std::string& error) {
     SharedMapping mapping;
     if (!mapping.Attach(bus, false, error)) return false;
+    if (IsBroken(mapping->memory, BROKEN_STREAMS)) {
+        error = WhyRefused(BROKEN_STREAMS);
+        return false;
+    }
     ChannelMemory& memory = mapping->memory.channels[channel];
     ProcessId holder = 0;
     if (!Claim(memory.holder, holder)) {

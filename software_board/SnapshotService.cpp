@@ -15,9 +15,11 @@ constexpr uint32_t PORT_STEP = 16;  // between two connects of one feed
 constexpr uint32_t PORT_FIRST = 1024;
 constexpr uint32_t INITIAL_SEQ = 1000;
 constexpr uint32_t INITIAL_SEQ_STEP = 77'777'777;
+constexpr uint32_t BYTES_BEFORE_WRAP = 8192;
+constexpr uint32_t SECOND_PORT_OFFSET = 4;  // behind the four feeds' own
 
 /// Local ports change with each connect, as a host's do.
-uint16_t LocalPort(uint16_t first, uint32_t connects) {
+uint16_t LocalPort(uint32_t first, uint32_t connects) {
     const uint32_t port = first + PORT_STEP * connects;
     return static_cast<uint16_t>(PORT_FIRST + (port - PORT_FIRST) % (65536 - PORT_FIRST));
 }
@@ -26,8 +28,9 @@ uint16_t LocalPort(uint16_t first, uint32_t connects) {
 
 SnapshotService::SnapshotService(const BoardOptions& options, exchange::Exchange& market, BoardStatistics& statistics)
     : m_options(options), m_market(market), m_statistics(statistics) {
-    for (const auto fault : {&exchange::Faults::reset, &exchange::Faults::stall, &exchange::Faults::crossedBook}) {
-        if (options.faults.*fault) m_oneShots.push_back(fault);
+    for (const exchange::FaultRow& row : exchange::FaultTable()) {
+        if (row.place != exchange::EFaultPlace::OneConnection || !options.faults.Has(row.kind)) continue;
+        m_oneShots.push_back({row.kind, options.faults.MomentOf(row.kind)});
     }
 }
 
@@ -41,34 +44,64 @@ void SnapshotService::Close() {
     m_links.clear();
 }
 
-// Faults that spoil a whole snapshot come one at a time, so that each can be recovered from; the others always.
-exchange::Faults SnapshotService::FaultsOf(std::size_t link, bool& isBookCrossed) {
-    exchange::Faults faults = m_options.faults;
-    faults.reset = faults.stall = faults.crossedBook = isBookCrossed = false;
-    if (link != 0 || m_oneShots.empty()) return faults;
-    faults.*m_oneShots.front() = true;
-    isBookCrossed = faults.crossedBook;
-    m_oneShots.erase(m_oneShots.begin());
+// Faults that spoil a whole snapshot come one at a time, so that each can be recovered from. One whose connect has come
+// goes before those that have none.
+std::optional<exchange::EFault> SnapshotService::NextOneShot() {
+    const auto isDue = [&](const exchange::Fault& fault) { return fault.moment && *fault.moment <= m_connects; };
+    auto next = std::find_if(m_oneShots.begin(), m_oneShots.end(), isDue);
+    if (next == m_oneShots.end()) {
+        next = std::find_if(m_oneShots.begin(), m_oneShots.end(),
+                            [](const exchange::Fault& fault) { return !fault.moment; });
+    }
+    if (next == m_oneShots.end()) return {};
+    const exchange::EFault kind = next->kind;
+    m_oneShots.erase(next);
+    return kind;
+}
+
+exchange::Faults SnapshotService::FaultsOfConnect() const {
+    exchange::Faults faults;
+    for (const exchange::FaultRow& row : exchange::FaultTable()) {
+        if (row.place != exchange::EFaultPlace::EveryConnection || !m_options.faults.Has(row.kind)) continue;
+        if (m_options.faults.MomentOf(row.kind).value_or(m_connects) == m_connects) faults.Set(row.kind);
+    }
     return faults;
 }
 
+// A connection that a fault spoils gets no second one, which would make up for it.
 void SnapshotService::Connect() {
     m_links.clear();
     m_turn = 0;
-    for (const Request& request : m_requests) {
-        bool isBookCrossed = false;
-        const exchange::Faults faults = FaultsOf(m_links.size(), isBookCrossed);
-        const bool isShfe = request.feed == SHFE_2PS || request.feed == SHFE_4PS;
-        const exchange::TcpEndpoints endpoints{isShfe ? SHFE_SERVER_IP : INE_SERVER_IP, request.hostIp,
-                                               isShfe ? m_options.shfeSnapPort : m_options.ineSnapPort,
-                                               LocalPort(request.hostPort, m_connects)};
-        const uint32_t initialSeq = (INITIAL_SEQ + INITIAL_SEQ_STEP * m_connects) % 0x80000000U;
-        const uint64_t seed = m_options.exchange.seed * 1000 + m_connects * FEED_COUNT + request.feed;
-        m_links.push_back({exchange::SnapshotConnection(
-            endpoints, initialSeq, m_market.SnapshotMessages(request.feed, isBookCrossed), faults, seed)});
-        ++m_statistics.snapshotConnections;
-    }
     ++m_connects;
+    const exchange::Faults always = FaultsOfConnect();
+    for (const Request& request : m_requests) {
+        exchange::Faults faults = always;
+        if (m_links.empty()) {
+            if (const auto oneShot = NextOneShot()) {
+                faults.Set(*oneShot);
+                faults.Clear(exchange::EFault::SecondConnection);
+            }
+        }
+        m_links.push_back(
+            {request, MakeConnection(request, faults, 0), faults.Has(exchange::EFault::SecondConnection)});
+    }
+}
+
+exchange::SnapshotConnection SnapshotService::MakeConnection(const Request& request, const exchange::Faults& faults,
+                                                             uint32_t portOffset) {
+    const uint32_t before = m_connects - 1;
+    const bool isShfe = request.feed == SHFE_2PS || request.feed == SHFE_4PS;
+    const exchange::TcpEndpoints endpoints{isShfe ? SHFE_SERVER_IP : INE_SERVER_IP, request.hostIp,
+                                           isShfe ? m_options.shfeSnapPort : m_options.ineSnapPort,
+                                           LocalPort(request.hostPort + portOffset, before)};
+    const uint64_t connection = (before * 2ULL + (portOffset == 0 ? 0 : 1)) * FEED_COUNT + request.feed;
+    const uint64_t seed = m_options.exchange.seed * 1000 + connection;
+    uint32_t initialSeq = (INITIAL_SEQ + INITIAL_SEQ_STEP * before) % 0x80000000U;
+    if (faults.Has(exchange::EFault::SequenceWrap)) {
+        initialSeq = UINT32_MAX - exchange::Random(seed, "initial number").Below(BYTES_BEFORE_WRAP);
+    }
+    ++m_statistics.snapshotConnections;
+    return {endpoints, initialSeq, m_market.SnapshotMessages(request.feed, faults), faults, seed};
 }
 
 bool SnapshotService::NextFrame(std::vector<uint8_t>& frame) {
@@ -78,21 +111,33 @@ bool SnapshotService::NextFrame(std::vector<uint8_t>& frame) {
         return true;
     }
     for (std::size_t tried = 0; tried < m_links.size(); ++tried) {
-        Link& link = m_links[m_turn++ % m_links.size()];
-        const bool wasSent = link.connection.IsSent();
-        if (!link.connection.NextFrame(frame)) continue;
+        if (!NextFrameOf(m_turn++ % m_links.size(), frame)) continue;
         ++m_statistics.snapshotFrames;
-        if (wasSent) ++link.acknowledgements;
-        const bool isOver =
-            link.connection.IsReset() || std::all_of(m_links.begin(), m_links.end(), [](const Link& one) {
-                return one.acknowledgements >= ACKNOWLEDGEMENTS_BEFORE_RECONNECT;
-            });
-        // One lost connection makes the host forget all of them. A host that still keeps the phase open after a whole
-        // snapshot has discarded it. In both cases all begin again.
-        if (isOver) Connect();
+        if (IsOver()) Connect();
         return true;
     }
     return false;
+}
+
+bool SnapshotService::NextFrameOf(std::size_t index, std::vector<uint8_t>& frame) {
+    Link& link = m_links[index];
+    const bool wasSent = link.connection.IsSent();
+    if (!link.connection.NextFrame(frame)) return false;
+    if (wasSent) ++link.acknowledgements;
+    if (link.isFollowed && link.connection.IsHalfWay()) {
+        link.isFollowed = false;
+        const Request request = link.request;
+        m_links.push_back({request, MakeConnection(request, FaultsOfConnect(), SECOND_PORT_OFFSET)});
+    }
+    return true;
+}
+
+// A host that has forgotten all its connections waits for new ones. So does one that still keeps the phase open after a
+// whole snapshot: it has discarded it.
+bool SnapshotService::IsOver() const {
+    const auto isLost = [](const Link& link) { return link.connection.IsOver(); };
+    const auto isIdle = [](const Link& link) { return link.acknowledgements >= ACKNOWLEDGEMENTS_BEFORE_RECONNECT; };
+    return std::any_of(m_links.begin(), m_links.end(), isLost) || std::all_of(m_links.begin(), m_links.end(), isIdle);
 }
 
 }  // namespace software_board

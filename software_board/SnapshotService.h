@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
+#include <optional>
 #include <vector>
 
 #include "exchange/Exchange.h"
@@ -26,17 +26,27 @@ public:
     void Open(std::vector<Request> requests);
     void Close();
 
+    /// A fault of one connect that `options` did not ask for. Those of every connection are looked up there each time.
+    void AddOneShot(const exchange::Fault& fault) { m_oneShots.push_back(fault); }
+
     /// The next frame to arrive; false when nothing does.
     bool NextFrame(std::vector<uint8_t>& frame);
 
 private:
     struct Link {
+        Request request;
         exchange::SnapshotConnection connection;
+        bool isFollowed = false;  ///< half-way a second connection of its feed begins
         uint32_t acknowledgements = 0;
     };
 
     void Connect();
-    exchange::Faults FaultsOf(std::size_t link, bool& isBookCrossed);
+    std::optional<exchange::EFault> NextOneShot();
+    exchange::Faults FaultsOfConnect() const;
+    exchange::SnapshotConnection MakeConnection(const Request& request, const exchange::Faults& faults,
+                                                uint32_t portOffset);
+    bool NextFrameOf(std::size_t index, std::vector<uint8_t>& frame);
+    bool IsOver() const;
 
     const BoardOptions& m_options;
     exchange::Exchange& m_market;
@@ -44,9 +54,9 @@ private:
     std::vector<Request> m_requests;
     std::vector<Link> m_links;
     std::size_t m_turn = 0;
-    uint32_t m_connects = 0;
+    uint32_t m_connects = 0;  ///< the current one's number; the first is 1
     uint32_t m_frames = 0;
-    std::vector<bool exchange::Faults::*> m_oneShots;  ///< still to happen, one to a connect
+    std::vector<exchange::Fault> m_oneShots;  ///< still to happen, one to a connect
 };
 
 }  // namespace software_board

@@ -110,6 +110,10 @@ void SoftwareBoard::RaiseEvent(int32_t channel, const U50Event& event) {
     m_state->engine.PutEvent(channel, event);
 }
 
+bool SoftwareBoard::Inject(std::string_view names, std::string& error) { return m_state->engine.Inject(names, error); }
+
+const BoardMemory& SoftwareBoard::Memory() const { return *m_state->memory; }
+
 exchange::Exchange& SoftwareBoard::Market() { return m_state->engine.Market(); }
 
 const BoardStatistics& SoftwareBoard::Statistics() const { return m_state->memory->statistics; }

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
+#include <string_view>
 
 #include "common/FpgaStructCommon.h"
 #include "exchange/Exchange.h"
@@ -45,7 +47,11 @@ public:
     /// Puts an event message into a channel's ring.
     void RaiseEvent(int32_t channel, const U50Event& event);
 
+    /// Lets faults happen from now on, by name (exchange::ParseFaults). False with a text that tells what is wrong.
+    bool Inject(std::string_view names, std::string& error);
+
     exchange::Exchange& Market();
+    const BoardMemory& Memory() const;
     const BoardStatistics& Statistics() const;
 
     /// Called for every register write, before it takes effect (progress displays, traces).

@@ -270,7 +270,9 @@ int ParseAndRun(int argc, char** argv) {
                    "comma-separated: \"all\", product codes (cu), futures (cu2612) or whole ids")
         ->capture_default_str()
         ->excludes(config);
-    app.add_option("--faults", options.faults, "comma-separated: " + exchange::FaultNames());
+    app.add_option("--faults", options.faults,
+                   "comma-separated, each with @moment or without; \"all\" for those that a session survives: " +
+                       exchange::FaultNames());
     app.add_option("--seed", options.seed, "the same seed gives the same exchange")->capture_default_str();
     app.add_option("--rate", options.rate, "updates a second (0: as fast as they are taken)")->capture_default_str();
     CLI11_PARSE(app, argc, argv);

@@ -293,7 +293,7 @@ TEST_F(ServedBoard, LossIsRecoveredWhileReadersRun) {
     Reader& manager = Start(0);
     Reader& other = Start(1);
     ASSERT_TRUE(HasMore(manager, 100));
-    const auto inject = RunBoard({"inject", "lost-packet"}, "inject.out");
+    const auto inject = RunBoard({"inject", "packet-lost"}, "inject.out");
     EXPECT_EQ(inject->Wait(), 0) << inject->Output();
     ASSERT_TRUE(WaitUntil([&] { return BringUps() == 2 && IsLive(); }));
     ASSERT_TRUE(HasMore(manager, CountOf(manager) + 100));

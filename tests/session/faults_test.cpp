@@ -2,7 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <utility>
 
 #include "src/RegisterMap.h"
 #include "tests/support/SessionWorld.h"
@@ -21,10 +23,14 @@ void PrintTo(const FaultCase& fault, std::ostream* out) { *out << fault.name << 
 
 class Recovers : public testing::TestWithParam<FaultCase> {};
 
+/// Every fault of the snapshot stream that is recovered from, and those of the board that the board can do.
 std::vector<FaultCase> EveryFaultInBothForms() {
+    std::vector<std::string> names{"packet-lost", "all"};
+    for (const exchange::FaultRow& row : exchange::FaultTable()) {
+        if (row.place != exchange::EFaultPlace::Board && row.isRecovered) names.emplace_back(row.name);
+    }
     std::vector<FaultCase> cases;
-    for (const char* name :
-         {"reorder", "duplicate", "corrupt", "reset", "stall", "crossed-book", "lost-packet", "all"}) {
+    for (const std::string& name : names) {
         for (const Delivery delivery : {Delivery::Callback, Delivery::Polling}) {
             for (const uint64_t seed : {1, 2}) cases.push_back({name, delivery, seed});
         }
@@ -43,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(EveryFault, Recovers, testing::ValuesIn(EveryFaultInBot
 
 TEST_P(Recovers, AndEveryLastRecordEqualsTheTruth) {
     SessionWorld world(WithFaults(GetParam().name, GetParam().seed));
-    world.configKeys += "wait_snap_timeout=20\n";
+    world.configKeys += "wait_snap_timeout=120\n";
     ASSERT_EQ(world.Start(GetParam().delivery), 0);
     ASSERT_TRUE(world.Receive(1500));
     ASSERT_TRUE(world.ReceiveTheRest());
@@ -66,7 +72,7 @@ TEST(Duplicates, AreDroppedAndCounted) {
 }
 
 TEST(Corruption, IsDroppedByTheChecksumAndCounted) {
-    SessionWorld world(WithFaults("corrupt"));
+    SessionWorld world(WithFaults("corrupt-checksum"));
     ASSERT_EQ(world.Start(Delivery::Callback), 0);
     EXPECT_GT(world.api->m_counters[ECounter::ChecksumWrong], 0U);
 }
@@ -113,8 +119,200 @@ TEST(CrossedBook, ShieldedIsAcceptedAndItsInstrumentIsNeverSubscribed) {
     for (const std::string& id : world.api->m_setPriceErrorInstId) EXPECT_EQ(world.last.count(id), 0U) << id;
 }
 
+TEST(OutsideLimits, IsDiscardedAndLoadedAgain) {
+    SessionWorld world(WithFaults("outside-limits"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_EQ(world.api->m_counters[ECounter::PriceCheckFailed], 1U);
+    EXPECT_EQ(world.board.Statistics().bringUps, 1U);
+}
+
+// ---- disturbances: each leaves its mark in a counter and nowhere else
+// ------------------------------------------------
+
+/// What a start under one fault counts, and nothing but that.
+struct Mark {
+    std::string name;
+    ECounter counter;
+};
+
+void PrintTo(const Mark& mark, std::ostream* out) { *out << mark.name; }
+
+class Disturbance : public testing::TestWithParam<Mark> {};
+
+INSTANTIATE_TEST_SUITE_P(EachOne, Disturbance,
+                         testing::Values(Mark{"duplicate", ECounter::SegmentRepeated},
+                                         Mark{"corrupt-checksum", ECounter::ChecksumWrong},
+                                         Mark{"corrupt-length", ECounter::FrameMalformed},
+                                         Mark{"foreign-host", ECounter::SegmentOtherHost},
+                                         Mark{"unknown-field", ECounter::FieldUnknown},
+                                         Mark{"instrument-out-of-range", ECounter::InstNoOutOfRange},
+                                         Mark{"second-connection", ECounter::MessageOfNoFeed}),
+                         [](const testing::TestParamInfo<Mark>& mark) {
+                             std::string name = mark.param.name;
+                             std::replace(name.begin(), name.end(), '-', '_');
+                             return name;
+                         });
+
+/// What every start counts: frames that are no TCP, and acknowledgements behind a finished feed.
+bool IsOrdinary(ECounter counter) { return counter == ECounter::FrameForeign || counter == ECounter::SegmentRefused; }
+
+TEST_P(Disturbance, CountsWhatItDropsAndNothingElse) {
+    SessionWorld world(WithFaults(GetParam().name));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_EQ(world.board.Statistics().bringUps, 1U);
+    for (std::size_t i = 0; i < static_cast<std::size_t>(ECounter::Count_); ++i) {
+        const auto counter = static_cast<ECounter>(i);
+        if (IsOrdinary(counter)) continue;
+        EXPECT_EQ(world.api->m_counters[counter] > 0, counter == GetParam().counter) << COUNTER_NAMES[i];
+    }
+}
+
+class Silent : public testing::TestWithParam<std::string> {};
+
+INSTANTIATE_TEST_SUITE_P(EachOne, Silent,
+                         testing::Values("reorder", "drop", "split-small", "absent-values", "sequence-wrap",
+                                         "reset-without-ack"),
+                         [](const testing::TestParamInfo<std::string>& name) {
+                             std::string text = name.param;
+                             std::replace(text.begin(), text.end(), '-', '_');
+                             return text;
+                         });
+
+TEST_P(Silent, LosesNothingAndCountsNothing) {
+    SessionWorld world(WithFaults(GetParam()));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_EQ(world.board.Statistics().snapshotConnections, 2U);
+    EXPECT_EQ(world.api->m_earlySegmentCount, 0U);
+    for (std::size_t i = 0; i < static_cast<std::size_t>(ECounter::Count_); ++i) {
+        const auto counter = static_cast<ECounter>(i);
+        if (IsOrdinary(counter)) continue;
+        EXPECT_EQ(world.api->m_counters[counter], 0U) << COUNTER_NAMES[i];
+    }
+}
+
+TEST(ForeignPort, IsDroppedAsForeign) {
+    SessionWorld plain;
+    ASSERT_EQ(plain.Start(Delivery::Callback), 0);
+    const uint64_t ordinary = plain.api->m_counters[ECounter::FrameForeign];
+    SessionWorld world(WithFaults("foreign-port"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_GT(world.api->m_counters[ECounter::FrameForeign], ordinary + 5);
+}
+
+TEST(AbsentValues, AreZeroInTheRecordsUntilTheNextDeal) {
+    SessionWorld world(WithFaults("absent-values"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    const std::vector<exchange::Instrument>& instruments = world.board.Market().Instruments(SHFE_2PS);
+    const auto absent = std::count_if(instruments.begin(), instruments.end(), [&](const auto& instrument) {
+        return world.board.Slot(SHFE_2PS, instrument.instNo).last_price == 0;
+    });
+    EXPECT_GT(absent, 30);
+    EXPECT_LT(absent, 120);
+}
+
+TEST(SecondConnection, TakesTheFeedOverFromTheFirst) {
+    SessionWorld world(WithFaults("second-connection"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_EQ(world.board.Statistics().snapshotConnections, 4U);
+    EXPECT_EQ(world.board.Statistics().bringUps, 1U);
+}
+
+TEST(SecondConnection, DoesNotMakeUpForAStalledFirstOne) {
+    SessionWorld world(WithFaults("second-connection,stall"));
+    world.configKeys += "wait_snap_timeout=20\n";
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_EQ(world.board.Statistics().bringUps, 2U);
+}
+
+TEST(SplitAnywhere, MayCostInstrumentsButTellsNothingWrong) {
+    uint64_t outOfPlace = 0;
+    for (uint64_t seed = 1; seed <= 12; ++seed) {
+        SCOPED_TRACE(seed);
+        SessionWorld world(WithFaults("split-anywhere", seed));
+        ASSERT_EQ(world.Start(Delivery::Callback), 0);
+        ASSERT_TRUE(world.ReceiveTheRest());
+        outOfPlace += world.api->m_counters[ECounter::PayloadNotMdqp];
+        for (const std::string& id : world.DifferencesFromTruth()) EXPECT_EQ(world.last.count(id), 0U) << id;
+    }
+    EXPECT_GT(outOfPlace, 0U);
+}
+
+// ---- faults of one connect ------------------------------------------------------------------------------------------
+
+TEST(DropForGood, EndsInATimeOutAndASecondAttempt) {
+    SessionWorld world(WithFaults("drop-for-good"));
+    world.configKeys += "wait_snap_timeout=20\n";
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_TRUE(world.log.Has(LOG_WARNING, "channel0 u50 Init time out Cnt == 1"));
+    EXPECT_EQ(world.board.Statistics().bringUps, 2U);
+    EXPECT_EQ(world.api->m_earlySegmentCount, 0U);
+    EXPECT_EQ(world.api->m_counters[ECounter::EarlyOverflow], 0U);
+}
+
+TEST(EarlyFlood, ClearsEverythingAndLoadsAgainWithoutANewAttempt) {
+    SessionWorld world(WithFaults("early-flood"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_EQ(world.api->m_counters[ECounter::EarlyOverflow], 1U);
+    EXPECT_TRUE(world.log.Has(LOG_WARNING, "packet loss > 20 msg, free cache, init again."));
+    EXPECT_EQ(world.board.Statistics().bringUps, 1U);
+    EXPECT_EQ(world.board.Statistics().snapshotConnections, 4U);
+}
+
+TEST(OversizedMessage, IsGivenUpAndTheNextSnapshotLoaded) {
+    SessionWorld world(WithFaults("oversized-message"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_EQ(world.api->m_counters[ECounter::CarryOverGivenUp], 1U);
+    EXPECT_TRUE(world.log.Has(LOG_WARNING, "ignore tcp message!"));
+    EXPECT_EQ(world.board.Statistics().bringUps, 1U);
+}
+
+TEST(WrongTopic, IsRefusedAndTheNextSnapshotLoaded) {
+    SessionWorld world(WithFaults("wrong-topic"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_TRUE(world.log.Has(LOG_WARNING, "invalide topic id[-1]"));
+    EXPECT_EQ(world.board.Statistics().bringUps, 1U);
+    EXPECT_EQ(world.board.Statistics().snapshotConnections, 4U);
+}
+
+// ---- moments --------------------------------------------------------------------------------------------------------
+
+TEST(Moments, OneShotsKeepTheirConnectAndTheOthersTakeTheFreeOnes) {
+    SessionWorld world(WithFaults("reset@2,crossed-book,early-flood"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    const std::vector<std::string> lines = world.log.Texts(LOG_WARNING);
+    const auto place = [&](const std::string& text) {
+        return std::find_if(lines.begin(), lines.end(),
+                            [&](const std::string& line) { return line.rfind(text, 0) == 0; }) -
+               lines.begin();
+    };
+    EXPECT_LT(place("packet loss > 20 msg"), place("rst msg"));
+    EXPECT_LT(place("rst msg"), place("price check is error"));
+    EXPECT_LT(place("price check is error"), std::ssize(lines));
+    EXPECT_EQ(world.board.Statistics().bringUps, 1U);
+}
+
+TEST(Moments, DisturbanceActsAtItsConnectAlone) {
+    for (const auto& [names, isSeen] : {std::pair("corrupt-length@1", true), std::pair("corrupt-length@2", false)}) {
+        SessionWorld world(WithFaults(names));
+        ASSERT_EQ(world.Start(Delivery::Callback), 0);
+        EXPECT_EQ(world.api->m_counters[ECounter::FrameMalformed] > 0, isSeen) << names;
+    }
+}
+
+TEST(Moments, OneShotOfALaterConnectSpoilsTheRebuild) {
+    SessionWorld world(WithFaults("packet-lost@100,reset@2"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_EQ(world.api->m_counters[ECounter::ResetByPeer], 0U);
+    ASSERT_TRUE(world.Receive(500));
+    EXPECT_EQ(world.api->m_counters[ECounter::ResetByPeer], 1U);
+    ASSERT_TRUE(world.ReceiveTheRest());
+    EXPECT_THAT(world.DifferencesFromTruth(), IsEmpty());
+}
+
+// ---- faults of the board --------------------------------------------------------------------------------------------
+
 TEST(LostPackets, RebuildTheSessionFromTheReceiveStep) {
-    SessionWorld world(WithFaults("lost-packet"));
+    SessionWorld world(WithFaults("packet-lost"));
     ASSERT_EQ(world.Start(Delivery::Callback), 0);
     ASSERT_TRUE(world.Receive(1500));
     EXPECT_EQ(world.api->m_counters[ECounter::EventLoss], 1U);
@@ -135,7 +333,7 @@ TEST(LostPackets, AgainAndAgainAreSurvivedOneAtATime) {
 }
 
 TEST(LostPackets, LeaveTheStoredChecksumAsItWas) {
-    SessionWorld world(WithFaults("lost-packet"));
+    SessionWorld world(WithFaults("packet-lost"));
     ASSERT_EQ(world.Start(Delivery::Callback), 0);
     const uint32_t checksum = world.board.Read(reg::CONFIG_CHECKSUM);
     ASSERT_TRUE(world.Receive(1500));
@@ -145,7 +343,7 @@ TEST(LostPackets, LeaveTheStoredChecksumAsItWas) {
 TEST(SameSeed, GivesTheSameSession) {
     const auto run = [] {
         SessionWorld world(WithFaults("all", 7));
-        world.configKeys += "wait_snap_timeout=20\n";
+        world.configKeys += "wait_snap_timeout=120\n";
         EXPECT_EQ(world.Start(Delivery::Callback), 0);
         EXPECT_TRUE(world.Receive(1500));
         std::string bytes;

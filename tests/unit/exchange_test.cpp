@@ -10,168 +10,12 @@
 #include <set>
 #include <string>
 
-#include "exchange/Faults.h"
-#include "src/Mdqp.h"
+#include "tests/unit/SnapshotReceiver.h"
 
 namespace exchange {
 namespace {
 
-using testing::HasSubstr;
-
-constexpr std::array<EMDQPDataType, 2> QUOTED_FEEDS{SHFE_2PS, INE_2PS};
-constexpr std::size_t SEGMENT = 1460;
 constexpr std::size_t LEVEL_BYTES = 8;
-
-using Messages = std::vector<std::vector<uint8_t>>;
-using Level = std::pair<int32_t, uint32_t>;
-using Levels = std::array<Level, BOOK_LEVELS>;
-
-/// Members of packed records are copied before anything takes a reference to them.
-template <typename T>
-T Copy(T value) {
-    return value;
-}
-
-Level At(int32_t price, uint32_t volume) { return {price, volume}; }
-
-Levels Bids(const VexaShfeMdType& record) {
-    return {At(record.bid1_px, record.bid1_vol), At(record.bid2_px, record.bid2_vol),
-            At(record.bid3_px, record.bid3_vol), At(record.bid4_px, record.bid4_vol),
-            At(record.bid5_px, record.bid5_vol)};
-}
-
-Levels Asks(const VexaShfeMdType& record) {
-    return {At(record.ask1_px, record.ask1_vol), At(record.ask2_px, record.ask2_vol),
-            At(record.ask3_px, record.ask3_vol), At(record.ask4_px, record.ask4_vol),
-            At(record.ask5_px, record.ask5_vol)};
-}
-
-int64_t Hundredths(double value) { return static_cast<int64_t>(value * 100.0 + 0.5); }
-
-/// What a receiver knows of one instrument once a snapshot has been read.
-struct Seen {
-    inst_info_t info{};
-    deal_info_t deal{};
-    order_statistics_info_t statistics{};
-    Levels bids{};
-    Levels asks{};
-};
-
-/// Reads a snapshot the plain way: a price level goes to the first place that is empty or no better than it.
-class Receiver {
-public:
-    explicit Receiver(const Messages& messages) {
-        for (const std::vector<uint8_t>& message : messages) Read(message);
-    }
-
-    const std::map<int32_t, Seen>& Instruments() const { return m_seen; }
-    const std::vector<uint8_t>& Flags() const { return m_flags; }
-    const snap_t& Snap() const { return m_snap; }
-    const packet_no_t& PacketNo() const { return m_packetNo; }
-    std::size_t ShortestTail() const { return m_shortestTail; }
-
-private:
-    template <typename Record>
-    static Record Take(const uint8_t* data) {
-        Record record;
-        std::memcpy(&record, data, sizeof(record));
-        return record;
-    }
-
-    void Read(const std::vector<uint8_t>& message) {
-        const auto header = Take<mdqp_t>(message.data());
-        ASSERT_EQ(message.size(), header.length + sizeof(mdqp_t));
-        ASSERT_EQ(header.type_id, mdqp::TYPE_SNAPSHOT);
-        m_flags.push_back(header.flag);
-        m_idBefore = 0;
-        for (std::size_t at = sizeof(mdqp_t); at < message.size();) {
-            const auto field = Take<field_t>(&message[at]);
-            ASSERT_LE(at + sizeof(field_t) + field.field_size, message.size());
-            m_shortestTail = std::min(m_shortestTail, message.size() - at);
-            ReadField(field.field_id, &message[at] + sizeof(field_t));
-            m_idBefore = field.field_id;
-            at += sizeof(field_t) + field.field_size;
-        }
-    }
-
-    void ReadField(uint16_t id, const uint8_t* data) {
-        int32_t instNo = Take<int32_t>(data);
-        switch (id) {
-            case mdqp::FIELD_SNAP: m_snap = Take<snap_t>(data); break;
-            case mdqp::FIELD_PACKET_NO: m_packetNo = Take<packet_no_t>(data); break;
-            case mdqp::FIELD_INST_INFO:
-                instNo = Take<inst_info_t>(data).inst_no;
-                m_seen[instNo].info = Take<inst_info_t>(data);
-                break;
-            case mdqp::FIELD_DEAL_INFO: m_seen[instNo].deal = Take<deal_info_t>(data); break;
-            case mdqp::FIELD_ORDER_STATISTICS: m_seen[instNo].statistics = Take<order_statistics_info_t>(data); break;
-            case mdqp::FIELD_PRICE_DETAIL: ReadLevel(Take<price_detail_t>(data)); break;
-            default: FAIL() << "unknown field " << id;
-        }
-    }
-
-    void ReadLevel(const price_detail_t& level) {
-        Seen& seen = m_seen[level.inst_no];
-        if (m_idBefore != mdqp::FIELD_PRICE_DETAIL) seen.bids = seen.asks = Levels{};
-        const bool isBid = level.direction == '0';
-        const auto price = static_cast<int32_t>(Hundredths(level.price));
-        Levels& levels = isBid ? seen.bids : seen.asks;
-        std::size_t place = 0;
-        for (; place + 1 < levels.size(); ++place) {
-            const int32_t held = levels[place].first;
-            if (held <= 0 || (isBid ? held <= price : held >= price)) break;
-        }
-        levels[place] = {price, static_cast<uint32_t>(level.volume)};
-    }
-
-    std::map<int32_t, Seen> m_seen;
-    std::vector<uint8_t> m_flags;
-    snap_t m_snap{};
-    packet_no_t m_packetNo{};
-    uint16_t m_idBefore = 0;
-    std::size_t m_shortestTail = SIZE_MAX;
-};
-
-void ExpectDeal(const Seen& seen, const Instrument& instrument, const VexaShfeMdType& truth) {
-    EXPECT_EQ(Hundredths(seen.deal.last_price), Copy(truth.last_px));
-    EXPECT_EQ(Hundredths(seen.deal.highest_price), Copy(truth.high_price));
-    EXPECT_EQ(Hundredths(seen.deal.lowest_price), Copy(truth.low_price));
-    EXPECT_EQ(Hundredths(seen.deal.turnover), Copy(truth.turnover));
-    EXPECT_EQ(static_cast<int64_t>(seen.deal.open_interest + 0.5), Copy(truth.open_interest));
-    EXPECT_EQ(static_cast<uint32_t>(seen.deal.volume), Copy(truth.volume));
-    EXPECT_EQ(static_cast<uint32_t>(seen.deal.change_no), Copy(truth.change_no));
-    EXPECT_EQ(Copy(seen.deal.update_mill_sec), Copy(truth.update_milli_sec));
-    EXPECT_EQ(Hundredths(seen.deal.upper_limit_price), instrument.upperLimit);
-    EXPECT_EQ(Hundredths(seen.deal.lower_limit_price), instrument.lowerLimit);
-}
-
-void ExpectStatistics(const Seen& seen, const VexaShfeMdType& truth) {
-    EXPECT_EQ(static_cast<uint32_t>(seen.statistics.bid_volume), Copy(truth.bid_volume));
-    EXPECT_EQ(static_cast<uint32_t>(seen.statistics.ask_volume), Copy(truth.ask_volume));
-    EXPECT_EQ(Hundredths(seen.statistics.bid_amount), Copy(truth.bid_amount));
-    EXPECT_EQ(Hundredths(seen.statistics.ask_amount), Copy(truth.ask_amount));
-}
-
-void ExpectSame(const Seen& seen, const Instrument& instrument, const VexaShfeMdType& truth) {
-    EXPECT_STREQ(seen.info.inst_id, truth.inst_id);
-    EXPECT_EQ(Hundredths(seen.info.price_tick), instrument.priceTick);
-    EXPECT_EQ(Hundredths(seen.info.codec_price), instrument.codecPrice);
-    EXPECT_EQ(Copy(seen.info.volume_multiple), instrument.volumeMultiple);
-    ExpectDeal(seen, instrument, truth);
-    ExpectStatistics(seen, truth);
-    EXPECT_EQ(seen.bids, Bids(truth));
-    EXPECT_EQ(seen.asks, Asks(truth));
-}
-
-void ExpectSnapshotTellsTheTruth(Exchange& market, EMDQPDataType feed) {
-    const Receiver receiver(market.SnapshotMessages(feed));
-    const std::vector<Instrument>& instruments = market.Instruments(feed);
-    ASSERT_EQ(receiver.Instruments().size(), instruments.size());
-    for (const auto& [instNo, seen] : receiver.Instruments()) {
-        SCOPED_TRACE(instNo);
-        ExpectSame(seen, instruments[static_cast<std::size_t>(instNo)], market.Truth(feed, instNo));
-    }
-}
 
 void Advance(Exchange& market, int updates) {
     for (int i = 0; i < updates; ++i) market.Next();
@@ -507,7 +351,7 @@ TEST_F(SyntheticExchange, SameSeedGivesTheSameRun) {
     Advance(market, 5000);
     Advance(twin, 5000);
     EXPECT_EQ(market.SnapshotMessages(SHFE_2PS), twin.SnapshotMessages(SHFE_2PS));
-    EXPECT_EQ(market.SnapshotMessages(INE_2PS, true), twin.SnapshotMessages(INE_2PS, true));
+    EXPECT_EQ(market.SnapshotMessages(INE_2PS), twin.SnapshotMessages(INE_2PS));
 }
 
 TEST_F(SyntheticExchange, AnotherSeedGivesAnotherRun) {
@@ -518,141 +362,12 @@ TEST_F(SyntheticExchange, AnotherSeedGivesAnotherRun) {
 
 TEST_F(SyntheticExchange, SnapshotsLeaveTheRunAsItWas) {
     Exchange twin{ExchangeOptions{}};
-    twin.SnapshotMessages(SHFE_2PS, true);
+    twin.SnapshotMessages(SHFE_2PS, Only(EFault::CrossedBook));
     Advance(market, 1000);
     Advance(twin, 1000);
     for (const Instrument& instrument : market.Instruments(SHFE_2PS)) {
         EXPECT_TRUE(IsSameRecord(market.Truth(SHFE_2PS, instrument.instNo), twin.Truth(SHFE_2PS, instrument.instNo)));
     }
-}
-
-// ---- snapshots ------------------------------------------------------------------------------------------------
-
-TEST_F(SyntheticExchange, FirstSnapshotTellsTheTruth) {
-    ExpectSnapshotTellsTheTruth(market, SHFE_2PS);
-    ExpectSnapshotTellsTheTruth(market, INE_2PS);
-}
-
-TEST_F(SyntheticExchange, LaterSnapshotTellsTheTruthOfThatMoment) {
-    Advance(market, 30000);
-    ExpectSnapshotTellsTheTruth(market, SHFE_2PS);
-    ExpectSnapshotTellsTheTruth(market, INE_2PS);
-}
-
-TEST_F(SyntheticExchange, SmallestExchangeHasAWholeSnapshot) {
-    ExchangeOptions options;
-    options.shfeInstruments = 1;
-    options.ineInstruments = 1;
-    Exchange smallest(options);
-    ExpectSnapshotTellsTheTruth(smallest, SHFE_2PS);
-    EXPECT_EQ(Receiver(smallest.SnapshotMessages(SHFE_2PS)).Flags(),
-              (std::vector<uint8_t>{mdqp::FLAG_MORE, mdqp::FLAG_LAST}));
-}
-
-TEST_F(SyntheticExchange, OnlyTheLastMessageClosesTheFeed) {
-    std::vector<uint8_t> flags = Receiver(market.SnapshotMessages(SHFE_2PS)).Flags();
-    EXPECT_EQ(flags.back(), mdqp::FLAG_LAST);
-    flags.pop_back();
-    EXPECT_THAT(flags, testing::Each(mdqp::FLAG_MORE));
-}
-
-TEST_F(SyntheticExchange, FirstMessageNamesTopicAndPacket) {
-    for (int i = 0; i < 7; ++i) market.Move(INE_2PS, i);
-    const Messages messages = market.SnapshotMessages(INE_2PS);
-    const Receiver first({messages.front()});
-    EXPECT_EQ(int{first.Snap().topic_id}, market.Options().ineTopicId);
-    EXPECT_EQ(int32_t{first.Snap().snap_no}, 1);
-    EXPECT_EQ(int32_t{first.PacketNo().packet_no}, 7);
-    EXPECT_GT(messages.front().size(), 200U);
-    EXPECT_LT(messages.front().size(), 1400U);
-}
-
-TEST_F(SyntheticExchange, NoFieldBeginsInTheLastBytesOfItsMessage) {
-    for (const EMDQPDataType feed : QUOTED_FEEDS) {
-        EXPECT_GT(Receiver(market.SnapshotMessages(feed)).ShortestTail(), sizeof(mdqp_t));
-    }
-}
-
-TEST_F(SyntheticExchange, SomeMessagesAreLongerThanASegmentAndNoneIsHuge) {
-    int longOnes = 0;
-    for (const std::vector<uint8_t>& message : market.SnapshotMessages(SHFE_2PS)) {
-        EXPECT_LT(message.size(), 60000U);
-        if (message.size() > SEGMENT) ++longOnes;
-    }
-    EXPECT_GT(longOnes, 5);
-}
-
-TEST_F(SyntheticExchange, CrossedSnapshotHoldsOneCrossedFuture) {
-    const Receiver receiver(market.SnapshotMessages(SHFE_2PS, true));
-    int crossed = 0;
-    for (const auto& [instNo, seen] : receiver.Instruments()) {
-        const VexaShfeMdType& truth = market.Truth(SHFE_2PS, instNo);
-        if (seen.bids == Bids(truth) && seen.asks == Asks(truth)) continue;
-        ++crossed;
-        EXPECT_GT(seen.bids[0].first, seen.asks[0].first);
-        EXPECT_LT(Copy(truth.bid1_px), Copy(truth.ask1_px));
-        EXPECT_EQ(market.Instruments(SHFE_2PS)[static_cast<std::size_t>(instNo)].kind, InstrumentKind::Future);
-    }
-    EXPECT_EQ(crossed, 1);
-}
-
-TEST_F(SyntheticExchange, SnapshotAfterACrossedOneIsCleanAgain) {
-    market.SnapshotMessages(INE_2PS, true);
-    ExpectSnapshotTellsTheTruth(market, INE_2PS);
-}
-
-TEST_F(SyntheticExchange, EvenTheSmallestExchangeCanBeCrossed) {
-    ExchangeOptions options;
-    options.shfeInstruments = 1;
-    Exchange smallest(options);
-    const Receiver receiver(smallest.SnapshotMessages(SHFE_2PS, true));
-    const Seen& seen = receiver.Instruments().at(0);
-    EXPECT_GT(seen.bids[0].first, seen.asks[0].first);
-}
-
-// ---- names of faults ------------------------------------------------------------------------------------------
-
-TEST(FaultNamesTest, EachNameSwitchesOnItsOwnFault) {
-    Faults faults;
-    std::string error;
-    ASSERT_TRUE(ParseFaults("reorder,crossed-book", faults, error));
-    EXPECT_TRUE(faults.reorder && faults.crossedBook);
-    EXPECT_FALSE(faults.duplicate || faults.corrupt || faults.reset || faults.stall || faults.lostPacket);
-}
-
-TEST(FaultNamesTest, AllMeansEveryFault) {
-    Faults faults;
-    std::string error;
-    ASSERT_TRUE(ParseFaults("all", faults, error));
-    EXPECT_TRUE(faults.reorder && faults.duplicate && faults.corrupt && faults.reset && faults.stall &&
-                faults.crossedBook && faults.lostPacket);
-}
-
-TEST(FaultNamesTest, EmptyTextSwitchesAllOff) {
-    Faults faults;
-    faults.reset = true;
-    std::string error;
-    ASSERT_TRUE(ParseFaults("", faults, error));
-    EXPECT_FALSE(faults.reset);
-}
-
-TEST(FaultNamesTest, UnknownNameIsToldWithTheKnownOnes) {
-    Faults faults;
-    std::string error;
-    EXPECT_FALSE(ParseFaults("stall,gremlin", faults, error));
-    EXPECT_FALSE(faults.stall);
-    EXPECT_EQ(error, "unknown fault \"gremlin\"; known are " + FaultNames() + ", or all");
-}
-
-TEST(FaultNamesTest, EmptyNameBetweenCommasIsUnknown) {
-    Faults faults;
-    std::string error;
-    EXPECT_FALSE(ParseFaults("reorder,,stall", faults, error));
-    EXPECT_THAT(error, HasSubstr("\"\""));
-}
-
-TEST(FaultNamesTest, ListedNamesCanBeParsed) {
-    EXPECT_EQ(FaultNames(), "reorder, duplicate, corrupt, reset, stall, crossed-book, lost-packet");
 }
 
 }  // namespace

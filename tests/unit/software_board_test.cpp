@@ -296,7 +296,8 @@ TEST(SoftwareBoardArgument, PairsAreRead) {
     EXPECT_EQ(options.exchange.ineInstruments, 6);
     EXPECT_EQ(options.updatesPerSecond, 9U);
     EXPECT_EQ(options.lostPacketAfter, 8U);
-    EXPECT_TRUE(options.faults.reorder && options.faults.stall && !options.faults.reset);
+    EXPECT_TRUE(options.faults.Has(exchange::EFault::Reorder) && options.faults.Has(exchange::EFault::Stall) &&
+                !options.faults.Has(exchange::EFault::Reset));
 }
 
 TEST(SoftwareBoardArgument, WhatIsWrongIsNamedWithWhatIsAllowed) {

@@ -1,0 +1,31 @@
+/// Which faults of the board are still to happen, and after how many live updates.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "exchange/Faults.h"
+
+namespace software_board {
+
+class BoardFaultPlan {
+public:
+    /// Of the faults without a moment, those that a session meets while it runs come `apart` updates after each other;
+    /// those of a board that is broken from the beginning come at once.
+    BoardFaultPlan(const exchange::Faults& faults, uint32_t apart);
+
+    void Add(exchange::EFault fault, uint64_t afterUpdates);
+
+    /// A fault that is due once there were so many updates; each is taken once.
+    std::optional<exchange::EFault> TakeDue(uint64_t updates);
+
+private:
+    struct Planned {
+        exchange::EFault fault;
+        uint64_t afterUpdates;
+    };
+    std::vector<Planned> m_planned;  ///< the next one last
+};
+
+}  // namespace software_board

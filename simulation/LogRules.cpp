@@ -19,7 +19,8 @@ bool IsWhole(std::string_view line) {
 
 }  // namespace
 
-LogRules::LogRules(EventTrace& trace, Canary& canary) : m_trace(trace), m_canary(canary) {
+LogRules::LogRules(EventTrace& trace, Canary& canary, const SimulatedClock& clock)
+    : m_trace(trace), m_canary(canary), m_clock(clock) {
     CCommonLog::GetInstance().SetSink(this);
 }
 
@@ -36,7 +37,7 @@ void LogRules::OnLine(ELOGLEVEL level, const char* line, std::size_t length) {
     // Texts hold paths and addresses of the machine; where they come from is the same everywhere.
     if (level != LOG_DEBUG_EX) {
         const std::size_t head = text.find(']', text.find("][") + 2);
-        m_trace.Add({EEvent::Log, 0, static_cast<uint64_t>(level), HashOf(line, head), 0});
+        m_trace.Add({EEvent::Log, 0, static_cast<uint64_t>(level), HashOf(line, head), m_clock.Now()});
     }
 }
 

@@ -6,12 +6,13 @@
 #include "public/log/CommonLog.h"
 #include "simulation/Canary.h"
 #include "simulation/EventTrace.h"
+#include "simulation/SimulatedClock.h"
 
 namespace simulation {
 
 class LogRules final : public ILogSink {
 public:
-    LogRules(EventTrace& trace, Canary& canary);
+    LogRules(EventTrace& trace, Canary& canary, const SimulatedClock& clock);
     ~LogRules() override;
     LogRules(const LogRules&) = delete;
     LogRules& operator=(const LogRules&) = delete;
@@ -24,6 +25,7 @@ public:
 private:
     EventTrace& m_trace;
     Canary& m_canary;
+    const SimulatedClock& m_clock;
 };
 
 }  // namespace simulation

@@ -29,6 +29,18 @@ public:
     }
     void SetWall(int64_t nanoseconds) { m_wall = nanoseconds; }
 
+    /// Time stands still for its lifetime: what the script does takes none.
+    class Hold {
+    public:
+        explicit Hold(SimulatedClock& clock) : m_clock(clock) { m_clock.m_step = 0; }
+        ~Hold() { m_clock.m_step = STEP_NS; }
+        Hold(const Hold&) = delete;
+        Hold& operator=(const Hold&) = delete;
+
+    private:
+        SimulatedClock& m_clock;
+    };
+
     int64_t Wall() const { return m_wall; }
     int64_t Now() const { return m_monotonic; }  ///< without being a look
     uint64_t Looks() const { return m_looks; }
@@ -38,12 +50,13 @@ public:
 private:
     int64_t Look(const int64_t& time) {
         ++m_looks;
-        Advance(STEP_NS);
+        Advance(m_step);
         return time;
     }
 
     int64_t m_wall = 1'777'540'500'000'000'000;  // 2026-04-30 09:15 UTC
     int64_t m_monotonic = 0;
+    int64_t m_step = STEP_NS;
     uint64_t m_looks = 0;
 };
 

@@ -18,6 +18,7 @@ public:
 
     /// After each message: the mask of finished feeds, and whether everything was cleared since the last one.
     void OnFinishedMask(uint8_t mask, uint64_t clears);
+    uint8_t FinishedMask() const { return m_mask; }
 
 private:
     void BeginRound();

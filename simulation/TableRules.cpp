@@ -32,7 +32,7 @@ bool TableRules::OnWrite(uint32_t index, uint32_t value, EPhase phase) {
     switch (index & PORT_MASK) {
         case WRITE_DATA: OnData(table, value, phase); return false;
         case WRITE_ADDRESS: return OnAddress(table, value, phase);
-        default: OnReadAddress(table); return false;
+        default: OnReadAddress(table); return true;
     }
 }
 
@@ -53,17 +53,18 @@ bool TableRules::OnAddress(std::size_t table, uint32_t word, EPhase phase) {
     Require(m_isOpen[table], 6, [=] { return "write to " + TableName(table) + " through its closed port"; });
     if (word == reg::PORT_CLOSE_ADDRESS) {
         m_isOpen[table] = false;
-        return false;
+        return true;
     }
     Require(word < WordsOf(table), 6, [=] { return "word " + Hex(word) + " is outside " + TableName(table); });
     if (phase == EPhase::Tables) Advance(table, word);
     const auto slot = static_cast<int32_t>(word / WORDS_PER_SLOT);
     if (slot >= m_touched[table]) {
-        if (m_data == 0) return true;
+        if (m_data == 0) return false;
         m_touched[table] = slot + 1;
+        if (m_table == table) m_emptyFrom = (word / WORDS_PER_SLOT + 1) * WORDS_PER_SLOT;
     }
     m_hash = Mix(m_hash, uint64_t{word} << 32 | m_data);
-    return false;
+    return true;
 }
 
 void TableRules::OnReadAddress(std::size_t table) {
@@ -82,6 +83,7 @@ void TableRules::OnRead(uint32_t index) {
 }
 
 void TableRules::OpenPorts() {
+    m_emptyFrom = UINT32_MAX;
     m_isOpen.fill(true);
     m_pending = EPending::Nothing;
 }
@@ -92,12 +94,19 @@ void TableRules::BeginTables(const std::array<bool, FEED_COUNT>& isEnabled,
     for (std::size_t table = 0; table < FEED_COUNT; ++table) {
         m_firstWord[table] = isEnabled[table] ? 0 : static_cast<uint32_t>(counts[table]) * WORDS_PER_SLOT;
     }
-    m_table = 0;
-    m_word = m_firstWord[0];
+    BeginTable(0);
+}
+
+void TableRules::BeginTable(std::size_t table) {
+    m_table = table;
+    m_word = m_firstWord[table];
+    m_addressPort = reg::FEEDS[table].table.writeAddr;
+    m_wordsEnd = WordsOf(table);
+    m_emptyFrom = static_cast<uint32_t>(m_touched[table]) * WORDS_PER_SLOT;
 }
 
 void TableRules::Advance(std::size_t table, uint32_t word) {
-    if (m_word == WordsOf(m_table) && m_table + 1 < FEED_COUNT) m_word = m_firstWord[++m_table];
+    if (m_word == WordsOf(m_table) && m_table + 1 < FEED_COUNT) BeginTable(m_table + 1);
     Require(table == m_table && word == m_word, 9, [=, this] {
         return TableName(table) + " word " + Hex(word) + " written where " + TableName(m_table) + " word " +
                Hex(m_word) + " was next";
@@ -105,7 +114,8 @@ void TableRules::Advance(std::size_t table, uint32_t word) {
     ++m_word;
 }
 
-void TableRules::EndTables() const {
+void TableRules::EndTables() {
+    m_emptyFrom = UINT32_MAX;
     const bool isComplete = m_table + 1 == FEED_COUNT && m_word == WordsOf(m_table);
     Require(isComplete, 9, [this] { return "writing ended at " + TableName(m_table) + " word " + Hex(m_word); });
 }

@@ -58,7 +58,7 @@ World::World(const Plan& plan, Canary& canary, EventTrace& trace)
       m_board(BoardOptionsOf(plan)),
       m_truth(BoardOptionsOf(plan).exchange),
       m_order({plan.waitSeconds, plan.attempts}),
-      m_log(trace, canary),
+      m_log(trace, canary, m_clock),
       m_managing(plan, m_truth, m_ledger, 0),
       m_other(plan, m_truth, m_ledger, plan.otherChannel),
       m_seam(*this) {
@@ -143,8 +143,12 @@ void World::OnRecord(int32_t channel, const VexaShfeMdType& record) {
     Require(!isSilent && !m_canary.Lies(4), 4,
             [&] { return IdOf(record) + " in phase " + PhaseName(m_order.Phase()); });
     if (m_truth.IsInRound() && m_canary.Lies(5)) return;
-    if (!m_truth.IsInRound() && m_canary.Lies(21)) return;
+    if (m_canary.Number() == 21 && Deliveries(channel).HasSeen(FeedOf(record), record) && m_canary.Lies(21)) return;
     Deliveries(channel).OnRecord(AsTold(channel, record));
+}
+
+EMDQPDataType World::FeedOf(const VexaShfeMdType& record) const {
+    return record.max_inst_no == static_cast<uint32_t>(m_plan.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
 }
 
 // The record as the checks are to see it: as it is, but for the canaries of the rules about records.
@@ -186,7 +190,10 @@ void World::Lose(uint32_t updates) {
     Follow();
     m_reach.Note("lose", m_order.Phase());
     Note(EEvent::Script, 0, static_cast<uint64_t>(EStep::Lose), updates);
-    m_board.LosePackets(updates);
+    {
+        const SimulatedClock::Hold hold(m_clock);
+        m_board.LosePackets(updates);
+    }
     Follow();
 }
 

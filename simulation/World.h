@@ -95,6 +95,7 @@ private:
     void WatchSnapshot();
     bool IsEnabled(EMDQPDataType feed) const;
     std::size_t EnabledFeeds() const { return std::size_t{m_plan.hasShfe} + std::size_t{m_plan.hasIne}; }
+    EMDQPDataType FeedOf(const VexaShfeMdType& record) const;
     VexaShfeMdType AsTold(int32_t channel, const VexaShfeMdType& record);
 
     const Plan& m_plan;

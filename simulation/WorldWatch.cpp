@@ -45,6 +45,8 @@ void World::Fire() {
 // ---- registers ------------------------------------------------------------------------------------------------------
 
 bool World::OnWrite(uint32_t index, uint32_t value) {
+    if (m_caller == 0 && m_trigger.at == 0 && m_tables.TakesEmptyWord(index, value)) [[likely]]
+        return false;
     CountCall();
     Require(m_caller == 0, 26,
             [=, this] { return "channel " + std::to_string(m_caller) + " wrote register " + Hex(index); });
@@ -63,7 +65,10 @@ bool World::OnTableWrite(uint32_t index, uint32_t value) {
     } else if (m_canary.Lies(7)) {
         return true;
     }
-    return !m_tables.OnWrite(index, value, phase);
+    const bool isForBoard = m_tables.OnWrite(index, value, phase);
+    // The word's data waited for its address to show whether the board must hear of it.
+    if (isForBoard && TableRules::IsWriteAddress(index)) m_board.Write(index + 1, m_tables.Data());
+    return isForBoard;
 }
 
 void World::OnControlWrite(uint32_t index, uint32_t value) {
@@ -231,14 +236,15 @@ void World::Deliver(const unsigned char* data, unsigned int length, VexaBoardMes
     {
         const AllocationMeter::Watch watched(true);
         handler(data, length, user);
-        if (m_canary.Lies(19)) delete new int;
+        if (m_canary.Lies(19)) ::operator delete(::operator new(1));
     }
     Require(AllocationMeter::Count() == allocations, 19, [] { return std::string("a delivery allocated"); });
 }
 
 void World::WatchSnapshot() {
     const uint8_t mask = m_manager->FinishedMask();
-    m_snapshot.OnFinishedMask(mask != 0 && m_canary.Lies(27) ? 0 : mask, m_manager->Clears());
+    const bool isLie = mask != 0 && mask == m_snapshot.FinishedMask() && m_canary.Lies(27);
+    m_snapshot.OnFinishedMask(isLie ? 0 : mask, m_manager->Clears());
     const uint64_t failed = m_manager->PriceChecksFailed();
     if (failed == m_priceChecksFailed) return;
     m_priceChecksFailed = failed;

@@ -65,7 +65,7 @@ void DeliveryRules::CheckOrder(EMDQPDataType feed, const VexaShfeMdType& record)
         Require(record.change_no > last->second.change_no, 21, tell);
         Require(!isContinuous || record.change_no == last->second.change_no + 1, 21, tell);
     }
-    isContinuous = true;
+    isContinuous = !m_isLossUntold;
 }
 
 bool DeliveryRules::IsExpectedComplete(EMDQPDataType feed, int32_t instNo) const {

@@ -18,8 +18,16 @@ public:
 
     void OnRecord(const VexaShfeMdType& record);
 
-    /// Updates may be missing from here on: a recovery, a restart, a loss or a full ring.
-    void OnGap() { m_isContinuous.clear(); }
+    /// Updates are missing: some that still wait may come from before the loss, until its event is handed over.
+    void OnLoss() {
+        m_isContinuous.clear();
+        m_isLossUntold = true;
+    }
+    /// From here on change numbers need not follow those of before: a recovery, or the event of a loss.
+    void OnGap() {
+        m_isContinuous.clear();
+        m_isLossUntold = false;
+    }
     /// A new session: change numbers begin anew.
     void OnSession();
     /// Nothing more arrives.
@@ -48,6 +56,7 @@ private:
     int32_t m_channel;
     std::map<Key, VexaShfeMdType> m_last;
     std::map<Key, bool> m_isContinuous;
+    bool m_isLossUntold = false;
     uint64_t m_records = 0;
 };
 

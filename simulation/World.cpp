@@ -177,13 +177,13 @@ void World::Follow() {
                    [this](EMDQPDataType feed, int32_t instNo, bool isLost) {
                        if (!isLost) return;
                        m_ledger.Taint(feed, instNo, EQuirk::LossNotYetRebuilt);
-                       m_managing.OnGap();
-                       m_other.OnGap();
+                       m_managing.OnLoss();
+                       m_other.OnLoss();
                    });
     if (statistics.overruns == m_overruns) return;
     m_overruns = statistics.overruns;
-    m_managing.OnGap();
-    m_other.OnGap();
+    m_managing.OnLoss();
+    m_other.OnLoss();
 }
 
 void World::Lose(uint32_t updates) {

@@ -88,7 +88,7 @@ private:
     void CheckTables();
     void CheckSlot(EMDQPDataType feed, int32_t instNo, bool isEnabled);
     void CheckSubscriptions();
-    void OnEvent(const U50Event& event);
+    void OnEvent(int32_t channel, const U50Event& event);
     bool IsLoss(const U50Event& event);
     uint64_t LastUpdateSeconds();
     void Deliver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user);

@@ -217,10 +217,10 @@ void World::OnMessage(int32_t channel, const unsigned char* data, unsigned int l
     Note(EEvent::Message, channel, type, HashOf(data, length));
     Follow();
     if (type == DMA_UDP) return Deliver(data, length, handler, user);
-    if (type == DMA_EVENT && channel == 0) {
+    if (type == DMA_EVENT) {
         U50Event event;
         std::memcpy(&event, data, sizeof event);
-        OnEvent(event);
+        OnEvent(channel, event);
     }
     if (type == DMA_TCP && m_order.Phase() == EPhase::Loading) {
         m_snapshot.OnFrame(data + DMA_TCP_FRAME_OFFSET, length - DMA_TCP_FRAME_OFFSET, EnabledFeeds());
@@ -256,9 +256,12 @@ void World::WatchSnapshot() {
 
 // ---- events ---------------------------------------------------------------------------------------------------------
 
-void World::OnEvent(const U50Event& event) {
+void World::OnEvent(int32_t channel, const U50Event& event) {
+    const bool isLost = (event.event_data0 & LOST_BITS) != 0;
+    if (isLost) Deliveries(channel).OnGap();
+    if (channel != 0) return;
     const EPhase phase = m_order.Phase();
-    if (phase == EPhase::Loading && (event.event_data0 & LOST_BITS) != 0) m_ledger.OnLossWhileStarting();
+    if (phase == EPhase::Loading && isLost) m_ledger.OnLossWhileStarting();
     if (phase == EPhase::Live && IsLoss(event)) m_order.OnLoss();
 }
 

@@ -50,6 +50,7 @@ private:
     void Lose(const Step& step);
     void RaiseTimeOut(int minute);
     void StopAndStart(const Step& step);
+    void StopInStarts(const Step& step);
     void OtherChannel(int32_t steps);
     void At(const Step& step, std::function<void()> action);
     void Close();
@@ -152,20 +153,38 @@ void Player::Do(const Step& step) {
 void Player::DoEnding(const Step& step) {
     switch (step.kind) {
         case EStep::StopAndStart: return StopAndStart(step);
-        case EStep::StopInStart:
-            At(step, [this] { m_manager->Stop(); });
-            NewObject(false, m_remark);
-            break;
+        case EStep::StopInStart: return StopInStarts(step);
         case EStep::StopInRecovery:
-        case EStep::Signal:
-            At(step, [this, step] { step.kind == EStep::Signal ? m_manager->Signal() : m_manager->Stop(); });
+            At(step, [this] { m_manager->Stop(); });
             m_world.Lose(1);
             Recover();
+            break;
+        case EStep::Signal:
+            At(step, [this] { m_manager->Signal(); });
+            if (step.count % 2 == 0) NewObject(m_plan.isPolling, m_remark);
+            m_world.Lose(1);
+            if (!m_manager->IsEnding()) Recover();
             break;
         default:  // from the callback
             m_manager->StopAtNextUpdate();
             Receive(1);
             break;
+    }
+    m_world.SetTrigger({});
+    if (m_manager->IsEnding()) m_manager->CheckEnded();
+}
+
+// A fresh start of the same object may be stopped again, until its attempts are used up; one of the polling form keeps
+// the stop.
+void Player::StopInStarts(const Step& step) {
+    const auto stopAt = [&] { At(step, [this] { m_manager->Stop(); }); };
+    stopAt();
+    NewObject(false, m_remark);
+    for (int32_t again = step.count % 6; again > 0 && m_manager->IsEnding(); --again) {
+        m_world.SetTrigger({});
+        m_manager->CheckEnded();
+        if (again != 1 || step.at % 2 == 0) stopAt();
+        Start(again == 2, m_remark);
     }
     m_world.SetTrigger({});
     if (m_manager->IsEnding()) m_manager->CheckEnded();

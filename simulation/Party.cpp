@@ -94,8 +94,8 @@ void Party::CheckResult(int32_t result) {
         return "a step that delivered " + std::to_string(m_world.RecordsInCall()) + " records returned " +
                std::to_string(result);
     });
-    Require(result != -1 || IsEnding() || m_world.GetPlan().isMemoryDead || m_world.Order().Phase() == EPhase::Closed,
-            20, [] { return std::string("a step returned -1 without a reason"); });
+    Require(result != -1 || IsEnding() || m_world.GetPlan().isMemoryDead, 20,
+            [] { return std::string("a step returned -1 without a reason"); });
     if (!m_isPolling || result != 1) return;
     Require(std::memcmp(&m_record, &m_world.LastMessage(), sizeof m_record) == 0, 21,
             [] { return std::string("the polled record is not the message's"); });

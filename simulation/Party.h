@@ -24,8 +24,8 @@ public:
     void Stop();
     void Signal();
 
-    /// The application stops at its next update.
-    void StopAtNextUpdate() { m_isStoppingAtUpdate = true; }
+    /// Whether the application stops at its next update.
+    void SetStopAtUpdate(bool isStopping) { m_isStoppingAtUpdate = isStopping; }
 
     /// After the end: nothing of the snapshot is alive, and every step says so.
     void CheckEnded();

@@ -166,8 +166,9 @@ void Player::DoEnding(const Step& step) {
             if (!m_manager->IsEnding()) Recover();
             break;
         default:  // from the callback
-            m_manager->StopAtNextUpdate();
+            m_manager->SetStopAtUpdate(true);
             Receive(1);
+            m_manager->SetStopAtUpdate(false);
             break;
     }
     m_world.SetTrigger({});

@@ -51,7 +51,13 @@ std::string CheckCanary(const std::string& text) {
         known += (known.empty() ? "" : ", ") + std::to_string(rule.number);
         if (text == std::to_string(rule.number)) return "";
     }
-    return "--canary " + text + ": there is no such rule; known are " + known;
+    return "there is no rule " + text + "; known are " + known;
+}
+
+std::string CheckFaults(const std::string& names) {
+    exchange::Faults faults;
+    std::string error;
+    return exchange::ParseFaults(names, faults, error) ? "" : error;
 }
 
 int ParseAndRun(int argc, char** argv) {
@@ -69,6 +75,7 @@ int ParseAndRun(int argc, char** argv) {
                                ->check(CLI::Range(0.01, 1e5));
     app.add_option("--faults", options.wish.faults,
                    "\"all\": each fault in half of the sessions; or a list: " + exchange::FaultNames())
+        ->check(CheckFaults)
         ->capture_default_str();
     app.add_option("--canary", options.wish.canary, "tell the checks one lie about the rule of this number")
         ->check(CheckCanary);

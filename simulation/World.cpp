@@ -13,7 +13,8 @@ namespace simulation {
 namespace {
 
 constexpr uint64_t LIVE_CALLS_MAX = 64;
-constexpr uint64_t WORDS_OF_ALL_TABLES = uint64_t{2} * (SHFE_INST_CAPACITY + INE_INST_CAPACITY) * WORDS_PER_SLOT;
+constexpr uint64_t SLOTS_OF_AN_ENGINE = uint64_t{SHFE_INST_CAPACITY} + uint64_t{INE_INST_CAPACITY};
+constexpr uint64_t WORDS_OF_ALL_TABLES = 2 * SLOTS_OF_AN_ENGINE * WORDS_PER_SLOT;
 constexpr uint64_t CALLS_OF_A_POLL = 8;
 constexpr uint64_t CALLS_BESIDES = 2000;
 constexpr uint64_t CALLS_OF_A_SLOT = 400;

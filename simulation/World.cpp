@@ -24,7 +24,7 @@ constexpr int64_t POLLS_PER_SECOND = NANOSECONDS_PER_SECOND / SimulatedClock::ST
 /// Far above what a start needs, far below what never ends.
 uint64_t StartCallsMax(const Plan& plan) {
     const auto seconds = static_cast<uint64_t>(MEMORY_SECONDS + plan.waitSeconds);
-    const auto slots = static_cast<uint64_t>(plan.shfeInstruments + plan.ineInstruments);
+    const uint64_t slots = static_cast<uint64_t>(plan.shfeInstruments) + static_cast<uint64_t>(plan.ineInstruments);
     return static_cast<uint64_t>(plan.attempts) *
                (2 * WORDS_OF_ALL_TABLES + CALLS_BESIDES + seconds * POLLS_PER_SECOND * CALLS_OF_A_POLL) +
            CHANNEL_SIZE * 2 * slots * CALLS_OF_A_SLOT;

@@ -14,6 +14,7 @@ MAY_INCLUDE = {
     "exchange": ["exchange/", "common/", "interface/", "src/Mdqp.h"],
     "software_board": ["software_board/", "exchange/", "common/", "interface/", "public/reg/", "public/clock/",
                        "src/RegisterMap.h", "src/Version.h"],
+    "simulation": ["simulation/", "software_board/", "exchange/", "src/", "interface/", "include/", "common/", "public/"],
     "examples": ["VexaShfeMdApi.h", "VexaShfeMdStruct.h"],
 }
 BANNED = [

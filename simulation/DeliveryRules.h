@@ -1,0 +1,65 @@
+/// What one channel's application is handed: true, subscribed, in order, once.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <utility>
+
+#include "simulation/Ledger.h"
+#include "simulation/Plan.h"
+#include "simulation/TruthHistory.h"
+
+namespace simulation {
+
+class DeliveryRules {
+public:
+    DeliveryRules(const Plan& plan, const TruthHistory& truth, Ledger& ledger, int32_t channel);
+
+    void OnRecord(const VexaShfeMdType& record);
+
+    /// Updates are missing: some that still wait may come from before the loss, until its event is handed over.
+    void OnLoss() {
+        m_isContinuous.clear();
+        m_isLossUntold = true;
+    }
+    /// From here on change numbers need not follow those of before: a recovery, or the event of a loss.
+    void OnGap() {
+        m_isContinuous.clear();
+        m_isLossUntold = false;
+    }
+    /// A new session: change numbers begin anew.
+    void OnSession();
+    /// Nothing more arrives.
+    void CheckComplete() const;
+
+    /// The record's instrument was last handed over just before this change, and nothing is missing.
+    bool HasSeen(EMDQPDataType feed, const VexaShfeMdType& record) const {
+        const auto last = m_last.find({feed, record.inst_no});
+        return last != m_last.end() && last->second.change_no + 1 == record.change_no;
+    }
+
+    uint64_t Records() const { return m_records; }
+
+private:
+    using Key = std::pair<int32_t, uint32_t>;  ///< feed, instrument number
+
+    EMDQPDataType FeedOf(const VexaShfeMdType& record) const;
+    void CheckTruth(EMDQPDataType feed, const VexaShfeMdType& record);
+    void CheckSubscribed(const VexaShfeMdType& record) const;
+    void CheckOrder(EMDQPDataType feed, const VexaShfeMdType& record);
+    bool IsExpectedComplete(EMDQPDataType feed, int32_t instNo) const;
+
+    const Plan& m_plan;
+    const TruthHistory& m_truth;
+    Ledger& m_ledger;
+    int32_t m_channel;
+    std::map<Key, VexaShfeMdType> m_last;
+    std::map<Key, bool> m_isContinuous;
+    bool m_isLossUntold = false;
+    uint64_t m_records = 0;
+};
+
+std::string IdOf(const VexaShfeMdType& record);
+
+}  // namespace simulation

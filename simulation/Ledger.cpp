@@ -1,0 +1,29 @@
+#include "simulation/Ledger.h"
+
+namespace simulation {
+
+const char* QuirkName(EQuirk quirk) {
+    constexpr std::array<const char*, QUIRK_COUNT> NAMES{
+        "loss not yet rebuilt", "loss while starting", "loss unheard",         "quiet time-out",
+        "attempts used up",     "level left raised",   "stop kept by polling", "shielded book"};
+    return NAMES[static_cast<std::size_t>(quirk)];
+}
+
+void Ledger::AddTo(std::array<uint64_t, QUIRK_COUNT>& totals) const {
+    for (std::size_t quirk = 0; quirk < QUIRK_COUNT; ++quirk) totals[quirk] += m_booked[quirk];
+}
+
+bool Ledger::Explains(EMDQPDataType feed, int32_t instNo) {
+    const auto found = m_tainted.find({feed, instNo});
+    if (found == m_tainted.end()) return false;
+    Book(found->second);
+    return true;
+}
+
+void Ledger::Deepen(EQuirk why) {
+    for (auto& [instrument, reason] : m_tainted) {
+        if (reason == EQuirk::LossNotYetRebuilt) reason = why;
+    }
+}
+
+}  // namespace simulation

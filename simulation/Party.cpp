@@ -1,0 +1,124 @@
+#include "simulation/Party.h"
+
+#include <csignal>
+#include <cstring>
+
+#include "simulation/AllocationMeter.h"
+#include "simulation/Invariants.h"
+
+namespace simulation {
+
+Party::Party(World& world, int32_t channel)
+    : m_world(world), m_channel(channel), m_api(std::make_unique<SimulatedApi>()) {
+    if (channel == 0) world.OnNewManager(m_api.get());
+}
+
+Party::~Party() { m_api.reset(); }
+
+void Party::OnVexaShfeMd(VexaShfeMdType& md) {
+    m_world.OnRecord(m_channel, md);
+    if (m_isStoppingAtUpdate) Stop();
+    m_isStoppingAtUpdate = false;
+}
+
+// ---- starting -------------------------------------------------------------------------------------------------------
+
+int32_t Party::Start(bool isPolling, const std::string& remark) {
+    const std::string path = m_world.ConfigPath(m_channel, remark);
+    m_isPolling = isPolling;
+    if (!isPolling) {
+        m_isStopped = false;
+        if (!m_isSignalled) m_endedIn = EPhase::Closed;
+    } else if (m_isStopped) {
+        m_world.Quirks().Book(EQuirk::StopKeptByPolling);
+        m_endedIn = EPhase::Closed;
+    }
+    const uint64_t bringUps = m_world.Order().BringUps();
+    const bool hasAttempts = m_world.Order().Attempts() < m_world.GetPlan().attempts;
+    m_world.BeginCall(m_channel, true);
+    if (m_channel == 0) m_world.Order().OnStart();
+    const int32_t result = isPolling ? m_api->VexaStart(path.c_str()) : m_api->VexaStart(*this, path.c_str());
+    m_isLive = result == 0;
+    m_world.EndCall(m_channel, result != 0);
+    const bool hasBroughtUp = m_world.Order().BringUps() != bringUps;
+    if (m_channel == 0 && !hasAttempts && result != 0) {
+        m_world.Quirks().Book(EQuirk::AttemptsUsedUp);
+    } else {
+        const int32_t expected = hasBroughtUp ? ExpectedStart() : 0;
+        Require(result == expected, 20, [=] {
+            return "a start returned " + std::to_string(result) + " instead of " + std::to_string(expected);
+        });
+    }
+    CheckLevel();
+    return result;
+}
+
+// A stop during the snapshot fails the start; one that comes later ends the first step.
+int32_t Party::ExpectedStart() const {
+    if (m_world.GetPlan().isMemoryDead) return -2;
+    return IsEnding() && m_endedIn <= EPhase::Tables ? -2 : 0;
+}
+
+void Party::CheckLevel() {
+    const Plan& plan = m_world.GetPlan();
+    if (plan.isMemoryDead) return m_world.Quirks().Book(EQuirk::LevelLeftRaised);
+    Require(LogRules::Level() == plan.logLevel, 23, [&] {
+        return "the log level is " + std::to_string(LogRules::Level()) + " instead of " + std::to_string(plan.logLevel);
+    });
+}
+
+// ---- receiving ------------------------------------------------------------------------------------------------------
+
+bool Party::MayBringUp() const {
+    return m_channel == 0 && (m_world.Order().IsRecoveryDue() || m_world.Order().Phase() == EPhase::Closed);
+}
+
+int32_t Party::Step() {
+    const bool wasEnding = IsEnding();
+    m_world.BeginCall(m_channel, MayBringUp());
+    int32_t result = m_isPolling ? m_api->VexaRecv(m_record) : m_api->VexaRecv();
+    m_isLive = result != -1;
+    if (result == 1 && m_isPolling) m_world.OnRecord(m_channel, m_record);
+    m_world.EndCall(m_channel, result == -1);
+    if (wasEnding && m_world.GetCanary().Lies(22)) result = 0;
+    Require(!wasEnding || result == -1, 22, [=] { return "a step returned " + std::to_string(result); });
+    if (!wasEnding && m_world.GetCanary().Lies(20)) result = result == 1 ? 0 : 1;
+    CheckResult(result);
+    CheckLevel();
+    return result;
+}
+
+void Party::CheckResult(int32_t result) {
+    const bool hasRecord = m_world.RecordsInCall() == 1;
+    Require(hasRecord == (result == 1) && m_world.RecordsInCall() <= 1, 20, [&] {
+        return "a step that delivered " + std::to_string(m_world.RecordsInCall()) + " records returned " +
+               std::to_string(result);
+    });
+    Require(result != -1 || IsEnding() || m_world.GetPlan().isMemoryDead, 20,
+            [] { return std::string("a step returned -1 without a reason"); });
+    if (!m_isPolling || result != 1) return;
+    Require(std::memcmp(&m_record, &m_world.LastMessage(), sizeof m_record) == 0, 21,
+            [] { return std::string("the polled record is not the message's"); });
+}
+
+// ---- ending ---------------------------------------------------------------------------------------------------------
+
+void Party::Stop() {
+    if (!IsEnding()) m_endedIn = m_world.Order().Phase();
+    m_isStopped = true;
+    m_api->VexaStop();
+}
+
+void Party::Signal() {
+    if (!IsEnding()) m_endedIn = m_world.Order().Phase();
+    m_isSignalled = true;
+    std::raise(SIGTERM);
+}
+
+void Party::CheckEnded() {
+    for (int step = 0; step < 3; ++step) Step();
+    const uint32_t alive = m_api->EarlySegments() + m_api->CarryOvers() + (m_world.GetCanary().Lies(13) ? 1 : 0);
+    Require(alive == 0, 13, [=] { return std::to_string(alive) + " entries or buffers are alive"; });
+}
+
+}  // namespace simulation

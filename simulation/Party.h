@@ -1,0 +1,54 @@
+/// One session object of one channel with the application that uses it; every result is held against what happened.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "interface/VexaShfeMdApi.h"
+#include "simulation/SimulatedApi.h"
+#include "simulation/World.h"
+
+namespace simulation {
+
+class Party final : public CVexaShfeMdSpi {
+public:
+    Party(World& world, int32_t channel);
+    ~Party() override;
+    Party(const Party&) = delete;
+    Party& operator=(const Party&) = delete;
+
+    void OnVexaShfeMd(VexaShfeMdType& md) override;
+
+    int32_t Start(bool isPolling, const std::string& remark = "");
+    int32_t Step();
+    void Stop();
+    void Signal();
+
+    /// Whether the application stops at its next update.
+    void SetStopAtUpdate(bool isStopping) { m_isStoppingAtUpdate = isStopping; }
+
+    /// After the end: nothing of the snapshot is alive, and every step says so.
+    void CheckEnded();
+
+    bool IsLive() const { return m_isLive; }
+    bool IsEnding() const { return m_isStopped || m_isSignalled; }
+
+private:
+    bool MayBringUp() const;
+    int32_t ExpectedStart() const;
+    void CheckResult(int32_t result);
+    void CheckLevel();
+
+    World& m_world;
+    int32_t m_channel;
+    std::unique_ptr<SimulatedApi> m_api;
+    VexaShfeMdType m_record{};
+    bool m_isPolling = false;
+    bool m_isLive = false;
+    bool m_isStopped = false;
+    bool m_isSignalled = false;
+    bool m_isStoppingAtUpdate = false;
+    EPhase m_endedIn = EPhase::Closed;  ///< where the stop or signal came
+};
+
+}  // namespace simulation

@@ -1,0 +1,172 @@
+#include "simulation/Plan.h"
+
+#include <algorithm>
+#include <array>
+
+#include "exchange/Faults.h"
+#include "exchange/InstrumentList.h"
+#include "exchange/Random.h"
+
+namespace simulation {
+namespace {
+
+using exchange::Random;
+
+constexpr uint32_t FULL_SIZE_ONE_IN = 40;
+constexpr uint32_t MEMORY_DEAD_ONE_IN = 100;
+constexpr int32_t FULL_SHFE = 600;
+constexpr int32_t FULL_INE = 200;
+constexpr int32_t TRADING_DAY = 20260430;
+constexpr const char* ALL_FAULTS = "all";
+
+constexpr std::array<const char*, static_cast<std::size_t>(EStep::Count_)> STEP_NAMES{"live",
+                                                                                      "lose",
+                                                                                      "lose-later",
+                                                                                      "price-error",
+                                                                                      "lost-count",
+                                                                                      "time-out-outside",
+                                                                                      "time-out-inside",
+                                                                                      "stop-and-start",
+                                                                                      "stop-in-start",
+                                                                                      "stop-in-recovery",
+                                                                                      "stop-from-callback",
+                                                                                      "new-object",
+                                                                                      "skip-unchanged",
+                                                                                      "skip-edited",
+                                                                                      "other-channel",
+                                                                                      "set-wall-clock",
+                                                                                      "signal"};
+
+constexpr EPhase START_PHASES[] = {EPhase::Memory,   EPhase::Programming, EPhase::Loading, EPhase::Tables,
+                                   EPhase::Versions, EPhase::Subscribing, EPhase::Engines};
+
+std::vector<std::string> Split(const std::string& names) {
+    std::vector<std::string> parts;
+    for (std::size_t begin = 0; begin < names.size();) {
+        const std::size_t end = std::min(names.find(',', begin), names.size());
+        parts.push_back(names.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return parts;
+}
+
+std::vector<std::string> FaultsOf(const std::string& wish, uint64_t seed) {
+    if (wish != ALL_FAULTS) return Split(wish);
+    Random random(seed, "swarm");
+    std::vector<std::string> faults;
+    for (const exchange::FaultRow& row : exchange::FaultTable()) {
+        if (row.isRecovered && random.OneIn(2)) faults.emplace_back(row.name);
+    }
+    return faults;
+}
+
+/// An entry of a channel's list: a product, a future, a whole id, or something that no exchange lists.
+std::string Entry(const std::vector<exchange::Instrument>& instruments, Random& random) {
+    const std::string& id = instruments[random.Below(static_cast<uint32_t>(instruments.size()))].id;
+    switch (random.Below(4)) {
+        case 0: return id.substr(0, 2);
+        case 1: return id.substr(0, 6);
+        case 2: return id;
+        default: return random.OneIn(2) ? "zz" : id + "X";
+    }
+}
+
+void PlanChannels(Plan& plan, Random& random) {
+    auto instruments = exchange::ListInstruments(exchange::Venue::Shfe, plan.shfeInstruments, TRADING_DAY, plan.seed);
+    const auto ine = exchange::ListInstruments(exchange::Venue::Ine, plan.ineInstruments, TRADING_DAY, plan.seed);
+    instruments.insert(instruments.end(), ine.begin(), ine.end());
+    plan.otherChannel = random.Between(1, CHANNEL_SIZE - 1);
+    for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) {
+        ChannelPlan& planned = plan.channels[channel];
+        planned.hasOptions = random.OneIn(2);
+        if (channel != 0 && channel != plan.otherChannel && !random.OneIn(8)) continue;
+        planned.insts = "all";
+        if (random.OneIn(2)) continue;
+        planned.insts = Entry(instruments, random);
+        for (uint32_t more = random.Below(4); more > 0; --more) planned.insts += "," + Entry(instruments, random);
+    }
+}
+
+void PlanConfiguration(Plan& plan, Random& random) {
+    const uint32_t feeds = random.Below(6);
+    plan.hasShfe = feeds != 0;
+    plan.hasIne = feeds != 1;
+    plan.isShielded = random.OneIn(4);
+    plan.isPolling = random.OneIn(2);
+    plan.isChecksumAsked = random.OneIn(2);
+    plan.isMemoryDead = random.OneIn(MEMORY_DEAD_ONE_IN);
+    constexpr int32_t LEVELS[] = {0, 1, 3, 7, 7, 15};
+    plan.logLevel = LEVELS[random.Below(std::size(LEVELS))];
+    plan.waitSeconds = random.Between(4, 12);
+    plan.attempts = random.Between(3, 5);
+    plan.maxInstNo[SHFE_2PS] = random.Between(81000, 81999);
+    plan.maxInstNo[INE_2PS] = random.Between(85000, 85999);
+    plan.lostPacketAfter = random.Below(60) + 1;
+}
+
+/// A poll takes five milliseconds here: an attempt needs longer where many snapshots come before a good one, or tiny
+/// segments.
+int32_t SecondsForFaults(const Plan& plan) {
+    const auto has = [&](exchange::EFault fault) {
+        return std::find(plan.faults.begin(), plan.faults.end(), exchange::FaultName(fault)) != plan.faults.end();
+    };
+    int32_t connects = 1;
+    for (const exchange::FaultRow& row : exchange::FaultTable()) {
+        if (row.place == exchange::EFaultPlace::OneConnection && has(row.kind)) ++connects;
+    }
+    const int32_t instruments = plan.shfeInstruments + plan.ineInstruments;
+    const bool isTiny = has(exchange::EFault::SplitSmall);
+    const int32_t msEach = isTiny ? 80 : 6;
+    const int32_t floodSeconds = has(exchange::EFault::EarlyFlood) ? 4 : 0;
+    const int32_t oversizedSeconds = has(exchange::EFault::OversizedMessage) ? (isTiny ? 12 : 1) : 0;
+    return connects * instruments * msEach / 1000 + floodSeconds + oversizedSeconds;
+}
+
+Step PlanStep(Random& random) {
+    Step step;
+    step.kind = static_cast<EStep>(random.Below(static_cast<uint32_t>(EStep::Signal)));
+    step.phase = START_PHASES[random.Below(std::size(START_PHASES))];
+    step.at = 1 + random.Below(random.OneIn(2) ? 3 : 40);
+    step.count = random.Between(1, 60);
+    if (step.kind == EStep::SetWallClock) step.count = random.Between(-3000, 3000);
+    return step;
+}
+
+}  // namespace
+
+const char* StepName(EStep step) { return STEP_NAMES[static_cast<std::size_t>(step)]; }
+
+std::string Step::Text() const {
+    return std::string(StepName(kind)) + " phase=" + PhaseName(phase) + " at=" + std::to_string(at) +
+           " count=" + std::to_string(count);
+}
+
+std::string Plan::FaultList() const {
+    std::string list;
+    for (const std::string& name : faults) list += (list.empty() ? "" : ",") + name;
+    return list;
+}
+
+Plan MakePlan(uint64_t seed, const PlanWish& wish) {
+    Plan plan;
+    plan.seed = seed;
+    Random sizes(seed, "sizes");
+    const bool isFull = sizes.OneIn(FULL_SIZE_ONE_IN);
+    plan.shfeInstruments = isFull ? FULL_SHFE : sizes.Between(1, 16);
+    plan.ineInstruments = isFull ? FULL_INE : sizes.Between(1, 10);
+    plan.faults = FaultsOf(wish.faults, seed);
+    Random configuration(seed, "configuration");
+    PlanConfiguration(plan, configuration);
+    plan.waitSeconds += SecondsForFaults(plan);
+    Random channels(seed, "channels");
+    PlanChannels(plan, channels);
+    Random script(seed, "script");
+    for (uint32_t left = 2 + script.Below(isFull ? 2 : 5); left > 0; --left) plan.steps.push_back(PlanStep(script));
+    if (script.OneIn(10)) {
+        plan.steps.push_back(PlanStep(script));
+        plan.steps.back().kind = EStep::Signal;
+    }
+    return plan;
+}
+
+}  // namespace simulation

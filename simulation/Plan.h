@@ -1,0 +1,79 @@
+/// One session before it runs: sizes, configuration, faults and script, all of them from the seed.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "common/FpgaStructCommon.h"
+#include "simulation/Phase.h"
+
+namespace simulation {
+
+enum class EStep : uint8_t {
+    Live,              ///< receive `count` updates
+    Lose,              ///< the board loses `count` updates while live
+    LoseLater,         ///< a loss while live, and another one at the `at`-th outside call of `phase` of its recovery
+    PriceError,        ///< event
+    LostCount,         ///< event: the fourth word's loss bits
+    TimeOutOutside,    ///< event, the last update outside the quiet windows
+    TimeOutInside,     ///< event, the last update inside a quiet window
+    StopAndStart,      ///< stop while live, then a fresh start of the callback form
+    StopInStart,       ///< a new object, stopped at the `at`-th outside call of `phase` of its start
+    StopInRecovery,    ///< the same in a recovery
+    StopFromCallback,  ///< the application stops while it is handed an update
+    NewObject,         ///< a new process takes the board over
+    SkipUnchanged,     ///< the same with the checksum asked for and the file unchanged
+    SkipEdited,        ///< the same with the file edited
+    OtherChannel,      ///< another channel's session receives `count` steps beside the managing one
+    SetWallClock,      ///< the wall clock jumps by `count` minutes, back or forward
+    Signal,            ///< SIGTERM at the `at`-th outside call of `phase` of a recovery; the session's last step
+    Count_
+};
+
+const char* StepName(EStep step);
+
+struct Step {
+    EStep kind = EStep::Live;
+    EPhase phase = EPhase::Live;
+    uint32_t at = 1;
+    int32_t count = 0;
+    std::string Text() const;
+};
+
+struct ChannelPlan {
+    std::string insts;
+    bool hasOptions = false;
+};
+
+struct Plan {
+    uint64_t seed = 1;
+    int32_t shfeInstruments = 12;
+    int32_t ineInstruments = 8;
+    std::vector<std::string> faults;  ///< names
+    bool hasShfe = true;
+    bool hasIne = true;
+    bool isShielded = false;
+    bool isPolling = false;
+    bool isChecksumAsked = false;
+    bool isMemoryDead = false;
+    int32_t logLevel = 7;
+    int32_t waitSeconds = 10;
+    int32_t attempts = 3;
+    int32_t maxInstNo[FEED_COUNT] = {81000, 81101, 85000, 85101};
+    uint32_t lostPacketAfter = 40;
+    int32_t otherChannel = 2;
+    ChannelPlan channels[CHANNEL_SIZE];
+    std::vector<Step> steps;
+
+    std::string FaultList() const;
+};
+
+/// What the command line asks for; "all" gives each fault to half of the sessions.
+struct PlanWish {
+    std::string faults = "all";
+};
+
+Plan MakePlan(uint64_t seed, const PlanWish& wish);
+
+}  // namespace simulation

@@ -1,0 +1,35 @@
+/// A board provider that shows everything to a watcher and then calls the software board's. One at a time.
+#pragma once
+
+#include <cstdint>
+
+#include "public/reg/BoardProvider.h"
+#include "simulation/RegisterRules.h"
+
+namespace simulation {
+
+class IBoardWatcher {
+public:
+    /// False when the board need not be told.
+    virtual bool OnWrite(uint32_t index, uint32_t value) = 0;
+    virtual void BeforeRead(EAccess access, uint32_t index) = 0;
+    virtual void AfterRead(EAccess access, uint32_t index, uint64_t value) = 0;
+    virtual void BeforeReceive(int32_t channel) = 0;
+    virtual void OnMessage(int32_t channel, const unsigned char* data, unsigned int length,
+                           VexaBoardMessageHandler handler, void* user) = 0;
+    virtual void AfterReceive(int32_t channel) = 0;
+    virtual ~IBoardWatcher() = default;
+};
+
+class Seam {
+public:
+    explicit Seam(IBoardWatcher& watcher);
+    ~Seam();
+    Seam(const Seam&) = delete;
+    Seam& operator=(const Seam&) = delete;
+
+    /// Register areas and streams that are open.
+    static int32_t OpenHandles();
+};
+
+}  // namespace simulation

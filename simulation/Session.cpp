@@ -1,0 +1,275 @@
+#include "simulation/Session.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+
+#include "simulation/Party.h"
+#include "simulation/World.h"
+
+namespace simulation {
+namespace {
+
+constexpr int EMPTY_STEPS_MAX = 5000;
+constexpr int64_t NANOSECONDS_PER_MINUTE = 60 * NANOSECONDS_PER_SECOND;
+constexpr int64_t DAY = 1'777'507'200 * NANOSECONDS_PER_SECOND;  // 2026-04-30 00:00 UTC
+constexpr int BUSY_MINUTE = 10 * 60 + 45;
+constexpr int QUIET_MINUTE = 15 * 60 + 5;
+
+std::size_t OpenDescriptors() {
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+class Player {
+public:
+    Player(const Plan& plan, World& world) : m_plan(plan), m_world(world) {}
+
+    void Play() {
+        m_manager = std::make_unique<Party>(m_world, 0);
+        Start(m_plan.isPolling);
+        for (const Step& step : m_plan.steps) {
+            if (m_plan.isMemoryDead) break;
+            m_world.Note(EEvent::Script, 0, static_cast<uint64_t>(step.kind), step.at);
+            m_world.Reached().Note(StepName(step.kind), m_world.Order().Phase());
+            Do(step);
+        }
+        Close();
+    }
+
+    uint64_t Losses() const { return m_losses; }
+
+private:
+    void Do(const Step& step);
+    void DoEnding(const Step& step);
+    void Start(bool isPolling, const std::string& remark = "");
+    void NewObject(bool isPolling, const std::string& remark = "");
+    void MakeLive();
+    void Receive(int32_t updates);
+    void Recover();
+    void Lose(const Step& step);
+    void RaiseTimeOut(int minute);
+    void StopAndStart(const Step& step);
+    void StopInStarts(const Step& step);
+    void OtherChannel(int32_t steps);
+    void At(const Step& step, std::function<void()> action);
+    void Close();
+    void CloseRound();
+
+    const Plan& m_plan;
+    World& m_world;
+    std::unique_ptr<Party> m_manager;
+    std::string m_remark;
+    uint64_t m_losses = 0;
+};
+
+// ---- starts ---------------------------------------------------------------------------------------------------------
+
+void Player::Start(bool isPolling, const std::string& remark) {
+    m_remark = remark;
+    const uint64_t bringUps = m_world.Order().BringUps();
+    if (m_manager->Start(isPolling, remark) == 0 && m_world.Order().BringUps() == bringUps) {
+        m_world.Quirks().OnBoardLeftAlone();
+    }
+}
+
+void Player::NewObject(bool isPolling, const std::string& remark) {
+    m_manager.reset();
+    m_manager = std::make_unique<Party>(m_world, 0);
+    Start(isPolling, remark);
+}
+
+// Whatever state the last step left: afterwards a session runs.
+void Player::MakeLive() {
+    if (m_manager->IsLive() && !m_manager->IsEnding()) return;
+    if (m_manager->IsEnding()) m_manager->CheckEnded();
+    NewObject(m_plan.isPolling, m_remark);
+}
+
+void Player::Receive(int32_t updates) {
+    const uint64_t target = m_world.Deliveries(0).Records() + static_cast<uint64_t>(updates);
+    for (int step = 0; step < EMPTY_STEPS_MAX && m_world.Deliveries(0).Records() < target; ++step) {
+        if (m_manager->Step() == -1) return;
+        if (m_world.Board().IsDrained() || step > 20 * updates) return;
+    }
+}
+
+// ---- losses ---------------------------------------------------------------------------------------------------------
+
+void Player::Recover() {
+    const uint64_t started = m_world.Order().EngineStarts();
+    for (int step = 0; step < EMPTY_STEPS_MAX && m_world.Order().EngineStarts() == started; ++step) {
+        if (m_manager->Step() == -1) return;
+    }
+}
+
+void Player::At(const Step& step, std::function<void()> action) {
+    m_world.SetTrigger({step.phase, step.at, std::move(action)});
+}
+
+void Player::Lose(const Step& step) {
+    if (step.kind == EStep::LoseLater) {
+        At(step, [this, step] { m_world.Lose(static_cast<uint32_t>(step.count)); });
+    }
+    ++m_losses;
+    m_world.Lose(static_cast<uint32_t>(step.count));
+    Recover();
+    m_world.SetTrigger({});
+}
+
+void Player::RaiseTimeOut(int minute) {
+    m_world.Clock().SetWall(DAY + minute * NANOSECONDS_PER_MINUTE);
+    Receive(3);
+    m_world.Raise({DMA_EVENT, sizeof(U50Event), 1U << 6, 0, 0, 0, 0, 0});
+    Receive(5);
+}
+
+// ---- the script -----------------------------------------------------------------------------------------------------
+
+void Player::Do(const Step& step) {
+    if (step.kind != EStep::StopInStart) MakeLive();
+    switch (step.kind) {
+        case EStep::Live: return Receive(step.count);
+        case EStep::Lose:
+        case EStep::LoseLater: return Lose(step);
+        case EStep::PriceError:
+            m_world.Raise({DMA_EVENT, sizeof(U50Event), 0, 1U << (step.at % 4), 0, 0, 0, 0});
+            return Recover();
+        case EStep::LostCount:
+            m_world.Raise({DMA_EVENT, sizeof(U50Event), 0, 0, 0, 1U << (step.at % 4), 0, 0});
+            return Recover();
+        case EStep::TimeOutOutside: return RaiseTimeOut(BUSY_MINUTE);
+        case EStep::TimeOutInside: return RaiseTimeOut(QUIET_MINUTE);
+        case EStep::NewObject:
+        case EStep::SkipUnchanged: return NewObject(step.count % 2 == 0, m_remark);
+        case EStep::SkipEdited: return NewObject(step.count % 2 == 0, m_remark + "edited ");
+        case EStep::OtherChannel: return OtherChannel(step.count);
+        case EStep::SetWallClock:
+            return m_world.Clock().SetWall(m_world.Clock().Wall() + step.count * NANOSECONDS_PER_MINUTE);
+        default: return DoEnding(step);
+    }
+}
+
+void Player::DoEnding(const Step& step) {
+    switch (step.kind) {
+        case EStep::StopAndStart: return StopAndStart(step);
+        case EStep::StopInStart: return StopInStarts(step);
+        case EStep::StopInRecovery:
+            At(step, [this] { m_manager->Stop(); });
+            m_world.Lose(1);
+            Recover();
+            break;
+        case EStep::Signal:
+            At(step, [this] { m_manager->Signal(); });
+            if (step.count % 2 == 0) NewObject(m_plan.isPolling, m_remark);
+            m_world.Lose(1);
+            if (!m_manager->IsEnding()) Recover();
+            break;
+        default:  // from the callback
+            m_manager->SetStopAtUpdate(true);
+            Receive(1);
+            m_manager->SetStopAtUpdate(false);
+            break;
+    }
+    m_world.SetTrigger({});
+    if (m_manager->IsEnding()) m_manager->CheckEnded();
+}
+
+// A fresh start of the same object may be stopped again, until its attempts are used up; one of the polling form keeps
+// the stop.
+void Player::StopInStarts(const Step& step) {
+    const auto stopAt = [&] { At(step, [this] { m_manager->Stop(); }); };
+    stopAt();
+    NewObject(false, m_remark);
+    for (int32_t again = step.count % 6; again > 0 && m_manager->IsEnding(); --again) {
+        m_world.SetTrigger({});
+        m_manager->CheckEnded();
+        if (again != 1 || step.at % 2 == 0) stopAt();
+        Start(again == 2, m_remark);
+    }
+    m_world.SetTrigger({});
+    if (m_manager->IsEnding()) m_manager->CheckEnded();
+}
+
+void Player::StopAndStart(const Step& step) {
+    Receive(step.count % 8);
+    m_manager->Stop();
+    m_manager->CheckEnded();
+    Start(false, m_remark);
+}
+
+void Player::OtherChannel(int32_t steps) {
+    Party other(m_world, m_plan.otherChannel);
+    m_world.OnOtherSession();
+    other.Start(steps % 2 == 0);
+    for (int32_t step = 0; step < steps; ++step) {
+        other.Step();
+        if (step % 3 == 0) m_manager->Step();
+        if (step == steps / 2) m_world.Lose(2);
+    }
+    other.Stop();
+    other.CheckEnded();
+}
+
+// ---- the end --------------------------------------------------------------------------------------------------------
+
+void Player::CloseRound() {
+    // A loss that the board makes by itself must come before the round, in which the exchange moves by another order.
+    const auto& statistics = m_world.Board().Statistics();
+    for (int step = 0; step < EMPTY_STEPS_MAX && statistics.liveUpdates < m_plan.lostPacketAfter; ++step) {
+        if (m_manager->Step() == -1) return;
+    }
+    m_world.BeginClosingRound();
+    for (int empty = 0; empty < EMPTY_STEPS_MAX; ++empty) {
+        const int32_t result = m_manager->Step();
+        if (result == -1) break;
+        if (result == 0 && m_world.Board().IsDrained() && !m_world.Order().IsRecoveryDue()) break;
+    }
+    Require(m_world.Board().IsDrained(), 5, [] { return std::string("the last updates never arrived"); });
+    m_world.Deliveries(0).CheckComplete();
+}
+
+void Player::Close() {
+    const bool isSignalled =
+        !m_plan.steps.empty() && m_plan.steps.back().kind == EStep::Signal && m_manager->IsEnding();
+    if (!m_plan.isMemoryDead && !isSignalled) {
+        MakeLive();
+        if (m_manager->IsLive()) CloseRound();
+    }
+    m_manager->Stop();
+    m_manager->CheckEnded();
+    m_manager.reset();
+    const int32_t streams = Seam::OpenHandles() + (m_world.GetCanary().Lies(24) ? 1 : 0);
+    Require(streams == 1, 24, [=] { return std::to_string(streams) + " handles are open after the last session"; });
+}
+
+void CollectCounts(World& world, const Player& player, Outcome& outcome) {
+    outcome.updates = world.Deliveries(0).Records() + world.Deliveries(1).Records();
+    outcome.losses = player.Losses();
+    outcome.recoveries = world.Order().EngineStarts();
+    outcome.reach = world.Reached();
+    world.Quirks().AddTo(outcome.quirks);
+}
+
+}  // namespace
+
+Outcome RunSession(const Plan& plan, int canaryNumber, std::FILE* file) {
+    Outcome outcome;
+    Canary canary(canaryNumber);
+    EventTrace trace(file);
+    try {
+        const std::size_t descriptors = OpenDescriptors();
+        World world(plan, canary, trace);
+        Player player(plan, world);
+        player.Play();
+        CollectCounts(world, player, outcome);
+        Require(OpenDescriptors() == descriptors, 24, [] { return std::string("a descriptor was left open"); });
+    } catch (const Breach& breach) {
+        outcome.breach = breach;
+        outcome.lastEvents = trace.LastLines();
+    }
+    outcome.traceHash = trace.Hash();
+    return outcome;
+}
+
+}  // namespace simulation

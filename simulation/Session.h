@@ -1,0 +1,31 @@
+/// Plays one plan from the first start to the end of the last object.
+#pragma once
+
+#include <array>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulation/Invariants.h"
+#include "simulation/Ledger.h"
+#include "simulation/Plan.h"
+#include "simulation/Reach.h"
+
+namespace simulation {
+
+struct Outcome {
+    std::optional<Breach> breach;
+    std::vector<std::string> lastEvents;  ///< of a breach
+    uint64_t updates = 0;
+    uint64_t losses = 0;
+    uint64_t recoveries = 0;
+    uint64_t traceHash = 0;
+    std::array<uint64_t, QUIRK_COUNT> quirks{};
+    Reach reach;
+};
+
+/// `canary`: the number of the rule to break by a lie, or 0. `trace` may be null.
+Outcome RunSession(const Plan& plan, int canary, std::FILE* trace);
+
+}  // namespace simulation

@@ -1,0 +1,11 @@
+/// Takes faults and script steps away from a plan that breaks a rule, one by one, for as long as it still breaks the
+/// same.
+#pragma once
+
+#include "simulation/Plan.h"
+
+namespace simulation {
+
+Plan Shrink(Plan plan, int canary, int invariant);
+
+}  // namespace simulation

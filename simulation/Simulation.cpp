@@ -1,0 +1,92 @@
+#include "simulation/Simulation.h"
+
+#include <cstdlib>
+#include <ctime>
+#include <sstream>
+#include <stdexcept>
+
+#include "exchange/Faults.h"
+#include "simulation/EventTrace.h"
+#include "simulation/Shrinker.h"
+
+namespace simulation {
+namespace {
+
+double RealSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+void CheckFaults(const std::string& names) {
+    exchange::Faults faults;
+    std::string error;
+    if (!exchange::ParseFaults(names, faults, error)) throw std::invalid_argument("--faults: " + error);
+    if (faults.MomentOf(exchange::EFault::AbsentValues)) {
+        throw std::invalid_argument(
+            "--faults: absent-values takes no moment here: it changes the truth from the beginning");
+    }
+}
+
+void Add(const Outcome& outcome, Totals& totals) {
+    ++totals.sessions;
+    totals.updates += outcome.updates;
+    totals.losses += outcome.losses;
+    totals.recoveries += outcome.recoveries;
+    totals.traceHash = Mix(totals.traceHash, outcome.traceHash);
+    for (std::size_t quirk = 0; quirk < QUIRK_COUNT; ++quirk) totals.quirks[quirk] += outcome.quirks[quirk];
+    totals.reach.Add(outcome.reach);
+}
+
+void TellPlan(std::ostream& out, const Plan& plan) {
+    out << "faults: " << (plan.faults.empty() ? "none" : plan.FaultList()) << "\n";
+    for (const Step& step : plan.steps) out << "step: " << step.Text() << "\n";
+}
+
+}  // namespace
+
+Totals RunSessions(const Wish& wish) {
+    CheckFaults(wish.faults);
+    setenv("TZ", "UTC", 1);  // the quiet windows are local time
+    tzset();
+    Totals totals;
+    const double start = RealSeconds();
+    for (uint64_t session = 0; session < wish.sessions && !totals.broken; ++session) {
+        if (wish.minutes > 0 && RealSeconds() - start >= wish.minutes * 60) break;
+        const Plan plan = MakePlan(wish.seed + session, {wish.faults});
+        const Outcome outcome = RunSession(plan, wish.canary, wish.trace);
+        Add(outcome, totals);
+        if (!outcome.breach) continue;
+        totals.broken = plan;
+        totals.outcome = outcome;
+    }
+    totals.seconds = RealSeconds() - start;
+    return totals;
+}
+
+std::string TellBreach(const Totals& totals, const Wish& wish) {
+    const Breach& breach = *totals.outcome.breach;
+    std::ostringstream out;
+    out << "the last events:\n";
+    for (const std::string& line : totals.outcome.lastEvents) out << line << "\n";
+    const Invariant* rule = FindInvariant(breach.invariant);
+    out << "\nbroken: " << breach.invariant << " (" << rule->name << "): " << rule->rule << "\n  " << breach.what
+        << "\n";
+    out << "seed " << totals.broken->seed << "; again with: vexa-sim --seed " << totals.broken->seed << " --faults "
+        << (wish.faults.empty() ? "\"\"" : wish.faults);
+    if (wish.canary != 0) out << " --canary " << wish.canary;
+    out << "\n\nthe least that breaks it:\n";
+    TellPlan(out, Shrink(*totals.broken, wish.canary, breach.invariant));
+    return out.str();
+}
+
+std::string TellReach(const Totals& totals) {
+    std::ostringstream out;
+    out << "what was tried in which phase:\n" << totals.reach.Text() << "\nquirks booked:\n";
+    for (std::size_t quirk = 0; quirk < QUIRK_COUNT; ++quirk) {
+        out << "  " << QuirkName(static_cast<EQuirk>(quirk)) << ": " << totals.quirks[quirk] << "\n";
+    }
+    return out.str();
+}
+
+}  // namespace simulation

@@ -1,0 +1,42 @@
+/// Session after session from one seed, until their number or the time is up or a rule is broken.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "simulation/Session.h"
+
+namespace simulation {
+
+struct Wish {
+    uint64_t seed = 1;
+    uint64_t sessions = 1;
+    double minutes = 0;  ///< 0: no limit; of real time
+    std::string faults = "all";
+    int canary = 0;
+    std::FILE* trace = nullptr;
+};
+
+struct Totals {
+    uint64_t sessions = 0;
+    uint64_t updates = 0;
+    uint64_t losses = 0;
+    uint64_t recoveries = 0;
+    std::array<uint64_t, QUIRK_COUNT> quirks{};
+    Reach reach;
+    double seconds = 0;
+    uint64_t traceHash = 0;
+    std::optional<Plan> broken;  ///< the plan of the session that broke a rule
+    Outcome outcome;             ///< of that session
+};
+
+/// Session k has the seed `wish.seed` + k. Throws std::invalid_argument for a fault that is not known.
+Totals RunSessions(const Wish& wish);
+
+/// Seed, command, last events and rule, then what is left of the plan after shrinking.
+std::string TellBreach(const Totals& totals, const Wish& wish);
+
+std::string TellReach(const Totals& totals);
+
+}  // namespace simulation

@@ -1,0 +1,218 @@
+// Frames the library's calls, does what a script asks for, and keeps the truth up to date.
+#include "simulation/World.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+
+#include "simulation/AllocationMeter.h"
+#include "simulation/Invariants.h"
+#include "simulation/Wanted.h"
+
+namespace simulation {
+namespace {
+
+constexpr uint64_t LIVE_CALLS_MAX = 64;
+constexpr uint64_t SLOTS_OF_AN_ENGINE = uint64_t{SHFE_INST_CAPACITY} + uint64_t{INE_INST_CAPACITY};
+constexpr uint64_t WORDS_OF_ALL_TABLES = 2 * SLOTS_OF_AN_ENGINE * WORDS_PER_SLOT;
+constexpr uint64_t CALLS_OF_A_POLL = 8;
+constexpr uint64_t CALLS_BESIDES = 2000;
+constexpr uint64_t CALLS_OF_A_SLOT = 400;
+constexpr int64_t MEMORY_SECONDS = 8;
+constexpr int64_t POLLS_PER_SECOND = NANOSECONDS_PER_SECOND / SimulatedClock::STEP_NS;
+
+/// Far above what a start needs, far below what never ends.
+uint64_t StartCallsMax(const Plan& plan) {
+    const auto seconds = static_cast<uint64_t>(MEMORY_SECONDS + plan.waitSeconds);
+    const uint64_t slots = static_cast<uint64_t>(plan.shfeInstruments) + static_cast<uint64_t>(plan.ineInstruments);
+    return static_cast<uint64_t>(plan.attempts) *
+               (2 * WORDS_OF_ALL_TABLES + CALLS_BESIDES + seconds * POLLS_PER_SECOND * CALLS_OF_A_POLL) +
+           CHANNEL_SIZE * 2 * slots * CALLS_OF_A_SLOT;
+}
+
+std::filesystem::path MakeDirectory() {
+    std::string name = (std::filesystem::temp_directory_path() / "vexa-sim-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) std::abort();
+    return name;
+}
+
+}  // namespace
+
+software_board::BoardOptions BoardOptionsOf(const Plan& plan) {
+    software_board::BoardOptions options;
+    options.exchange.seed = plan.seed;
+    options.exchange.shfeInstruments = plan.shfeInstruments;
+    options.exchange.ineInstruments = plan.ineInstruments;
+    options.lostPacketAfter = plan.lostPacketAfter;
+    options.hbm2ReadyMs = plan.isMemoryDead ? 1'000'000'000 : 500;
+    options.ringMessages = 256;
+    std::string error;
+    if (!exchange::ParseFaults(plan.FaultList(), options.faults, error)) throw std::invalid_argument(error);
+    return options;
+}
+
+World::World(const Plan& plan, Canary& canary, EventTrace& trace)
+    : m_plan(plan),
+      m_canary(canary),
+      m_trace(trace),
+      m_directory(MakeDirectory()),
+      m_board(BoardOptionsOf(plan)),
+      m_truth(BoardOptionsOf(plan).exchange),
+      m_faults(BoardOptionsOf(plan).faults),
+      m_order({plan.waitSeconds, plan.attempts}),
+      m_log(trace, canary, m_clock),
+      m_managing(plan, m_truth, m_ledger, 0),
+      m_other(plan, m_truth, m_ledger, plan.otherChannel),
+      m_seam(*this) {
+    software_board::InstallBoard(0, &m_board);
+    SimulatedApi::NewProcess(m_directory.string());
+}
+
+World::~World() {
+    software_board::InstallBoard(0, nullptr);
+    std::error_code ignored;
+    std::filesystem::remove_all(m_directory, ignored);
+}
+
+void World::Note(EEvent kind, int32_t channel, uint64_t what, uint64_t value) {
+    m_trace.Add({kind, channel, what, value, m_clock.Now()});
+}
+
+std::string World::ConfigPath(int32_t channel, const std::string& remark) const {
+    const std::filesystem::path file = m_directory / ("channel" + std::to_string(channel) + ".ini");
+    std::ofstream out(file);
+    const auto onOff = [](bool isOn) { return isOn ? "enabled" : "disabled"; };
+    out << "# " << remark << "\n[config]\ndevice=xilinx0:" << channel << "\nlog_level=" << m_plan.logLevel
+        << "\nSRCIP=10.20.0.2\nSRCPORT=40000\nshfe2ps=" << onOff(m_plan.hasShfe) << "\nine2ps=" << onOff(m_plan.hasIne)
+        << "\nshfe2ps_max_inst_no=" << m_plan.maxInstNo[SHFE_2PS]
+        << "\nine2ps_max_inst_no=" << m_plan.maxInstNo[INE_2PS] << "\nshield_price_check=" << m_plan.isShielded
+        << "\ncrc_mux_check=" << m_plan.isChecksumAsked << "\nwait_snap_timeout=" << m_plan.waitSeconds
+        << "\ninit_tcpcnt=" << m_plan.attempts << "\n";
+    for (int32_t user = 0; user < CHANNEL_SIZE; ++user) {
+        const ChannelPlan& planned = m_plan.channels[user];
+        if (planned.insts.empty()) continue;
+        out << "[channel" << user << "]\ninsts=" << planned.insts
+            << "\noptions=" << (planned.hasOptions ? "recv" : "norecv") << "\n";
+    }
+    return file.string();
+}
+
+void World::OnNewManager(SimulatedApi* api) {
+    m_manager = api;
+    m_priceChecksFailed = 0;
+    m_order.OnNewObject();
+    m_snapshot.OnBringUp();
+    m_managing.OnSession();
+}
+
+// ---- calls ----------------------------------------------------------------------------------------------------------
+
+void World::BeginCall(int32_t channel, bool mayBringUp) {
+    m_caller = channel;
+    m_calls = 0;
+    m_callsMax = mayBringUp ? StartCallsMax(m_plan) : LIVE_CALLS_MAX;
+    m_recordsInCall = m_messagesInCall = 0;
+    m_looksBefore = m_clock.Looks();
+    m_boardLooks = 0;
+    m_bringUpsBefore = m_order.BringUps();
+    m_wasRecoveryDue = m_order.IsRecoveryDue();
+    Note(EEvent::Call, channel, mayBringUp ? 1 : 0, 0);
+}
+
+void World::EndCall(int32_t channel, bool isOver) {
+    Follow();
+    m_calls += m_clock.Looks() - m_looksBefore - m_boardLooks;
+    CountCall();
+    const bool hasBroughtUp = m_order.BringUps() != m_bringUpsBefore;
+    if (channel == 0) {
+        m_order.OnReturn(isOver, m_clock.Now());
+        Require(!m_wasRecoveryDue || hasBroughtUp || isOver, 4,
+                [] { return std::string("a step after a loss began no recovery"); });
+    }
+    if (m_messagesInCall > 0 && !hasBroughtUp) {
+        Require(m_clock.Looks() == m_looksBefore + m_boardLooks, 19,
+                [] { return std::string("a step that delivered looked at the clock"); });
+    }
+    Require(m_board.Statistics().refusedTableWrites == 0, 6, [] { return std::string("the board refused a write"); });
+    Note(EEvent::Result, channel, isOver ? 1 : 0, m_recordsInCall);
+}
+
+void World::OnRecord(int32_t channel, const VexaShfeMdType& record) {
+    const AllocationMeter::Watch unwatched(false);
+    ++m_recordsInCall;
+    Note(EEvent::Record, channel, uint64_t{record.inst_no} << 32 | record.change_no, HashOf(&record, sizeof record));
+    const bool isSilent = channel == 0 && (m_order.Phase() != EPhase::Live || m_order.IsRecoveryDue());
+    Require(!isSilent && !m_canary.Lies(4), 4,
+            [&] { return IdOf(record) + " in phase " + PhaseName(m_order.Phase()); });
+    if (m_truth.IsInRound() && m_canary.Lies(5)) return;
+    if (m_canary.Number() == 21 && Deliveries(channel).HasSeen(FeedOf(record), record) && m_canary.Lies(21)) return;
+    Deliveries(channel).OnRecord(AsTold(channel, record));
+}
+
+EMDQPDataType World::FeedOf(const VexaShfeMdType& record) const {
+    return record.max_inst_no == static_cast<uint32_t>(m_plan.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
+}
+
+// The record as the checks are to see it: as it is, but for the canaries of the rules about records.
+VexaShfeMdType World::AsTold(int32_t channel, const VexaShfeMdType& record) {
+    VexaShfeMdType told = record;
+    const EMDQPDataType feed =
+        record.max_inst_no == static_cast<uint32_t>(m_plan.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
+    if (m_canary.Lies(1)) told.bid_volume ^= 1;
+    if (m_canary.Number() == 2 && Deliveries(channel).HasSeen(feed, record) && record.change_no > 2 &&
+        m_canary.Lies(2)) {
+        told = *m_truth.Find(feed, record.inst_no, record.change_no - 2);
+    }
+    for (int32_t instNo = 0; m_canary.Number() == 3 && instNo < m_truth.Count(feed); ++instNo) {
+        const VexaShfeMdType& other = m_truth.Latest(feed, instNo);
+        if (!IsWanted(m_plan.channels[channel], IdOf(other)) && m_canary.Lies(3)) told = other;
+    }
+    told.max_inst_no = record.max_inst_no;
+    return told;
+}
+
+// ---- the market -----------------------------------------------------------------------------------------------------
+
+void World::Follow() {
+    const software_board::BoardStatistics& statistics = m_board.Statistics();
+    if (statistics.snapshotConnections != m_connections) {
+        m_connections = statistics.snapshotConnections;
+        m_truth.OnSnapshots(m_plan.hasShfe, m_plan.hasIne, m_faults);
+    }
+    m_truth.Follow(statistics.liveUpdates, statistics.lostUpdates,
+                   [this](EMDQPDataType feed, int32_t instNo, bool isLost) {
+                       if (!isLost) return;
+                       m_ledger.Taint(feed, instNo, EQuirk::LossNotYetRebuilt);
+                       m_managing.OnLoss();
+                       m_other.OnLoss();
+                   });
+    if (statistics.overruns == m_overruns) return;
+    m_overruns = statistics.overruns;
+    m_managing.OnLoss();
+    m_other.OnLoss();
+}
+
+void World::Lose(uint32_t updates) {
+    Follow();
+    m_reach.Note("lose", m_order.Phase());
+    Note(EEvent::Script, 0, static_cast<uint64_t>(EStep::Lose), updates);
+    {
+        const SimulatedClock::Hold hold(m_clock);
+        m_board.LosePackets(updates);
+    }
+    Follow();
+}
+
+void World::Raise(const U50Event& event) {
+    m_reach.Note("event", m_order.Phase());
+    Note(EEvent::Script, 0, event.event_data0, event.event_data1);
+    m_board.RaiseEvent(0, event);
+}
+
+void World::BeginClosingRound() {
+    Follow();
+    m_truth.BeginRound();
+    m_board.FinishAfterOneMoreOfEach();
+}
+
+}  // namespace simulation

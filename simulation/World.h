@@ -1,0 +1,145 @@
+/// Everything outside the library for one session: virtual time, the board and its exchange, the log, the application's
+/// view, and the rules that watch them.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "simulation/Canary.h"
+#include "simulation/DeliveryRules.h"
+#include "simulation/EventTrace.h"
+#include "simulation/Ledger.h"
+#include "simulation/LogRules.h"
+#include "simulation/Plan.h"
+#include "simulation/Reach.h"
+#include "simulation/Seam.h"
+#include "simulation/SimulatedApi.h"
+#include "simulation/SimulatedClock.h"
+#include "simulation/SnapshotRules.h"
+#include "simulation/StartUpOrder.h"
+#include "simulation/TableRules.h"
+#include "simulation/TruthHistory.h"
+#include "software_board/SoftwareBoard.h"
+
+namespace simulation {
+
+/// Something that happens just before the `at`-th outside call of a phase.
+struct Trigger {
+    EPhase phase = EPhase::Closed;
+    uint32_t at = 0;  ///< 0: none is set
+    std::function<void()> action;
+};
+
+class World final : public IBoardWatcher {
+public:
+    World(const Plan& plan, Canary& canary, EventTrace& trace);
+    ~World() override;
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
+
+    // ---- calls of the library, framed by whoever makes them ----
+    void BeginCall(int32_t channel, bool mayBringUp);
+    /// `isOver`: the call came back without a session.
+    void EndCall(int32_t channel, bool isOver);
+    void OnRecord(int32_t channel, const VexaShfeMdType& record);
+    uint64_t RecordsInCall() const { return m_recordsInCall; }
+    const VexaShfeMdType& LastMessage() const { return m_lastMessage; }
+
+    // ---- what a script does ----
+    void Lose(uint32_t updates);
+    void Raise(const U50Event& event);
+    void SetTrigger(Trigger trigger) { m_trigger = std::move(trigger); }
+    bool HasTrigger() const { return m_trigger.at != 0; }
+    void BeginClosingRound();
+    void OnNewManager(SimulatedApi* api);
+    void OnOtherSession() { m_other.OnSession(); }
+    std::string ConfigPath(int32_t channel, const std::string& remark) const;
+
+    const Plan& GetPlan() const { return m_plan; }
+    Canary& GetCanary() { return m_canary; }
+    EventTrace& Trace() { return m_trace; }
+    SimulatedClock& Clock() { return m_clock; }
+    software_board::SoftwareBoard& Board() { return m_board; }
+    StartUpOrder& Order() { return m_order; }
+    Ledger& Quirks() { return m_ledger; }
+    Reach& Reached() { return m_reach; }
+    DeliveryRules& Deliveries(int32_t channel) { return channel == 0 ? m_managing : m_other; }
+    void Note(EEvent kind, int32_t channel, uint64_t what, uint64_t value);
+    void Follow();
+
+    // ---- the board's watcher ----
+    bool OnWrite(uint32_t index, uint32_t value) override;
+    void BeforeRead(EAccess access, uint32_t index) override;
+    void AfterRead(EAccess access, uint32_t index, uint64_t value) override;
+    void BeforeReceive(int32_t channel) override;
+    void OnMessage(int32_t channel, const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler,
+                   void* user) override;
+    void AfterReceive(int32_t channel) override;
+
+private:
+    void CountCall();
+    void Fire();
+    bool OnTableWrite(uint32_t index, uint32_t value);
+    void OnControlWrite(uint32_t index, uint32_t value);
+    void OnPhase(EPhase before, uint32_t index);
+    void OnBringUp();
+    void OnSnapshotUsed();
+    void CheckTables();
+    void CheckSlot(EMDQPDataType feed, int32_t instNo, bool isEnabled);
+    void CheckSubscriptions();
+    void OnEvent(int32_t channel, const U50Event& event);
+    bool IsLoss(const U50Event& event);
+    uint64_t LastUpdateSeconds();
+    void Deliver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user);
+    void WatchSnapshot();
+    bool IsEnabled(EMDQPDataType feed) const;
+    uint8_t EnabledFeeds() const {
+        return static_cast<uint8_t>((m_plan.hasShfe ? 1U << SHFE_2PS : 0U) | (m_plan.hasIne ? 1U << INE_2PS : 0U));
+    }
+    EMDQPDataType FeedOf(const VexaShfeMdType& record) const;
+    VexaShfeMdType AsTold(int32_t channel, const VexaShfeMdType& record);
+
+    const Plan& m_plan;
+    Canary& m_canary;
+    EventTrace& m_trace;
+    std::filesystem::path m_directory;
+    SimulatedClock m_clock;
+    software_board::SoftwareBoard m_board;
+    TruthHistory m_truth;
+    Ledger m_ledger;
+    Reach m_reach;
+    RegisterRules m_map;
+    exchange::Faults m_faults;
+    StartUpOrder m_order;
+    TableRules m_tables;
+    SnapshotRules m_snapshot;
+    LogRules m_log;
+    DeliveryRules m_managing;
+    DeliveryRules m_other;
+    Seam m_seam;
+
+    Trigger m_trigger;
+    SimulatedApi* m_manager = nullptr;
+    uint64_t m_priceChecksFailed = 0;
+    std::set<std::pair<int32_t, int32_t>> m_insane;  ///< on the board, accepted though abnormal
+
+    int32_t m_caller = 0;
+    uint64_t m_calls = 0;
+    uint64_t m_callsMax = 0;
+    uint64_t m_looksBefore = 0;
+    uint64_t m_boardLooks = 0;
+    uint64_t m_looksAtReceive = 0;
+    uint64_t m_recordsInCall = 0;
+    uint64_t m_messagesInCall = 0;
+    uint64_t m_bringUpsBefore = 0;
+    bool m_wasRecoveryDue = false;
+    uint64_t m_overruns = 0;
+    uint64_t m_connections = 0;
+    VexaShfeMdType m_lastMessage{};
+};
+
+/// The board as the plan wants it.
+software_board::BoardOptions BoardOptionsOf(const Plan& plan);
+
+}  // namespace simulation

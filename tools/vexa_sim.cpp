@@ -1,0 +1,98 @@
+// Whole sessions of the library in virtual time, under faults, with every rule checked after every step.
+#include <CLI/CLI.hpp>
+#include <cinttypes>
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "exchange/Faults.h"
+#include "simulation/Simulation.h"
+
+namespace {
+
+struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
+
+struct SimOptions {
+    simulation::Wish wish;
+    std::string trace;
+    bool isVerbose = false;
+};
+
+FilePtr OpenTrace(const std::string& path) {
+    if (path.empty()) return nullptr;
+    FilePtr file(std::fopen(path.c_str(), "we"));
+    if (file == nullptr) throw std::runtime_error("--trace " + path + ": cannot be written");
+    return file;
+}
+
+int Run(SimOptions& options) {
+    const FilePtr trace = OpenTrace(options.trace);
+    options.wish.trace = trace.get();
+    const simulation::Totals totals = simulation::RunSessions(options.wish);
+    if (trace != nullptr && (std::fflush(trace.get()) != 0 || std::ferror(trace.get()) != 0)) {
+        throw std::runtime_error("--trace " + options.trace + ": could not be written whole");
+    }
+    if (totals.broken) std::fputs(simulation::TellBreach(totals, options.wish).c_str(), stdout);
+    if (options.isVerbose) std::fputs(simulation::TellReach(totals).c_str(), stdout);
+    std::printf("%" PRIu64 " sessions, %" PRIu64 " updates, %" PRIu64 " losses, %" PRIu64
+                " engine starts, %d breaches, %.1f seconds, trace %016" PRIx64 "\n",
+                totals.sessions, totals.updates, totals.losses, totals.recoveries, totals.broken ? 1 : 0,
+                totals.seconds, totals.traceHash);
+    return totals.broken ? 1 : 0;
+}
+
+std::string CheckCanary(const std::string& text) {
+    std::string known;
+    for (const simulation::Invariant& rule : simulation::Invariants()) {
+        known += (known.empty() ? "" : ", ") + std::to_string(rule.number);
+        if (text == std::to_string(rule.number)) return "";
+    }
+    return "there is no rule " + text + "; known are " + known;
+}
+
+std::string CheckFaults(const std::string& names) {
+    exchange::Faults faults;
+    std::string error;
+    return exchange::ParseFaults(names, faults, error) ? "" : error;
+}
+
+int ParseAndRun(int argc, char** argv) {
+    SimOptions options;
+    CLI::App app(
+        "Runs whole sessions of the library in virtual time on the software board, with faults, losses, stops and\n"
+        "restarts drawn from the seed, and checks every rule after every step. The same seed gives the same trace.\n"
+        "Exit status: 0 when every rule held, 1 when one was broken, above 100 for wrong options.");
+    app.name("vexa-sim");
+    app.add_option("--seed", options.wish.seed, "of the first session; session k has this plus k")->required();
+    CLI::Option* sessions = app.add_option("--sessions", options.wish.sessions, "how many")
+                                ->check(CLI::Range(uint64_t{1}, uint64_t{1} << 40))
+                                ->capture_default_str();
+    CLI::Option* minutes = app.add_option("--minutes", options.wish.minutes, "end after this much real time")
+                               ->check(CLI::Range(0.01, 1e5));
+    app.add_option("--faults", options.wish.faults,
+                   "\"all\": each fault in half of the sessions; or a list: " + exchange::FaultNames())
+        ->check(CheckFaults)
+        ->capture_default_str();
+    app.add_option("--canary", options.wish.canary, "tell the checks one lie about the rule of this number")
+        ->check(CheckCanary);
+    app.add_option("--trace", options.trace, "write every event to this file");
+    app.add_flag("--verbose", options.isVerbose, "tell what was tried in which phase, and the quirks booked");
+    CLI11_PARSE(app, argc, argv);
+    if (minutes->count() > 0 && sessions->count() == 0) options.wish.sessions = UINT64_MAX;
+    return Run(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return ParseAndRun(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "vexa-sim: %s\n", error.what());
+        return 1;
+    }
+}

@@ -65,6 +65,7 @@ int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoa
     const int32_t channel = static_cast<int32_t>(std::strtol(name + std::strlen("CUSTOM_CHAN"), nullptr, 10));
     *stream = reinterpret_cast<VexaBoardStream*>(new Stream{inner, channel});
     ++g_openHandles;
+    g_watcher->OnStreamOpened(channel);
     return 0;
 }
 

@@ -14,6 +14,7 @@ public:
     virtual bool OnWrite(uint32_t index, uint32_t value) = 0;
     virtual void BeforeRead(EAccess access, uint32_t index) = 0;
     virtual void AfterRead(EAccess access, uint32_t index, uint64_t value) = 0;
+    virtual void OnStreamOpened(int32_t channel) = 0;
     virtual void BeforeReceive(int32_t channel) = 0;
     virtual void OnMessage(int32_t channel, const unsigned char* data, unsigned int length,
                            VexaBoardMessageHandler handler, void* user) = 0;

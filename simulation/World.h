@@ -72,6 +72,8 @@ public:
     bool OnWrite(uint32_t index, uint32_t value) override;
     void BeforeRead(EAccess access, uint32_t index) override;
     void AfterRead(EAccess access, uint32_t index, uint64_t value) override;
+    /// What waited for the session before is discarded.
+    void OnStreamOpened(int32_t channel) override { Deliveries(channel).OnGap(); }
     void BeforeReceive(int32_t channel) override;
     void OnMessage(int32_t channel, const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler,
                    void* user) override;

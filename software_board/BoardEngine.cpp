@@ -114,7 +114,10 @@ void BoardEngine::StartEngines() {
 bool BoardEngine::Put(std::size_t index, const void* head, uint32_t headBytes, const void* body, uint32_t bodyBytes) {
     ChannelMemory& channel = m_memory.channels[index];
     if (Load(channel.holder) == 0) return false;
-    if (!m_rings[index].Put(head, headBytes, body, bodyBytes)) {
+    // Nothing that came later reaches the host before it knows of what was dropped.
+    const bool isToBeTold = Load(channel.hasOverrun) != 0;
+    if ((isToBeTold && !TellOverrun(static_cast<int32_t>(index))) ||
+        !m_rings[index].Put(head, headBytes, body, bodyBytes)) {
         Drop(index);
         return false;
     }

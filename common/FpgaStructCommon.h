@@ -16,8 +16,13 @@ enum EMDQPDataType : int32_t { SHFE_2PS = 0, SHFE_4PS = 1, INE_2PS = 2, INE_4PS 
 
 constexpr int32_t FEED_COUNT = 4;
 constexpr int32_t CHANNEL_SIZE = 16;
+#ifdef VEXA_SMALL_TABLES  // simulated sessions by the thousand: nine tenths of a start-up is writing unused slots
+constexpr int32_t SHFE_INST_CAPACITY = 64;
+constexpr int32_t INE_INST_CAPACITY = 16;
+#else
 constexpr int32_t SHFE_INST_CAPACITY = 16384;
 constexpr int32_t INE_INST_CAPACITY = 4096;
+#endif
 
 /// One bit per feed; a set bit means enabled, or finished.
 union UEnabledMask {

@@ -1,5 +1,6 @@
 #include "simulation/LogRules.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "simulation/AllocationMeter.h"
@@ -15,6 +16,15 @@ bool IsWhole(std::string_view line) {
     if (line.substr(0, middle).find(':') == std::string_view::npos) return false;
     return line.find(']', middle + 2) != std::string_view::npos && line.find('\n') == std::string_view::npos &&
            line.find('\0') == std::string_view::npos;
+}
+
+/// Texts hold paths and addresses of the machine, and compilers count the lines of a call that takes several in their
+/// own ways; file and function are the same everywhere.
+uint64_t HashOfPlace(std::string_view line) {
+    const std::size_t middle = line.find("][");
+    const std::size_t fileEnd = std::min(line.find(':'), middle);
+    const std::size_t functionEnd = line.find(']', middle + 2);
+    return HashOf(line.data(), fileEnd) ^ HashOf(line.data() + middle, functionEnd - middle);
 }
 
 }  // namespace
@@ -34,11 +44,8 @@ void LogRules::OnLine(ELOGLEVEL level, const char* line, std::size_t length) {
     std::string_view text(line, length);
     if (m_canary.Lies(23)) text = text.substr(0, text.find("]["));
     Require(IsWhole(text), 23, [&] { return "log line \"" + std::string(text) + "\""; });
-    // Texts hold paths and addresses of the machine; where they come from is the same everywhere.
-    if (level != LOG_DEBUG_EX) {
-        const std::size_t head = text.find(']', text.find("][") + 2);
-        m_trace.Add({EEvent::Log, 0, static_cast<uint64_t>(level), HashOf(line, head), m_clock.Now()});
-    }
+    if (level == LOG_DEBUG_EX) return;
+    m_trace.Add({EEvent::Log, 0, static_cast<uint64_t>(level), HashOfPlace(text), m_clock.Now()});
 }
 
 int32_t LogRules::Level() {

@@ -14,8 +14,8 @@ using exchange::Random;
 
 constexpr uint32_t FULL_SIZE_ONE_IN = 40;
 constexpr uint32_t MEMORY_DEAD_ONE_IN = 100;
-constexpr int32_t FULL_SHFE = 600;
-constexpr int32_t FULL_INE = 200;
+constexpr int32_t FULL_SHFE = std::min(600, SHFE_INST_CAPACITY);
+constexpr int32_t FULL_INE = std::min(200, INE_INST_CAPACITY);
 constexpr int32_t TRADING_DAY = 20260430;
 constexpr const char* ALL_FAULTS = "all";
 
@@ -116,10 +116,11 @@ int32_t SecondsForFaults(const Plan& plan) {
     }
     const int32_t instruments = plan.shfeInstruments + plan.ineInstruments;
     const bool isTiny = has(exchange::EFault::SplitSmall);
-    const int32_t msEach = isTiny ? 80 : 6;
-    const int32_t floodSeconds = has(exchange::EFault::EarlyFlood) ? 4 : 0;
-    const int32_t oversizedSeconds = has(exchange::EFault::OversizedMessage) ? (isTiny ? 12 : 1) : 0;
-    return connects * instruments * msEach / 1000 + floodSeconds + oversizedSeconds;
+    const int32_t msEach = isTiny ? 160 : 12;
+    const int32_t floodSeconds = has(exchange::EFault::EarlyFlood) ? 8 : 0;
+    const int32_t oversizedSeconds = has(exchange::EFault::OversizedMessage) ? (isTiny ? 20 : 2) : 0;
+    const int32_t streams = has(exchange::EFault::SecondConnection) ? 2 : 1;
+    return (connects * instruments * msEach / 1000 + floodSeconds + oversizedSeconds) * streams;
 }
 
 Step PlanStep(Random& random) {

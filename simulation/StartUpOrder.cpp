@@ -181,18 +181,16 @@ void StartUpOrder::OnStart() {
     m_next = 0;
 }
 
-void StartUpOrder::OnReturn(bool isOver, int64_t now) {
+bool StartUpOrder::OnReturn(bool isOver, int64_t now) {
     CheckWait(now);
     m_carriesChecksum = false;
-    if (isOver) {
-        m_phase = EPhase::Closed;
-        return;
-    }
-    if (m_phase == EPhase::Live) return;
+    if (isOver) m_phase = EPhase::Closed;
+    if (isOver || m_phase == EPhase::Live) return false;
     Require(m_phase == EPhase::Identity && m_next == m_bringUpStop, 8,
             [this] { return std::string("a start or step came back in the middle of ") + PhaseName(m_phase); });
-    m_phase = EPhase::Live;  // the board was left as it runs
+    m_phase = EPhase::Live;
     m_isRecoveryDue = false;
+    return true;
 }
 
 void StartUpOrder::OutOfOrder(EAccess access, uint32_t index) const {

@@ -25,8 +25,8 @@ public:
     /// A new object: nothing is remembered of the one before it.
     void OnNewObject();
     void OnStart();
-    /// A start or a step has come back; `isOver`: without a session.
-    void OnReturn(bool isOver, int64_t now);
+    /// A start or a step has come back; `isOver`: without a session. True when the start left a running board as it is.
+    bool OnReturn(bool isOver, int64_t now);
     /// The board tells a loss; a recovery is what must come next.
     void OnLoss() { m_isRecoveryDue = true; }
 

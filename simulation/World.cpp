@@ -125,8 +125,8 @@ void World::EndCall(int32_t channel, bool isOver) {
     CountCall();
     const bool hasBroughtUp = m_order.BringUps() != m_bringUpsBefore;
     if (channel == 0) {
-        m_order.OnReturn(isOver, m_clock.Now());
-        Require(!m_wasRecoveryDue || hasBroughtUp || isOver, 4,
+        const bool isLeftAlone = m_order.OnReturn(isOver, m_clock.Now());
+        Require(!m_wasRecoveryDue || hasBroughtUp || isOver || isLeftAlone, 4,
                 [] { return std::string("a step after a loss began no recovery"); });
     }
     if (m_messagesInCall > 0 && !hasBroughtUp) {

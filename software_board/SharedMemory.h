@@ -10,7 +10,7 @@
 
 namespace software_board {
 
-constexpr uint32_t REQUEST_TEXT_CAPACITY = 256;
+constexpr uint32_t REQUEST_TEXT_CAPACITY = 292;  ///< fills the cache lines of a request
 
 /// Work that another process asks the serving one for; one at a time.
 struct RequestBox {
@@ -37,6 +37,8 @@ struct SharedBoard {
     alignas(CACHE_LINE) RequestBox injection;
     BoardMemory memory;
 };
+
+static_assert(sizeof(RequestBox) % CACHE_LINE == 0 && offsetof(SharedBoard, command) == CACHE_LINE);
 
 constexpr uint64_t SHARED_BOARD_MAGIC = 0x315244424158'4556;  // "VEXABDR1"
 constexpr uint32_t SHARED_BOARD_VERSION = 1;

@@ -15,6 +15,7 @@
 #include "public/reg/BoardProviderLoader.h"
 #include "software_board/SoftwareBoard.h"
 #include "tools/DemoClock.h"
+#include "tools/Main.h"
 #include "tools/QuoteDisplay.h"
 #include "tools/StartUpProgress.h"
 
@@ -282,10 +283,5 @@ int ParseAndRun(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return ParseAndRun(argc, argv);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "vexa_demo: %s\n", error.what());
-        return 1;
-    }
+    return RunProgram("vexa_demo", [&] { return ParseAndRun(argc, argv); });
 }

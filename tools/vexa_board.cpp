@@ -9,6 +9,7 @@
 #include "software_board/SharedClient.h"
 #include "tools/BoardServing.h"
 #include "tools/BoardText.h"
+#include "tools/Main.h"
 
 namespace {
 
@@ -122,10 +123,5 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return Run(argc, argv);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "vexa-board: %s\n", error.what());
-        return 1;
-    }
+    return RunProgram("vexa-board", [&] { return Run(argc, argv); });
 }

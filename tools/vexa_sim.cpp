@@ -8,6 +8,7 @@
 
 #include "exchange/Faults.h"
 #include "simulation/Simulation.h"
+#include "tools/Main.h"
 
 namespace {
 
@@ -89,10 +90,5 @@ int ParseAndRun(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    try {
-        return ParseAndRun(argc, argv);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "vexa-sim: %s\n", error.what());
-        return 1;
-    }
+    return RunProgram("vexa-sim", [&] { return ParseAndRun(argc, argv); });
 }

@@ -2,11 +2,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -169,6 +172,33 @@ TEST_F(ServedChannel, OfAnEndedProcessIsTakenOver) {
     waitpid(child, &status, 0);
     ASSERT_EQ(WEXITSTATUS(status), 0);
     EXPECT_TRUE(SharedStream().Open(bus, 3, error)) << error;
+}
+
+TEST_F(ServedChannel, IsWonByOneOfManyThatClaimItAtOnce) {
+    constexpr int RACES = 200;
+    constexpr int RACERS = 4;
+    struct Race {
+        std::atomic<int> ready;
+        std::atomic<int> tried;
+        std::atomic<int> won;
+    };
+    void* pages = mmap(nullptr, sizeof(Race), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    Race& race = *static_cast<Race*>(pages);
+    Serve();
+    for (int number = 1; number <= RACES; ++number) {
+        for (int racer = 0; racer < RACERS; ++racer) {
+            if (fork() != 0) continue;
+            for (++race.ready; race.ready < number * RACERS;) sched_yield();
+            auto* stream = new SharedStream;  // held by the process until it ends
+            if (stream->Open(bus, 0, error)) ++race.won;
+            for (++race.tried; race.tried < number * RACERS;) sched_yield();
+            _exit(0);
+        }
+        for (int racer = 0; racer < RACERS; ++racer) wait(nullptr);
+        ASSERT_EQ(race.won, number);
+    }
+    munmap(pages, sizeof(Race));
 }
 
 TEST_F(ServedChannel, PlainRegistersNeedNoServersStep) {

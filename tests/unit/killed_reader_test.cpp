@@ -19,6 +19,18 @@ constexpr uint32_t RING_LINES_USED = 25;  // eight records: lines are given back
 constexpr uint32_t MESSAGES = 6;
 constexpr int FINISHED = 7;  // exit status of a child that lived to the end
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VEXA_STRIDE 499  // forks are slow and instructions many; the plain build looks at all of them
+#elif __has_feature(thread_sanitizer)
+#define VEXA_STRIDE 0  // delivers signals late, so that none comes between two instructions
+#endif
+#endif
+#ifndef VEXA_STRIDE
+#define VEXA_STRIDE 1
+#endif
+constexpr uint64_t STRIDE = VEXA_STRIDE;
+
 bool g_isStepping = false;
 uint64_t g_stepsLeft = 0;
 
@@ -73,10 +85,11 @@ protected:
 };
 
 TEST_F(KilledReader, LeavesTheRingWholeForItsHeirAndTheProducer) {
+    if (STRIDE == 0) GTEST_SKIP() << "no single steps here";
     RingProducer producer(*ring, RING_LINES_USED);
     uint32_t next = 0;
     uint64_t instructions = 0;
-    for (bool wasKilled = true; wasKilled; ++instructions) {
+    for (bool wasKilled = true; wasKilled; instructions += STRIDE) {
         for (uint32_t i = 0; i < MESSAGES; ++i, ++next) {
             ASSERT_TRUE(producer.Put(&next, sizeof next, nullptr, 0)) << "after " << instructions << " instructions";
         }

@@ -12,6 +12,12 @@
 namespace simulation {
 namespace {
 
+#ifdef VEXA_SMALL_TABLES
+constexpr const char* PROGRAM = "vexa-sim-small";
+#else
+constexpr const char* PROGRAM = "vexa-sim";
+#endif
+
 double RealSeconds() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -72,8 +78,8 @@ std::string TellBreach(const Totals& totals, const Wish& wish) {
     const Invariant* rule = FindInvariant(breach.invariant);
     out << "\nbroken: " << breach.invariant << " (" << rule->name << "): " << rule->rule << "\n  " << breach.what
         << "\n";
-    out << "seed " << totals.broken->seed << "; again with: vexa-sim --seed " << totals.broken->seed << " --faults "
-        << (wish.faults.empty() ? "\"\"" : wish.faults);
+    out << "seed " << totals.broken->seed << "; again with: " << PROGRAM << " --seed " << totals.broken->seed
+        << " --faults " << (wish.faults.empty() ? "\"\"" : wish.faults);
     if (wish.canary != 0) out << " --canary " << wish.canary;
     out << "\n\nthe least that breaks it:\n";
     TellPlan(out, Shrink(*totals.broken, wish.canary, breach.invariant));

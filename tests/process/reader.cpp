@@ -8,14 +8,18 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "public/clock/Clock.h"
+
 namespace {
+
+constexpr uint32_t IDLE_US = 2000;  // of clocks that run twenty times as fast
 
 struct Recorder : CVexaShfeMdSpi {
     Recorder(int opened, unsigned int slowness) : file(opened), microseconds(slowness) {}
     void OnVexaShfeMd(VexaShfeMdType& md) override {
         // One record, one write: what a killed process has received is there.
         if (write(file, &md, sizeof md) != static_cast<ssize_t>(sizeof md)) std::perror("records");
-        if (microseconds > 0) usleep(microseconds);
+        if (microseconds > 0) CClock::SleepMicroseconds(microseconds);
     }
     int file;
     unsigned int microseconds;
@@ -36,7 +40,7 @@ int main(int argc, char** argv) {
     int result = 0;
     while (result != -1) {
         result = api.VexaRecv();
-        if (result == 0) usleep(100);  // many readers share few cores
+        if (result == 0) CClock::SleepMicroseconds(IDLE_US);  // many readers share few cores
     }
     CVexaShfeMdApi::DestroyVexaShfeMdApi(api);
     return 0;

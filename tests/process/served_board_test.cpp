@@ -324,7 +324,7 @@ TEST_F(ServedBoard, KilledBoardThatIsServedAnewIsTakenUpByBoth) {
 
 TEST_F(ServedBoard, SlowReaderOverflowsItsOwnRingAlone) {
     Serve("20000");
-    Reader& manager = Start(0, "1000");
+    Reader& manager = Start(0, "20000");
     Reader& other = Start(2);
     const auto dropped = [&](int channel) { return Load(board->memory.channels[channel].dropped); };
     ASSERT_TRUE(WaitUntil([&] { return dropped(0) > 0; }, 40));

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <ctime>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -60,7 +59,4 @@ std::string ChildProcess::Output() const {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-void PauseShortly() {
-    const timespec pause{0, 5'000'000};
-    nanosleep(&pause, nullptr);
-}
+void PauseShortly() { CClock::SleepMicroseconds(5000); }

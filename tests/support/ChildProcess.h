@@ -3,9 +3,10 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <string>
 #include <vector>
+
+#include "public/clock/Clock.h"
 
 class ChildProcess {
 public:
@@ -37,9 +38,9 @@ void PauseShortly();
 /// Asks again and again whether `isTrue`; false when it never was.
 template <typename Question>
 bool WaitUntil(Question isTrue, double seconds = 20) {
-    const auto start = std::chrono::steady_clock::now();
+    const int64_t start = CClock::MonotonicNanoseconds();
     while (!isTrue()) {
-        if (std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() > seconds) return false;
+        if (static_cast<double>(CClock::MonotonicNanoseconds() - start) / 1e9 > seconds) return false;
         PauseShortly();
     }
     return true;

@@ -28,7 +28,8 @@ constexpr Invariant ALL[] = {
     {21, "once", "no update is lost or told twice while the ring did not overflow"},
     {22, "end", "after a stop or a signal every step returns -1"},
     {23, "log", "log lines are whole, and the level is the configured one after each raised section"},
-    {24, "descriptors", "as many descriptors and handles are open at every return to the same state"},
+    {24, "holdings",
+     "memory, mapped pages, descriptors and board handles are the same at every return to the same state"},
     {26, "one manager", "channels other than the managing one never write a register"},
     {27, "finished feeds", "a finished feed stays finished until everything is cleared"},
 };

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
-#include "simulation/AllocationMeter.h"
 #include "simulation/Invariants.h"
+#include "simulation/WatchedAllocator.h"
 
 namespace simulation {
 namespace {
@@ -40,7 +40,7 @@ LogRules::~LogRules() {
 }
 
 void LogRules::OnLine(ELOGLEVEL level, const char* line, std::size_t length) {
-    const AllocationMeter::Watch unwatched(false);
+    const WatchedAllocator::Watch unwatched(false);
     std::string_view text(line, length);
     if (m_canary.Lies(23)) text = text.substr(0, text.find("]["));
     Require(IsWhole(text), 23, [&] { return "log line \"" + std::string(text) + "\""; });

@@ -3,17 +3,25 @@
 #include <csignal>
 #include <cstring>
 
-#include "simulation/AllocationMeter.h"
 #include "simulation/Invariants.h"
+#include "simulation/WatchedAllocator.h"
 
 namespace simulation {
 
-Party::Party(World& world, int32_t channel)
-    : m_world(world), m_channel(channel), m_api(std::make_unique<SimulatedApi>()) {
+using Watch = WatchedAllocator::Watch;
+
+Party::Party(World& world, int32_t channel) : m_world(world), m_channel(channel) {
+    {
+        const Watch watched(true);
+        m_api = std::make_unique<SimulatedApi>();
+    }
     if (channel == 0) world.OnNewManager(m_api.get());
 }
 
-Party::~Party() { m_api.reset(); }
+Party::~Party() {
+    const Watch watched(true);
+    m_api.reset();
+}
 
 void Party::OnVexaShfeMd(VexaShfeMdType& md) {
     m_world.OnRecord(m_channel, md);
@@ -37,7 +45,7 @@ int32_t Party::Start(bool isPolling, const std::string& remark) {
     const bool hasAttempts = m_world.Order().Attempts() < m_world.GetPlan().attempts;
     m_world.BeginCall(m_channel, true);
     if (m_channel == 0) m_world.Order().OnStart();
-    const int32_t result = isPolling ? m_api->VexaStart(path.c_str()) : m_api->VexaStart(*this, path.c_str());
+    const int32_t result = CallStart(path.c_str());
     m_isLive = result == 0;
     m_world.EndCall(m_channel, result != 0);
     const bool hasBroughtUp = m_world.Order().BringUps() != bringUps;
@@ -51,6 +59,11 @@ int32_t Party::Start(bool isPolling, const std::string& remark) {
     }
     CheckLevel();
     return result;
+}
+
+int32_t Party::CallStart(const char* path) {
+    const Watch watched(true);
+    return m_isPolling ? m_api->VexaStart(path) : m_api->VexaStart(*this, path);
 }
 
 // A stop during the snapshot fails the start; one that comes later ends the first step.
@@ -73,10 +86,15 @@ bool Party::MayBringUp() const {
     return m_channel == 0 && (m_world.Order().IsRecoveryDue() || m_world.Order().Phase() == EPhase::Closed);
 }
 
+int32_t Party::CallReceive() {
+    const Watch watched(true);
+    return m_isPolling ? m_api->VexaRecv(m_record) : m_api->VexaRecv();
+}
+
 int32_t Party::Step() {
     const bool wasEnding = IsEnding();
     m_world.BeginCall(m_channel, MayBringUp());
-    int32_t result = m_isPolling ? m_api->VexaRecv(m_record) : m_api->VexaRecv();
+    int32_t result = CallReceive();
     m_isLive = result != -1;
     if (result == 1 && m_isPolling) m_world.OnRecord(m_channel, m_record);
     m_world.EndCall(m_channel, result == -1);

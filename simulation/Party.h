@@ -35,6 +35,8 @@ public:
 
 private:
     bool MayBringUp() const;
+    int32_t CallStart(const char* path);
+    int32_t CallReceive();
     int32_t ExpectedStart() const;
     void CheckResult(int32_t result);
     void CheckLevel();

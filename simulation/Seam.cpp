@@ -6,10 +6,14 @@
 
 #include "public/reg/BoardProviderLoader.h"
 #include "public/reg/DriveRegEnyx.h"
+#include "simulation/WatchedAllocator.h"
 #include "software_board/SoftwareBoard.h"
 
 namespace simulation {
 namespace {
+
+// What the board and the checks allocate is not the library's.
+using Watch = WatchedAllocator::Watch;
 
 IBoardWatcher* g_watcher = nullptr;
 int32_t g_openHandles = 0;
@@ -30,21 +34,26 @@ struct Delivery {
 const VexaBoardProvider& Board() { return software_board::Provider(); }
 
 int32_t OpenRegisters(const char* argument, uint16_t bus, uint16_t core, VexaBoardRegisters** registers) {
+    const Watch unwatched(false);
     const int32_t result = Board().open_registers(argument, bus, core, registers);
     if (result == 0) ++g_openHandles;
     return result;
 }
 
 void CloseRegisters(VexaBoardRegisters* registers) {
+    const Watch unwatched(false);
     --g_openHandles;
     Board().close_registers(registers);
 }
 
 int32_t Write32(VexaBoardRegisters* registers, uint32_t index, uint32_t value) {
-    return g_watcher->OnWrite(index, value) ? Board().write32(registers, index, value) : 0;
+    if (!g_watcher->OnWrite(index, value)) return 0;
+    const Watch unwatched(false);
+    return Board().write32(registers, index, value);
 }
 
 int32_t DoRead32(VexaBoardRegisters* registers, uint32_t index, uint32_t* value) {
+    const Watch unwatched(false);
     g_watcher->BeforeRead(EAccess::Read32, index);
     const int32_t result = Board().read32(registers, index, value);
     g_watcher->AfterRead(EAccess::Read32, index, *value);
@@ -52,6 +61,7 @@ int32_t DoRead32(VexaBoardRegisters* registers, uint32_t index, uint32_t* value)
 }
 
 int32_t DoRead64(VexaBoardRegisters* registers, uint32_t index, uint64_t* value) {
+    const Watch unwatched(false);
     g_watcher->BeforeRead(EAccess::Read64, index);
     const int32_t result = Board().read64(registers, index, value);
     g_watcher->AfterRead(EAccess::Read64, index, *value);
@@ -59,6 +69,7 @@ int32_t DoRead64(VexaBoardRegisters* registers, uint32_t index, uint64_t* value)
 }
 
 int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoardStream** stream) {
+    const Watch unwatched(false);
     VexaBoardStream* inner = nullptr;
     const int32_t result = Board().open_stream(argument, bus, name, &inner);
     if (result != 0) return result;
@@ -70,6 +81,7 @@ int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoa
 }
 
 void CloseStream(VexaBoardStream* stream) {
+    const Watch unwatched(false);
     auto* ours = reinterpret_cast<Stream*>(stream);
     Board().close_stream(ours->inner);
     delete ours;
@@ -82,6 +94,7 @@ void Deliver(const unsigned char* data, unsigned int length, void* user) {
 }
 
 int32_t Receive(VexaBoardStream* stream, VexaBoardMessageHandler handler, void* user) {
+    const Watch unwatched(false);
     const auto* ours = reinterpret_cast<const Stream*>(stream);
     g_watcher->BeforeReceive(ours->channel);
     Delivery delivery{ours->channel, handler, user};

@@ -5,9 +5,9 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "simulation/AllocationMeter.h"
 #include "simulation/Invariants.h"
 #include "simulation/Wanted.h"
+#include "simulation/WatchedAllocator.h"
 
 namespace simulation {
 namespace {
@@ -138,7 +138,7 @@ void World::EndCall(int32_t channel, bool isOver) {
 }
 
 void World::OnRecord(int32_t channel, const VexaShfeMdType& record) {
-    const AllocationMeter::Watch unwatched(false);
+    const WatchedAllocator::Watch unwatched(false);
     ++m_recordsInCall;
     Note(EEvent::Record, channel, uint64_t{record.inst_no} << 32 | record.change_no, HashOf(&record, sizeof record));
     const bool isSilent = channel == 0 && (m_order.Phase() != EPhase::Live || m_order.IsRecoveryDue());

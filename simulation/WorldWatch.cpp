@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "simulation/AllocationMeter.h"
 #include "simulation/Invariants.h"
 #include "simulation/Wanted.h"
+#include "simulation/WatchedAllocator.h"
 #include "simulation/World.h"
 #include "src/RegisterMap.h"
 
@@ -47,12 +47,12 @@ void World::Fire() {
 bool World::OnWrite(uint32_t index, uint32_t value) {
     if (m_caller == 0 && m_trigger.at == 0 && m_tables.TakesEmptyWord(index, value)) [[likely]]
         return false;
+    const WatchedAllocator::Watch unwatched(false);
     CountCall();
     Require(m_caller == 0, 26,
             [=, this] { return "channel " + std::to_string(m_caller) + " wrote register " + Hex(index); });
     Fire();
     if (TableRules::IsPort(index)) return OnTableWrite(index, value);
-    const AllocationMeter::Watch unwatched(false);
     OnControlWrite(index, value);
     return true;
 }
@@ -111,7 +111,6 @@ void World::BeforeRead(EAccess access, uint32_t index) {
     Fire();
     m_looksAtReceive = m_clock.Looks();
     if (TableRules::IsPort(index)) return;
-    const AllocationMeter::Watch unwatched(false);
     m_map.Check(access, index);
     if (m_caller != 0) {
         Require(!m_canary.Lies(26), 26, [] { return std::string("another channel's read told as a write"); });
@@ -225,20 +224,23 @@ void World::OnMessage(int32_t channel, const unsigned char* data, unsigned int l
     if (type == DMA_TCP && m_order.Phase() == EPhase::Loading) {
         m_snapshot.OnFrame(data + DMA_TCP_FRAME_OFFSET, length - DMA_TCP_FRAME_OFFSET, EnabledFeeds());
     }
-    handler(data, length, user);
+    {
+        const WatchedAllocator::Watch watched(true);
+        handler(data, length, user);
+    }
     if (channel == 0 && m_order.Phase() == EPhase::Loading) WatchSnapshot();
 }
 
 void World::Deliver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user) {
     ++m_messagesInCall;
     std::memcpy(&m_lastMessage, data + DMA_UDP_RECORD_OFFSET, sizeof m_lastMessage);
-    const uint64_t allocations = AllocationMeter::Count();
+    const uint64_t allocations = WatchedAllocator::Count();
     {
-        const AllocationMeter::Watch watched(true);
+        const WatchedAllocator::Watch watched(true);
         handler(data, length, user);
         if (m_canary.Lies(19)) ::operator delete(::operator new(1));
     }
-    Require(AllocationMeter::Count() == allocations, 19, [] { return std::string("a delivery allocated"); });
+    Require(WatchedAllocator::Count() == allocations, 19, [] { return std::string("a delivery allocated"); });
 }
 
 void World::WatchSnapshot() {

@@ -6,12 +6,13 @@
 #include <string>
 
 #include "public/reg/BoardProviderLoader.h"
-#include "tests/support/FailingAllocator.h"
+#include "simulation/WatchedAllocator.h"
 #include "tests/support/SessionWorld.h"
 
+using simulation::WatchedAllocator;
 using testing::IsEmpty;
-using Failure = FailingAllocator::Failure;
-using Watch = FailingAllocator::Watch;
+using Failure = WatchedAllocator::Failure;
+using Watch = WatchedAllocator::Watch;
 
 namespace {
 
@@ -94,7 +95,7 @@ protected:
     }
 
     int32_t StartWithFailureAt(uint64_t number) {
-        FailingAllocator::FailAt(number, GetParam());
+        WatchedAllocator::FailAt(number, GetParam());
         const Watch watch(true);
         return world.api->VexaStart(world, path.c_str());
     }
@@ -114,13 +115,13 @@ INSTANTIATE_TEST_SUITE_P(BothKinds, OutOfMemory, testing::Values(Failure::Once, 
 
 TEST_P(OutOfMemory, AtAnyAllocationOfAStartIsRefusedOrSurvived) {
     ASSERT_EQ(StartWithFailureAt(0), 0);
-    const uint64_t allocations = FailingAllocator::Count();
+    const uint64_t allocations = WatchedAllocator::Count();
     ASSERT_GT(allocations, 50U);
     for (uint64_t number = 1; number <= allocations; ++number) {
         SCOPED_TRACE("allocation " + std::to_string(number) + " of " + std::to_string(allocations));
         world.api = MakeApi();
         const int32_t result = StartWithFailureAt(number);
-        FailingAllocator::FailAt(0);
+        WatchedAllocator::FailAt(0);
         ASSERT_THAT(result, testing::AnyOf(0, -2));
         ASSERT_EQ(world.api->m_isAllInitFinished, result == 0);
         if (result == 0) {
@@ -138,13 +139,13 @@ TEST_P(OutOfMemory, AtAnyAllocationOfARebuildEndsTheStepOrIsSurvived) {
     for (bool isReached = true; isReached;) {
         world.board.LosePackets(1);
         while (world.api->m_isAllInitFinished) ASSERT_NE(world.Step(), -1);
-        FailingAllocator::FailAt(failed + 1, GetParam());
+        WatchedAllocator::FailAt(failed + 1, GetParam());
         {
             const Watch watch(true);
             world.api->VexaRecv();
         }
-        isReached = FailingAllocator::Count() > failed;
-        FailingAllocator::FailAt(0);
+        isReached = WatchedAllocator::Count() > failed;
+        WatchedAllocator::FailAt(0);
         ASSERT_TRUE(world.Receive(1)) << "after the failure of allocation " << failed + 1;
         failed += isReached ? 1 : 0;
     }
@@ -161,21 +162,21 @@ TEST(Delivery, AllocatesNothingInEitherForm) {
     } spi;
     const std::string path = world.ConfigPath();
     ASSERT_EQ(world.api->VexaStart(spi, path.c_str()), 0);
-    FailingAllocator::FailAt(0);
+    WatchedAllocator::FailAt(0);
     {
         const Watch watch(true);
         while (spi.count < 1000) ASSERT_NE(world.api->VexaRecv(), -1);
     }
-    EXPECT_EQ(FailingAllocator::Count(), 0U);
+    EXPECT_EQ(WatchedAllocator::Count(), 0U);
 
     ASSERT_EQ(world.api->VexaStart(path.c_str()), 0);
     VexaShfeMdType md{};
-    FailingAllocator::FailAt(0);
+    WatchedAllocator::FailAt(0);
     {
         const Watch watch(true);
         for (int updates = 0; updates < 1000;) updates += world.api->VexaRecv(md) == 1 ? 1 : 0;
     }
-    EXPECT_EQ(FailingAllocator::Count(), 0U);
+    EXPECT_EQ(WatchedAllocator::Count(), 0U);
 }
 
 }  // namespace

@@ -1,0 +1,27 @@
+#include "simulation/Holdings.h"
+
+#include <filesystem>
+#include <iterator>
+
+#include "simulation/Invariants.h"
+#include "simulation/Seam.h"
+#include "simulation/WatchedAllocator.h"
+
+namespace simulation {
+
+Holdings Holdings::Now() {
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    return {WatchedAllocator::Alive(), WatchedAllocator::MappedBytes(),
+            static_cast<std::size_t>(std::distance(begin(entries), end(entries))), Seam::OpenHandles()};
+}
+
+std::string Holdings::Text() const {
+    return std::to_string(blocks) + " blocks, " + std::to_string(mappedBytes) + " mapped bytes, " +
+           std::to_string(descriptors) + " descriptors, " + std::to_string(handles) + " board handles";
+}
+
+void RequireSame(const Holdings& before, const Holdings& now) {
+    Require(before.Text() == now.Text(), 24, [&] { return "held before: " + before.Text() + "; now: " + now.Text(); });
+}
+
+}  // namespace simulation

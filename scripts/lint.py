@@ -13,7 +13,7 @@ MAY_INCLUDE = {
     "src": ["src/", "interface/", "include/", "common/", "public/"],
     "exchange": ["exchange/", "common/", "interface/", "src/Mdqp.h"],
     "software_board": ["software_board/", "exchange/", "common/", "interface/", "public/reg/", "public/clock/",
-                       "src/RegisterMap.h", "src/Version.h"],
+                       "public/file/", "src/RegisterMap.h", "src/Version.h"],
     "simulation": ["simulation/", "software_board/", "exchange/", "src/", "interface/", "include/", "common/", "public/"],
     "examples": ["VexaShfeMdApi.h", "VexaShfeMdStruct.h"],
 }

@@ -13,22 +13,13 @@
 #include <cstring>
 #include <utility>
 
+#include "public/file/Descriptor.h"
+
 namespace software_board {
 
 namespace {
 
 constexpr int CREATE_TRIES = 16;
-
-struct Descriptor {
-    explicit Descriptor(int opened) : number(opened) {}
-    ~Descriptor() {
-        if (number >= 0) close(number);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Release() { return std::exchange(number, -1); }
-    int number;
-};
 
 std::string Reason() { return std::strerror(errno); }
 
@@ -56,28 +47,28 @@ bool SharedMapping::Create(uint16_t bus, std::string& error) {
     Close();
     const std::string path = SharedBoardPath(bus);
     for (int tried = 0; tried < CREATE_TRIES; ++tried) {
-        Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600));
+        CDescriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600));
         struct stat status {};
-        if (file.number < 0 || fstat(file.number, &status) != 0) {
+        if (!file.IsOpen() || fstat(file.Get(), &status) != 0) {
             error = path + ": " + Reason();
             return false;
         }
         error = WhyForeign(path, status);
         if (!error.empty()) return false;
-        if (flock(file.number, LOCK_EX | LOCK_NB) != 0) {
+        if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
             error = "bus " + std::to_string(bus) + " is being served by process " +
-                    std::to_string(ProcessNumber(ServerOf(file.number))) + "; stop it, or take another bus number";
+                    std::to_string(ProcessNumber(ServerOf(file.Get()))) + "; stop it, or take another bus number";
             return false;
         }
-        if (fstat(file.number, &status) != 0 || status.st_nlink == 0) continue;  // removed by its last server
+        if (fstat(file.Get(), &status) != 0 || status.st_nlink == 0) continue;  // removed by its last server
         if (status.st_size != 0) {
             // Left by a crash. Those who are still attached keep the old file; the new board is another one.
             unlink(path.c_str());
             continue;
         }
         // Reserved as a whole, so that a full file system is told here and not by a signal at some later store.
-        errno = posix_fallocate(file.number, 0, sizeof(SharedBoard));
-        if (errno != 0 || !Map(file.number, false)) {
+        errno = posix_fallocate(file.Get(), 0, sizeof(SharedBoard));
+        if (errno != 0 || !Map(file.Get(), false)) {
             error = path + ": " + Reason();
             unlink(path.c_str());
             return false;
@@ -102,9 +93,9 @@ bool SharedMapping::Attach(uint16_t bus, bool isReadOnly, std::string& error) {
     const std::string path = SharedBoardPath(bus);
     const std::string none = "no board is served on bus " + std::to_string(bus) + "; start one with: vexa-board serve" +
                              (bus == 0 ? "" : " --bus " + std::to_string(bus));
-    const Descriptor file(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+    const CDescriptor file(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
-    if (file.number < 0 || fstat(file.number, &status) != 0) {
+    if (!file.IsOpen() || fstat(file.Get(), &status) != 0) {
         error = errno == ENOENT ? none : path + ": " + Reason();
         return false;
     }
@@ -114,7 +105,7 @@ bool SharedMapping::Attach(uint16_t bus, bool isReadOnly, std::string& error) {
         error = status.st_size == 0 ? none : path + " is of another version; serve it anew";
         return false;
     }
-    if (!Map(file.number, isReadOnly)) {
+    if (!Map(file.Get(), isReadOnly)) {
         error = path + ": " + Reason();
         return false;
     }

@@ -8,6 +8,7 @@
 
 #include "public/clock/Clock.h"
 #include "public/log/LogLine.h"
+#include "public/log/RaisedLogLevel.h"
 #include "src/RegisterMap.h"
 #include "src/VexaShfeMdApiImpl.h"
 
@@ -55,12 +56,13 @@ void WriteSessions(const CDrvRegEnyx& board, uint32_t first, ValueOf valueOf) {
 int32_t CVexaShfeMdApiImpl::_InitFpga() {
     ++m_u50InitCnt;
     _Cleandata(*this);
-    CCommonLog::GetInstance().SetLogLevel(LOG_ALL);
+    CRaisedLogLevel raised(m_u50ConfigInfo.log_level);
     m_drvRegEnyx.WriteRegister(reg::BRING_UP_START, 1);
     m_drvRegEnyx.WriteRegister(reg::PRICE_PROTECT_EVENT_MASK, m_u50ConfigInfo.price_protect_event_mask);
 
     if (!_WaitForMemory()) {
         VEXA_LOG(LOG_WARNING, "HBM2 init timeout, Please check whether the FPGA is normal.");
+        raised.LeaveRaised();
         return -1;
     }
     VEXA_LOG(LOG_INFO, "HBM2 init successful.");
@@ -76,7 +78,7 @@ int32_t CVexaShfeMdApiImpl::_InitFpga() {
     _ProgramSessions();
     _ProgramGroups();
 
-    CCommonLog::GetInstance().SetLogLevel(m_u50ConfigInfo.log_level);
+    raised.End();
     VEXA_LOG(LOG_INFO, "listening tcp basement data");
     if (const int32_t result = _WaitForSnapshot(); result != 0) return result;
     VEXA_LOG(LOG_INFO, "tcp init finished, start listening udp data");

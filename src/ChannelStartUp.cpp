@@ -3,6 +3,7 @@
 // Invariant: on a channel other than the managing one no register is touched.
 #include "public/clock/Clock.h"
 #include "public/log/LogLine.h"
+#include "public/log/RaisedLogLevel.h"
 #include "src/BoardTable.h"
 #include "src/VexaShfeMdApiImpl.h"
 
@@ -35,13 +36,13 @@ int32_t CVexaShfeMdApiImpl::_ChechAndVexaSubDmaUp() {
         VEXA_LOG(LOG_ERROR, "Error opening file [%s].", m_configFileName.data());
         return -1;
     }
-    CCommonLog::GetInstance().SetLogLevel(LOG_ALL);
+    CRaisedLogLevel raised(m_u50ConfigInfo.log_level);
     const U50MdPktCnt first = ReadPacketCounters(m_drvRegEnyx);
     CClock::SleepSeconds(SAMPLE_SECONDS);
     const U50MdPktCnt second = ReadPacketCounters(m_drvRegEnyx);
     uint32_t lastCrc = 0;
     m_drvRegEnyx.ReadRegister(reg::CONFIG_CHECKSUM, lastCrc);
-    CCommonLog::GetInstance().SetLogLevel(m_u50ConfigInfo.log_level);
+    raised.End();
 
     if (m_u50ConfigInfo.crc_mux_check && lastCrc == configCrc) {
         VEXA_LOG(LOG_WARNING, "crc_mux_check is %d, lasrtCrc is %d , configCrc is %d.",
@@ -85,12 +86,11 @@ int32_t CVexaShfeMdApiImpl::_VexaSubDmaUp(uint32_t configCrc) {
         VEXA_LOG(LOG_ERROR, "check version is fail.");
         return -1;
     }
-    CCommonLog::GetInstance().SetLogLevel(LOG_ALL);
     if (configCrc != 0) {
+        const CRaisedLogLevel raised(m_u50ConfigInfo.log_level);
         m_drvRegEnyx.WriteRegister(reg::CONFIG_CHECKSUM, configCrc);
         VEXA_LOG(LOG_DEBUG, "channel%d update_reg configCrc[%u]", channel, configCrc);
     }
-    CCommonLog::GetInstance().SetLogLevel(m_u50ConfigInfo.log_level);
     VEXA_LOG(LOG_DEBUG, "channel%d FPGA Init......end", channel);
 
     _InstStaticInfoWriteFile();
@@ -99,10 +99,9 @@ int32_t CVexaShfeMdApiImpl::_VexaSubDmaUp(uint32_t configCrc) {
         _ContractSubscribeManager(user);
         VEXA_LOG(LOG_INFO, "channel%d subscribe end", user);
     }
-    CCommonLog::GetInstance().SetLogLevel(LOG_ALL);
+    const CRaisedLogLevel raised(m_u50ConfigInfo.log_level);
     _WriteEngineParameters();
     _StartDmaUp();
-    CCommonLog::GetInstance().SetLogLevel(m_u50ConfigInfo.log_level);
     return 0;
 }
 

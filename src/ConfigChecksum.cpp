@@ -2,12 +2,12 @@
 // Invariant: every byte counts, comments and line ends too; a file that is no regular file is never waited for.
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <memory>
 #include <new>
 
+#include "public/file/Descriptor.h"
 #include "public/log/LogLine.h"
 #include "src/VexaShfeMdApiImpl.h"
 
@@ -21,15 +21,11 @@ struct CloseFile {
 using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
 
 FilePtr OpenRegular(const char* path) {
-    const int descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) return nullptr;
+    CDescriptor descriptor(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
-        close(descriptor);
-        return nullptr;
-    }
-    FilePtr file(fdopen(descriptor, "r"));
-    if (file == nullptr) close(descriptor);
+    if (!descriptor.IsOpen() || fstat(descriptor.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
+    FilePtr file(fdopen(descriptor.Get(), "r"));
+    if (file != nullptr) descriptor.Release();
     return file;
 }
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -45,10 +46,11 @@ bool MayReplace(const std::string& path) {
 }
 
 /// A text from the wire must neither end a line nor begin a column.
-std::string ColumnText(const SInstTableType& slot) {
-    std::string text(slot.inst_id, strnlen(slot.inst_id, sizeof slot.inst_id));
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c == ',' || c < ' ' || c > '~'; }, '?');
+std::array<char, sizeof SInstTableType::inst_id + 1> ColumnText(const SInstTableType& slot) {
+    std::array<char, sizeof slot.inst_id + 1> text{};
+    std::replace_copy_if(
+        slot.inst_id, slot.inst_id + strnlen(slot.inst_id, sizeof slot.inst_id), text.begin(),
+        [](char c) { return c == ',' || c < ' ' || c > '~'; }, '?');
     return text;
 }
 
@@ -56,7 +58,7 @@ void WriteSlots(std::FILE* file, const SInstTableType* table, uint32_t count) {
     for (uint32_t i = 0; i < count; ++i) {
         const SInstTableType& slot = table[i];
         std::fprintf(file, "%d,%s,%u,%" PRIu64 ",%d,%" PRIu64 ",%u,%d,%d,%u,%d,%d\n", static_cast<int32_t>(i),
-                     ColumnText(slot).c_str(), slot.change_no, uint64_t{slot.open_interest}, slot.last_price,
+                     ColumnText(slot).data(), slot.change_no, uint64_t{slot.open_interest}, slot.last_price,
                      uint64_t{slot.turnover}, slot.volume, slot.price_tick, slot.codec_price, slot.vol_multiple,
                      slot.upper_limit_price, slot.lower_limit_price);
     }

@@ -7,6 +7,7 @@
 
 #include "public/clock/Clock.h"
 #include "public/log/LogLine.h"
+#include "public/log/RaisedLogLevel.h"
 #include "src/RegisterMap.h"
 #include "src/VexaShfeMdApiImpl.h"
 
@@ -145,11 +146,10 @@ void CVexaShfeMdApiImpl::_ForgetSnapshot() {
     _ClearTables();
     m_isTcpInitFinished = false;
     m_isHBM2InitFinished = false;
-    CCommonLog::GetInstance().SetLogLevel(LOG_ALL);
+    const CRaisedLogLevel raised(m_u50ConfigInfo.log_level);
     for (const uint32_t address : {reg::DIAGNOSTIC_2030, reg::DIAGNOSTIC_2031, reg::HBM2_STATUS, reg::DIAGNOSTIC_12015,
                                    reg::DIAGNOSTIC_1201B, reg::DIAGNOSTIC_22015, reg::DIAGNOSTIC_2201B}) {
         uint32_t value = 0;
         m_drvRegEnyx.ReadRegister(address, value);
     }
-    CCommonLog::GetInstance().SetLogLevel(m_u50ConfigInfo.log_level);
 }

@@ -8,6 +8,7 @@
 #include <exception>
 
 #include "public/log/LogLine.h"
+#include "public/log/RaisedLogLevel.h"
 #include "src/RegisterMap.h"
 #include "src/VexaShfeMdApiImpl.h"
 
@@ -92,7 +93,7 @@ int32_t CVexaShfeMdApiImpl::Init() {
         return -3;
     }
 
-    CCommonLog::GetInstance().SetLogLevel(LOG_ALL);
+    CRaisedLogLevel raised(m_u50ConfigInfo.log_level);
     uint32_t buildDate = 0;
     uint32_t buildVersion = 0;
     m_drvRegEnyx.ReadRegister(reg::BUILD_DATE, buildDate);
@@ -100,7 +101,7 @@ int32_t CVexaShfeMdApiImpl::Init() {
     VEXA_LOG(LOG_INFO, "FPGA COMPILE_DATE[%08x] COMPILE_VER[%08x]", buildDate, buildVersion);
     _ReadIdentity();
     VEXA_LOG(LOG_INFO, "DNA [%08x:%08x:%08x] [%s]", m_u50Dna[0], m_u50Dna[1], m_u50Dna[2], m_u50MACAddr.data());
-    CCommonLog::GetInstance().SetLogLevel(m_u50ConfigInfo.log_level);
+    raised.End();
 
     return _ChechAndVexaSubDmaUp();
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "public/clock/Clock.h"
+#include "public/log/RaisedLogLevel.h"
 #include "src/RegisterMap.h"
 #include "src/SnapshotFrame.h"
 #include "src/VexaShfeMdApiImpl.h"
@@ -157,9 +158,10 @@ bool CVexaShfeMdApiImpl::_FinishSnapshot() {
         CClock::SleepMicroseconds(m_u50ConfigInfo.dma_sleep);
         SNAPSHOT_LOG(LOG_WARNING, "DMA sleep %dus", static_cast<int>(m_u50ConfigInfo.dma_sleep));
     }
-    CCommonLog::GetInstance().SetLogLevel(LOG_ALL);
-    m_drvRegEnyx.WriteRegister(reg::SNAPSHOT_CONTROL, reg::SNAPSHOT_CLOSED);
-    CCommonLog::GetInstance().SetLogLevel(m_u50ConfigInfo.log_level);
+    {
+        const CRaisedLogLevel raised(m_u50ConfigInfo.log_level);
+        m_drvRegEnyx.WriteRegister(reg::SNAPSHOT_CONTROL, reg::SNAPSHOT_CLOSED);
+    }
     _WriteContractTables();
     return true;
 }

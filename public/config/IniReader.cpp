@@ -9,20 +9,22 @@
 #include <charconv>
 #include <cstdlib>
 
+#include "public/file/Descriptor.h"
+
 namespace {
 
 constexpr std::size_t FILE_BYTES_MAX = std::size_t{64} << 20;
 
 /// The whole file; false for what is no regular file or too large, without ever waiting on it.
 bool ReadWhole(const std::string& path, std::string& text) {
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (file < 0) return false;
+    const CDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.IsOpen()) return false;
     struct stat status {};
-    bool isRead =
-        fstat(file, &status) == 0 && S_ISREG(status.st_mode) && static_cast<uint64_t>(status.st_size) <= FILE_BYTES_MAX;
+    bool isRead = fstat(file.Get(), &status) == 0 && S_ISREG(status.st_mode) &&
+                  static_cast<uint64_t>(status.st_size) <= FILE_BYTES_MAX;
     char block[16384];
     while (isRead) {
-        const ssize_t count = read(file, block, sizeof block);
+        const ssize_t count = read(file.Get(), block, sizeof block);
         if (count < 0 && errno == EINTR) continue;
         if (count <= 0) {
             isRead = count == 0;
@@ -31,7 +33,6 @@ bool ReadWhole(const std::string& path, std::string& text) {
         text.append(block, static_cast<std::size_t>(count));
         isRead = text.size() <= FILE_BYTES_MAX;
     }
-    close(file);
     return isRead;
 }
 

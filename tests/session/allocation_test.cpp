@@ -2,9 +2,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <iterator>
 #include <memory>
+#include <new>
 #include <string>
 
+#include "public/config/IniReader.h"
 #include "public/reg/BoardProviderLoader.h"
 #include "simulation/WatchedAllocator.h"
 #include "tests/support/SessionWorld.h"
@@ -124,6 +128,7 @@ TEST_P(OutOfMemory, AtAnyAllocationOfAStartIsRefusedOrSurvived) {
         WatchedAllocator::FailAt(0);
         ASSERT_THAT(result, testing::AnyOf(0, -2));
         ASSERT_EQ(world.api->m_isAllInitFinished, result == 0);
+        ASSERT_FALSE(CCommonLog::GetInstance().IsEnabled(LOG_DEBUG_EX)) << "the log level was left raised";
         if (result == 0) {
             ASSERT_TRUE(world.Receive(1));
         }
@@ -145,12 +150,34 @@ TEST_P(OutOfMemory, AtAnyAllocationOfARebuildEndsTheStepOrIsSurvived) {
             world.api->VexaRecv();
         }
         isReached = WatchedAllocator::Count() > failed;
+        ASSERT_FALSE(CCommonLog::GetInstance().IsEnabled(LOG_DEBUG_EX)) << "the log level was left raised";
         WatchedAllocator::FailAt(0);
         ASSERT_TRUE(world.Receive(1)) << "after the failure of allocation " << failed + 1;
         failed += isReached ? 1 : 0;
     }
     EXPECT_GT(failed, 20U);
     ExpectTheTruth();
+}
+
+TEST_P(OutOfMemory, LeavesNoFileOpen) {
+    const auto openFiles = [] {
+        const std::filesystem::directory_iterator entries("/proc/self/fd");
+        return std::distance(begin(entries), end(entries));
+    };
+    const auto before = openFiles();
+    CIniReader reader;
+    bool isReached = true;
+    for (uint64_t number = 1; isReached; ++number) {
+        WatchedAllocator::FailAt(number, GetParam());
+        try {
+            const Watch watch(true);
+            reader.ReadConfig(path);
+        } catch (const std::bad_alloc&) {
+        }
+        isReached = WatchedAllocator::Count() >= number;
+        WatchedAllocator::FailAt(0);
+        ASSERT_EQ(openFiles(), before) << "allocation " << number;
+    }
 }
 
 TEST(Delivery, AllocatesNothingInEitherForm) {

@@ -21,13 +21,19 @@ public:
     /// Updates are missing: some that still wait may come from before the loss, until its event is handed over.
     void OnLoss() {
         m_isContinuous.clear();
+        m_isRoundWhole = false;
         m_isLossUntold = true;
     }
     /// From here on change numbers need not follow those of before: a recovery, or the event of a loss.
     void OnGap() {
         m_isContinuous.clear();
+        m_isRoundWhole = false;
         m_isLossUntold = false;
     }
+    /// From here on every instrument moves once more.
+    void OnRound() { m_isRoundWhole = true; }
+    /// Nothing was lost since then: a channel that is never rebuilt is owed no more.
+    bool IsRoundWhole() const { return m_isRoundWhole; }
     /// A new session: change numbers begin anew.
     void OnSession();
     /// Nothing more arrives.
@@ -57,6 +63,7 @@ private:
     std::map<Key, VexaShfeMdType> m_last;
     std::map<Key, bool> m_isContinuous;
     bool m_isLossUntold = false;
+    bool m_isRoundWhole = false;
     uint64_t m_records = 0;
 };
 

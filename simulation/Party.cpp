@@ -2,13 +2,33 @@
 
 #include <csignal>
 #include <cstring>
+#include <utility>
 
 #include "simulation/Invariants.h"
-#include "simulation/WatchedAllocator.h"
 
 namespace simulation {
 
 using Watch = WatchedAllocator::Watch;
+
+namespace {
+
+/// Memory is short for its lifetime.
+class ShortMemory {
+public:
+    ShortMemory(uint64_t number, WatchedAllocator::Failure failure) : m_number(number) {
+        WatchedAllocator::FailAt(number, failure);
+    }
+    ~ShortMemory() { WatchedAllocator::FailAt(0); }
+    ShortMemory(const ShortMemory&) = delete;
+    ShortMemory& operator=(const ShortMemory&) = delete;
+
+    bool HasRunOut() const { return m_number != 0 && WatchedAllocator::Count() >= m_number; }
+
+private:
+    uint64_t m_number;
+};
+
+}  // namespace
 
 Party::Party(World& world, int32_t channel) : m_world(world), m_channel(channel) {
     {
@@ -53,7 +73,8 @@ int32_t Party::Start(bool isPolling, const std::string& remark) {
         m_world.Quirks().Book(EQuirk::AttemptsUsedUp);
     } else {
         const int32_t expected = hasBroughtUp ? ExpectedStart() : 0;
-        Require(result == expected, 20, [=] {
+        const bool isGivenUp = m_hasRunOut && result == -2;
+        Require(result == expected || isGivenUp, 20, [=] {
             return "a start returned " + std::to_string(result) + " instead of " + std::to_string(expected);
         });
     }
@@ -62,8 +83,12 @@ int32_t Party::Start(bool isPolling, const std::string& remark) {
 }
 
 int32_t Party::CallStart(const char* path) {
+    const Shortage shortage = std::exchange(m_shortage, {});
+    const ShortMemory memory(shortage.number, shortage.failure);
     const Watch watched(true);
-    return m_isPolling ? m_api->VexaStart(path) : m_api->VexaStart(*this, path);
+    const int32_t result = m_isPolling ? m_api->VexaStart(path) : m_api->VexaStart(*this, path);
+    m_hasRunOut = memory.HasRunOut();
+    return result;
 }
 
 // A stop during the snapshot fails the start; one that comes later ends the first step.
@@ -86,15 +111,20 @@ bool Party::MayBringUp() const {
     return m_channel == 0 && (m_world.Order().IsRecoveryDue() || m_world.Order().Phase() == EPhase::Closed);
 }
 
-int32_t Party::CallReceive() {
+int32_t Party::CallReceive(bool mayBringUp) {
+    const Shortage shortage = mayBringUp ? std::exchange(m_shortage, {}) : Shortage();
+    const ShortMemory memory(shortage.number, shortage.failure);
     const Watch watched(true);
-    return m_isPolling ? m_api->VexaRecv(m_record) : m_api->VexaRecv();
+    const int32_t result = m_isPolling ? m_api->VexaRecv(m_record) : m_api->VexaRecv();
+    m_hasRunOut = memory.HasRunOut();
+    return result;
 }
 
 int32_t Party::Step() {
     const bool wasEnding = IsEnding();
-    m_world.BeginCall(m_channel, MayBringUp());
-    int32_t result = CallReceive();
+    const bool mayBringUp = MayBringUp();
+    m_world.BeginCall(m_channel, mayBringUp);
+    int32_t result = CallReceive(mayBringUp);
     m_isLive = result != -1;
     if (result == 1 && m_isPolling) m_world.OnRecord(m_channel, m_record);
     m_world.EndCall(m_channel, result == -1);
@@ -112,7 +142,7 @@ void Party::CheckResult(int32_t result) {
         return "a step that delivered " + std::to_string(m_world.RecordsInCall()) + " records returned " +
                std::to_string(result);
     });
-    Require(result != -1 || IsEnding() || m_world.GetPlan().isMemoryDead, 20,
+    Require(result != -1 || IsEnding() || m_hasRunOut || m_world.GetPlan().isMemoryDead, 20,
             [] { return std::string("a step returned -1 without a reason"); });
     if (!m_isPolling || result != 1) return;
     Require(std::memcmp(&m_record, &m_world.LastMessage(), sizeof m_record) == 0, 21,
@@ -132,6 +162,14 @@ void Party::Signal() {
     m_isSignalled = true;
     std::raise(SIGTERM);
 }
+
+void Party::Die() {
+    m_world.OnKilled();
+    const Watch watched(true);
+    m_api.reset();
+}
+
+void Party::RunOutOfMemory(uint64_t number, WatchedAllocator::Failure failure) { m_shortage = {number, failure}; }
 
 void Party::CheckEnded() {
     for (int step = 0; step < 3; ++step) Step();

@@ -6,6 +6,7 @@
 
 #include "interface/VexaShfeMdApi.h"
 #include "simulation/SimulatedApi.h"
+#include "simulation/WatchedAllocator.h"
 #include "simulation/World.h"
 
 namespace simulation {
@@ -27,6 +28,12 @@ public:
     /// Whether the application stops at its next update.
     void SetStopAtUpdate(bool isStopping) { m_isStoppingAtUpdate = isStopping; }
 
+    /// The process is gone with all it held. No step may follow.
+    void Die();
+
+    /// In the next call that may bring the board up, the `number`-th allocation fails.
+    void RunOutOfMemory(uint64_t number, WatchedAllocator::Failure failure);
+
     /// After the end: nothing of the snapshot is alive, and every step says so.
     void CheckEnded();
 
@@ -34,9 +41,14 @@ public:
     bool IsEnding() const { return m_isStopped || m_isSignalled; }
 
 private:
+    struct Shortage {
+        uint64_t number = 0;  ///< of the allocation that fails; 0: none
+        WatchedAllocator::Failure failure = WatchedAllocator::Failure::Once;
+    };
+
     bool MayBringUp() const;
     int32_t CallStart(const char* path);
-    int32_t CallReceive();
+    int32_t CallReceive(bool mayBringUp);
     int32_t ExpectedStart() const;
     void CheckResult(int32_t result);
     void CheckLevel();
@@ -50,6 +62,8 @@ private:
     bool m_isStopped = false;
     bool m_isSignalled = false;
     bool m_isStoppingAtUpdate = false;
+    Shortage m_shortage;
+    bool m_hasRunOut = false;           ///< of memory, in the last call
     EPhase m_endedIn = EPhase::Closed;  ///< where the stop or signal came
 };
 

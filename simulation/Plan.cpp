@@ -34,6 +34,11 @@ constexpr std::array<const char*, static_cast<std::size_t>(EStep::Count_)> STEP_
                                                                                       "skip-unchanged",
                                                                                       "skip-edited",
                                                                                       "other-channel",
+                                                                                      "kill",
+                                                                                      "kill-in-recovery",
+                                                                                      "out-of-memory",
+                                                                                      "out-of-memory-later",
+                                                                                      "index-unwritable",
                                                                                       "set-wall-clock",
                                                                                       "signal"};
 
@@ -102,6 +107,7 @@ void PlanConfiguration(Plan& plan, Random& random) {
     plan.maxInstNo[SHFE_2PS] = random.Between(81000, 81999);
     plan.maxInstNo[INE_2PS] = random.Between(85000, 85999);
     plan.lostPacketAfter = random.Below(60) + 1;
+    plan.hasWitness = random.OneIn(2);
 }
 
 /// A poll takes five milliseconds here: an attempt needs longer where many snapshots come before a good one, or tiny

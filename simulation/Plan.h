@@ -26,6 +26,11 @@ enum class EStep : uint8_t {
     SkipUnchanged,     ///< the same with the checksum asked for and the file unchanged
     SkipEdited,        ///< the same with the file edited
     OtherChannel,      ///< another channel's session receives `count` steps beside the managing one
+    Kill,              ///< the process dies at the `at`-th outside call of `phase` of a start; another takes its place
+    KillInRecovery,    ///< the same in a recovery
+    OutOfMemory,       ///< an allocation of a start fails, that one alone or all from then on
+    OutOfMemoryLater,  ///< the same in a recovery
+    IndexUnwritable,   ///< a start whose contract index file has no directory to go to
     SetWallClock,      ///< the wall clock jumps by `count` minutes, back or forward
     Signal,            ///< SIGTERM at the `at`-th outside call of `phase` of a recovery; the session's last step
     Count_
@@ -63,6 +68,7 @@ struct Plan {
     int32_t maxInstNo[FEED_COUNT] = {81000, 81101, 85000, 85101};
     uint32_t lostPacketAfter = 40;
     int32_t otherChannel = 2;
+    bool hasWitness = false;  ///< the other channel receives to the end, too
     ChannelPlan channels[CHANNEL_SIZE];
     std::vector<Step> steps;
 

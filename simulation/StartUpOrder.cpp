@@ -145,6 +145,7 @@ void StartUpOrder::Enter(const Stop& stop, uint32_t value, int64_t now) {
     if (stop.index == reg::SOFTWARE_VERSION) m_attempts = 0;
     if (stop.index == reg::LOGICAL_START_4PS) {
         m_isRecoveryDue = false;
+        m_isBoardWhole = true;
         ++m_engineStarts;
     }
     if (m_phase != stop.phase || stop.index == reg::BRING_UP_START) m_since = now;
@@ -153,6 +154,7 @@ void StartUpOrder::Enter(const Stop& stop, uint32_t value, int64_t now) {
 
 void StartUpOrder::BeginBringUp() {
     ++m_bringUps;
+    m_isBoardWhole = false;
     ++m_attempts;
     Require(m_attempts <= m_limits.attempts, 16,
             [this] { return "bring-up " + std::to_string(m_attempts) + " without success"; });

@@ -33,6 +33,8 @@ public:
     EPhase Phase() const { return m_phase; }
     bool IsRecoveryDue() const { return m_isRecoveryDue; }
     int32_t Attempts() const { return m_attempts; }
+    /// The last bring-up came to its end.
+    bool IsBoardWhole() const { return m_isBoardWhole; }
     uint64_t BringUps() const { return m_bringUps; }
     uint64_t EngineStarts() const { return m_engineStarts; }
 
@@ -66,6 +68,7 @@ private:
     bool m_isRecoveryDue = false;
     bool m_carriesChecksum = false;
     int32_t m_attempts = 0;
+    bool m_isBoardWhole = false;
     uint64_t m_bringUps = 0;
     uint64_t m_engineStarts = 0;
 };

@@ -65,13 +65,18 @@ World::World(const Plan& plan, Canary& canary, EventTrace& trace)
       m_other(plan, m_truth, m_ledger, plan.otherChannel),
       m_seam(*this) {
     software_board::InstallBoard(0, &m_board);
-    SimulatedApi::NewProcess(m_directory.string());
+    BeginProcess();
 }
 
 World::~World() {
     software_board::InstallBoard(0, nullptr);
     std::error_code ignored;
     std::filesystem::remove_all(m_directory, ignored);
+}
+
+void World::BeginProcess(const std::string& directory) {
+    m_isDead = false;
+    SimulatedApi::NewProcess((m_directory / directory).string());
 }
 
 void World::Note(EEvent kind, int32_t channel, uint64_t what, uint64_t value) {
@@ -212,6 +217,7 @@ void World::Raise(const U50Event& event) {
 void World::BeginClosingRound() {
     Follow();
     m_truth.BeginRound();
+    m_other.OnRound();
     m_board.FinishAfterOneMoreOfEach();
 }
 

@@ -53,6 +53,10 @@ public:
     bool HasTrigger() const { return m_trigger.at != 0; }
     void BeginClosingRound();
     void OnNewManager(SimulatedApi* api);
+    /// The managing process died where it stood: nothing may come of it any more.
+    void OnKilled() { m_isDead = true; }
+    /// A process in the dead one's place; its index file goes into `directory` below the session's own.
+    void BeginProcess(const std::string& directory = "");
     void OnOtherSession() { m_other.OnSession(); }
     std::string ConfigPath(int32_t channel, const std::string& remark) const;
 
@@ -126,6 +130,7 @@ private:
     uint64_t m_priceChecksFailed = 0;
     std::set<std::pair<int32_t, int32_t>> m_insane;  ///< on the board, accepted though abnormal
 
+    bool m_isDead = false;
     int32_t m_caller = 0;
     uint64_t m_calls = 0;
     uint64_t m_callsMax = 0;

@@ -31,6 +31,7 @@ bool IsQuiet(uint64_t seconds) {
 }  // namespace
 
 void World::CountCall() {
+    Require(!m_isDead, 22, [] { return std::string("a dead process made an outside call"); });
     if (m_canary.Lies(18)) m_calls += m_callsMax;
     Require(++m_calls <= m_callsMax, 18,
             [this] { return "more than " + std::to_string(m_callsMax) + " outside calls in one step"; });
@@ -93,6 +94,7 @@ void World::OnPhase(EPhase before, uint32_t index) {
     if (now != EPhase::Live) return;
     Follow();
     m_truth.RestartRound();
+    m_other.OnRound();
 }
 
 void World::OnBringUp() {

@@ -30,6 +30,7 @@ constexpr Invariant ALL[] = {
     {23, "log", "log lines are whole, and the level is the configured one after each raised section"},
     {24, "holdings",
      "memory, mapped pages, descriptors and board handles are the same at every return to the same state"},
+    {25, "bounds", "no byte behind a message's end matters: the same session with other bytes there is the same"},
     {26, "one manager", "channels other than the managing one never write a register"},
     {27, "finished feeds", "a finished feed stays finished until everything is cleared"},
 };

@@ -14,6 +14,7 @@ using exchange::Random;
 
 constexpr uint32_t FULL_SIZE_ONE_IN = 40;
 constexpr uint32_t MEMORY_DEAD_ONE_IN = 100;
+constexpr uint32_t REPEATED_ONE_IN = 25;
 constexpr int32_t FULL_SHFE = std::min(600, SHFE_INST_CAPACITY);
 constexpr int32_t FULL_INE = std::min(200, INE_INST_CAPACITY);
 constexpr int32_t TRADING_DAY = 20260430;
@@ -107,6 +108,7 @@ void PlanConfiguration(Plan& plan, Random& random) {
     plan.maxInstNo[SHFE_2PS] = random.Between(81000, 81999);
     plan.maxInstNo[INE_2PS] = random.Between(85000, 85999);
     plan.lostPacketAfter = random.Below(60) + 1;
+    plan.isRepeated = random.OneIn(REPEATED_ONE_IN);
     plan.hasWitness = random.OneIn(2);
 }
 

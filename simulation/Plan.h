@@ -68,6 +68,7 @@ struct Plan {
     int32_t maxInstNo[FEED_COUNT] = {81000, 81101, 85000, 85101};
     uint32_t lostPacketAfter = 40;
     int32_t otherChannel = 2;
+    bool isRepeated = false;  ///< the session is played twice, with something else behind every message
     bool hasWitness = false;  ///< the other channel receives to the end, too
     ChannelPlan channels[CHANNEL_SIZE];
     std::vector<Step> steps;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "common/FpgaStructCommon.h"
 #include "public/reg/BoardProviderLoader.h"
 #include "public/reg/DriveRegEnyx.h"
 #include "simulation/WatchedAllocator.h"
@@ -17,6 +18,10 @@ using Watch = WatchedAllocator::Watch;
 
 IBoardWatcher* g_watcher = nullptr;
 int32_t g_openHandles = 0;
+
+/// A message where the library finds it, and what lies behind.
+alignas(64) unsigned char g_buffer[2 * DMA_MESSAGE_CAPACITY];
+uint8_t g_filler = 0;
 
 /// What the library holds as its stream.
 struct Stream {
@@ -90,6 +95,11 @@ void CloseStream(VexaBoardStream* stream) {
 
 void Deliver(const unsigned char* data, unsigned int length, void* user) {
     const auto& delivery = *static_cast<const Delivery*>(user);
+    if (length <= DMA_MESSAGE_CAPACITY) {
+        std::memcpy(g_buffer, data, length);
+        std::memset(g_buffer + length, g_filler, sizeof g_buffer - length);
+        data = g_buffer;
+    }
     g_watcher->OnMessage(delivery.channel, data, length, delivery.handler, delivery.user);
 }
 
@@ -117,10 +127,11 @@ constexpr VexaBoardProvider PROVIDER{VEXA_BOARD_PROVIDER_VERSION,
 
 }  // namespace
 
-Seam::Seam(IBoardWatcher& watcher) {
+Seam::Seam(IBoardWatcher& watcher, uint8_t filler) {
     if (g_watcher != nullptr) throw std::logic_error("one Seam at a time");
     g_watcher = &watcher;
     g_openHandles = 0;
+    g_filler = filler;
     UseBoardProvider(&PROVIDER);
 }
 

@@ -24,7 +24,8 @@ public:
 
 class Seam {
 public:
-    explicit Seam(IBoardWatcher& watcher);
+    /// `filler`: what lies in memory behind every message.
+    Seam(IBoardWatcher& watcher, uint8_t filler);
     ~Seam();
     Seam(const Seam&) = delete;
     Seam& operator=(const Seam&) = delete;

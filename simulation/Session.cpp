@@ -5,6 +5,9 @@
 namespace simulation {
 namespace {
 
+constexpr uint8_t FILLER = 0xA5;
+constexpr uint8_t OTHER_FILLER = 0x5A;
+
 void CollectCounts(World& world, const Player& player, Outcome& outcome) {
     outcome.updates = world.Deliveries(0).Records() + world.Deliveries(1).Records();
     outcome.losses = player.Losses();
@@ -13,16 +16,13 @@ void CollectCounts(World& world, const Player& player, Outcome& outcome) {
     world.Quirks().AddTo(outcome.quirks);
 }
 
-}  // namespace
-
-Outcome RunSession(const Plan& plan, int canaryNumber, std::FILE* file) {
+Outcome PlayOnce(const Plan& plan, Canary canary, std::FILE* file, uint8_t filler) {
     Outcome outcome;
-    Canary canary(canaryNumber);
     EventTrace trace(file);
     try {
         const Holdings before = Holdings::Now();
         {
-            World world(plan, canary, trace);
+            World world(plan, canary, trace, filler);
             Player player(plan, world);
             player.Play();
             CollectCounts(world, player, outcome);
@@ -30,9 +30,22 @@ Outcome RunSession(const Plan& plan, int canaryNumber, std::FILE* file) {
         RequireSame(before, Holdings::Now());
     } catch (const Breach& breach) {
         outcome.breach = breach;
-        outcome.lastEvents = trace.LastLines();
     }
+    outcome.lastEvents = trace.LastLines();
     outcome.traceHash = trace.Hash();
+    return outcome;
+}
+
+}  // namespace
+
+Outcome RunSession(const Plan& plan, int canaryNumber, std::FILE* file) {
+    Canary canary(canaryNumber);
+    Outcome outcome = PlayOnce(plan, canary, file, FILLER);
+    if (outcome.breach || !plan.isRepeated) return outcome;
+    const uint64_t again = PlayOnce(plan, canary, nullptr, OTHER_FILLER).traceHash;
+    if (again != outcome.traceHash || canary.Lies(25)) {
+        outcome.breach = Breach{25, "trace " + Hex(again) + " with other bytes, not " + Hex(outcome.traceHash)};
+    }
     return outcome;
 }
 

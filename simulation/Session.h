@@ -16,7 +16,7 @@ namespace simulation {
 
 struct Outcome {
     std::optional<Breach> breach;
-    std::vector<std::string> lastEvents;  ///< of a breach
+    std::vector<std::string> lastEvents;
     uint64_t updates = 0;
     uint64_t losses = 0;
     uint64_t recoveries = 0;

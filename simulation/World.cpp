@@ -51,7 +51,7 @@ software_board::BoardOptions BoardOptionsOf(const Plan& plan) {
     return options;
 }
 
-World::World(const Plan& plan, Canary& canary, EventTrace& trace)
+World::World(const Plan& plan, Canary& canary, EventTrace& trace, uint8_t filler)
     : m_plan(plan),
       m_canary(canary),
       m_trace(trace),
@@ -63,7 +63,7 @@ World::World(const Plan& plan, Canary& canary, EventTrace& trace)
       m_log(trace, canary, m_clock),
       m_managing(plan, m_truth, m_ledger, 0),
       m_other(plan, m_truth, m_ledger, plan.otherChannel),
-      m_seam(*this) {
+      m_seam(*this, filler) {
     software_board::InstallBoard(0, &m_board);
     BeginProcess();
 }

@@ -33,7 +33,7 @@ struct Trigger {
 
 class World final : public IBoardWatcher {
 public:
-    World(const Plan& plan, Canary& canary, EventTrace& trace);
+    World(const Plan& plan, Canary& canary, EventTrace& trace, uint8_t filler);
     ~World() override;
     World(const World&) = delete;
     World& operator=(const World&) = delete;

@@ -21,8 +21,9 @@ uint32_t Sum(const unsigned char* bytes, uint32_t length) {
     return sum;
 }
 
-/// A segment of a snapshot server that nothing is wrong with.
-bool IsSound(const unsigned char* frame, uint32_t length) {
+}  // namespace
+
+bool SnapshotRules::IsSound(const unsigned char* frame, uint32_t length) {
     if (length < HEADERS || frame[IP_AT] != PLAIN_IP_HEAD || frame[IP_AT + 9] != PROTOCOL_TCP) return false;
     const uint32_t total = BigEndian(frame + IP_AT + 2);
     const uint32_t headers = 20 + (frame[TCP_AT + 12] >> 4) * 4U;
@@ -35,8 +36,6 @@ bool IsSound(const unsigned char* frame, uint32_t length) {
     while (sum >> 16 != 0) sum = (sum & 0xFFFF) + (sum >> 16);
     return sum == 0xFFFF;
 }
-
-}  // namespace
 
 void SnapshotRules::OnFrame(const unsigned char* frame, uint32_t length, uint8_t wanted) {
     m_isDue = m_mask == wanted && IsSound(frame, length);

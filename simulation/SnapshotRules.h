@@ -8,6 +8,9 @@ namespace simulation {
 
 class SnapshotRules {
 public:
+    /// A segment of a snapshot server that nothing is wrong with.
+    static bool IsSound(const unsigned char* frame, uint32_t length);
+
     void OnBringUp() { *this = SnapshotRules(); }
 
     /// One frame about to be handed to the library; `wanted` is the mask of the feeds that load.

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "simulation/Canary.h"
+#include "simulation/CounterRules.h"
 #include "simulation/DeliveryRules.h"
 #include "simulation/EventTrace.h"
 #include "simulation/Ledger.h"
@@ -94,7 +95,10 @@ private:
     void CheckTables();
     void CheckSlot(EMDQPDataType feed, int32_t instNo, bool isEnabled);
     void CheckSubscriptions();
-    void OnEvent(int32_t channel, const U50Event& event);
+    bool OnEvent(int32_t channel, const U50Event& event);
+    ECounted Expect(int32_t channel, const unsigned char* data, unsigned int length);
+    void HandOver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user);
+    void CheckManager(const CCounters& before, ECounted expected);
     bool IsLoss(const U50Event& event);
     uint64_t LastUpdateSeconds();
     void Deliver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user);

@@ -1,0 +1,143 @@
+// What the board hands to the library, message by message, led to the rules.
+#include <algorithm>
+#include <cstring>
+
+#include "simulation/Invariants.h"
+#include "simulation/WatchedAllocator.h"
+#include "simulation/World.h"
+#include "src/RegisterMap.h"
+
+namespace simulation {
+namespace {
+
+constexpr uint32_t LOST_BITS = 0x80808080U;
+constexpr uint32_t TIME_OUT_BITS = 0x40404040U;
+constexpr uint32_t PRICE_ERROR_BITS = 0x0F0F0F0FU;
+constexpr uint32_t LOST_COUNT_BITS = 0x0FU;
+
+/// First and last minute of the day of each window in which silence is expected.
+constexpr int QUIET[][2] = {{535, 539}, {1255, 1259}, {540, 540}, {1260, 1260}, {615, 615},
+                            {625, 630}, {690, 690},   {805, 810}, {900, 959},   {150, 150}};
+
+bool IsQuiet(uint64_t seconds) {
+    const auto minute = static_cast<int>(seconds / 60 % (24 * 60));
+    return std::any_of(std::begin(QUIET), std::end(QUIET),
+                       [=](const int(&window)[2]) { return window[0] <= minute && minute <= window[1]; });
+}
+
+}  // namespace
+
+void World::BeforeReceive(int32_t channel) {
+    CountCall();
+    if (channel == 0) Fire();
+    m_looksAtReceive = m_clock.Looks();
+}
+
+void World::AfterReceive(int32_t) {
+    if (m_looksAtReceive != UINT64_MAX) m_boardLooks += m_clock.Looks() - m_looksAtReceive;
+}
+
+void World::OnMessage(int32_t channel, const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler,
+                      void* user) {
+    m_boardLooks += m_clock.Looks() - m_looksAtReceive;
+    m_looksAtReceive = UINT64_MAX;
+    uint32_t type = 0;
+    std::memcpy(&type, data, sizeof type);
+    Note(EEvent::Message, channel, type, HashOf(data, length));
+    Follow();
+    const ECounted expected = Expect(channel, data, length);
+    if (channel != 0) return HandOver(data, length, handler, user);
+    const CCounters before = m_manager->Counters();
+    HandOver(data, length, handler, user);
+    CheckManager(before, expected);
+    if (m_order.Phase() == EPhase::Loading) WatchSnapshot();
+}
+
+// What the message is, told to the rules it concerns, and what it may count on the managing channel.
+ECounted World::Expect(int32_t channel, const unsigned char* data, unsigned int length) {
+    uint32_t type = 0;
+    std::memcpy(&type, data, sizeof type);
+    bool isLoss = false;
+    if (type == DMA_EVENT) {
+        U50Event event;
+        std::memcpy(&event, data, sizeof event);
+        isLoss = OnEvent(channel, event);
+    }
+    if (m_order.Phase() != EPhase::Loading) return isLoss ? ECounted::EventLoss : ECounted::Nothing;
+    if (type != DMA_TCP) return ECounted::Foreign;
+    const unsigned char* frame = data + DMA_TCP_FRAME_OFFSET;
+    const uint32_t frameLength = length - DMA_TCP_FRAME_OFFSET;
+    if (channel == 0) m_snapshot.OnFrame(frame, frameLength, EnabledFeeds());
+    return SnapshotRules::IsSound(frame, frameLength) ? ECounted::Sound : ECounted::Unsound;
+}
+
+void World::HandOver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user) {
+    uint32_t type = 0;
+    std::memcpy(&type, data, sizeof type);
+    if (type == DMA_UDP) return Deliver(data, length, handler, user);
+    const WatchedAllocator::Watch watched(true);
+    handler(data, length, user);
+}
+
+void World::CheckManager(const CCounters& before, ECounted expected) {
+    Require(IsCountedOnce(before, m_manager->Counters(), expected) && !m_canary.Lies(15), 15,
+            [&] { return std::string("not counted as ") + CountedName(expected); });
+    const char* inconsistency = m_canary.Lies(12) ? "nothing, really" : m_manager->Inconsistency();
+    Require(inconsistency == nullptr, 12, [&] { return std::string(inconsistency); });
+}
+
+void World::Deliver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user) {
+    ++m_messagesInCall;
+    std::memcpy(&m_lastMessage, data + DMA_UDP_RECORD_OFFSET, sizeof m_lastMessage);
+    const uint64_t allocations = WatchedAllocator::Count();
+    {
+        const WatchedAllocator::Watch watched(true);
+        handler(data, length, user);
+        if (m_canary.Lies(19)) ::operator delete(::operator new(1));
+    }
+    Require(WatchedAllocator::Count() == allocations, 19, [] { return std::string("a delivery allocated"); });
+}
+
+void World::WatchSnapshot() {
+    const uint8_t mask = m_manager->FinishedMask();
+    const bool isLie = mask != 0 && mask == m_snapshot.FinishedMask() && m_canary.Lies(27);
+    m_snapshot.OnFinishedMask(isLie ? 0 : mask, m_manager->Clears());
+    const uint64_t failed = m_manager->PriceChecksFailed();
+    if (failed == m_priceChecksFailed) return;
+    m_priceChecksFailed = failed;
+    m_snapshot.OnPriceCheckFailed();
+    const bool isSpoiled = m_faults.Has(exchange::EFault::CrossedBook) || m_faults.Has(exchange::EFault::OutsideLimits);
+    Require(isSpoiled && !m_plan.isShielded, 14, [] { return std::string("a sane snapshot failed its price check"); });
+}
+
+// ---- events ---------------------------------------------------------------------------------------------------------
+
+// True when a recovery must follow.
+bool World::OnEvent(int32_t channel, const U50Event& event) {
+    const bool isLost = (event.event_data0 & LOST_BITS) != 0;
+    if (isLost) Deliveries(channel).OnGap();
+    if (channel != 0) return false;
+    const EPhase phase = m_order.Phase();
+    if (phase == EPhase::Loading && isLost) m_ledger.OnLossWhileStarting();
+    if (phase != EPhase::Live || !IsLoss(event)) return false;
+    m_order.OnLoss();
+    return true;
+}
+
+bool World::IsLoss(const U50Event& event) {
+    if ((event.event_data0 & LOST_BITS) != 0 || (event.event_data1 & PRICE_ERROR_BITS) != 0) return true;
+    if ((event.event_data0 & TIME_OUT_BITS) == 0) return (event.event_data3 & LOST_COUNT_BITS) != 0;
+    if (!IsQuiet(LastUpdateSeconds())) return true;
+    m_ledger.Book(EQuirk::QuietTimeOut);
+    return false;
+}
+
+uint64_t World::LastUpdateSeconds() {
+    uint64_t latest = 0;
+    for (uint32_t feed = 0; feed < FEED_COUNT; ++feed) {
+        latest = std::max(latest, m_board.Read64(reg::LAST_UPDATE_TIME + feed));
+    }
+    return latest;
+}
+
+}  // namespace simulation

@@ -243,8 +243,8 @@ void Player::CloseRound() {
         m_witness->Start(!m_plan.isPolling);
     }
     m_world.BeginClosingRound();
-    for (int step = 0; step < EMPTY_STEPS_MAX && !IsQuiet(); ++step) {
-    }
+    int steps = 0;
+    while (StepAll() && ++steps < EMPTY_STEPS_MAX) continue;
     Require(m_world.Board().IsDrained(), 5, [] { return std::string("the last updates never arrived"); });
     m_world.Deliveries(0).CheckComplete();
     if (m_witness == nullptr) return;
@@ -255,12 +255,13 @@ void Player::CloseRound() {
     m_witness.reset();
 }
 
-// One step of each: nobody received anything and nothing more will come.
-bool Player::IsQuiet() {
-    const int32_t others = m_witness != nullptr ? m_witness->Step() : 0;
+// False when nothing was received and nothing more will come. The witness takes what waits, no more: polls of an empty
+// ring move the market, faster than the manager can follow.
+bool Player::StepAll() {
+    while (m_witness != nullptr && m_world.Board().HasMessageFor(m_plan.otherChannel)) m_witness->Step();
     const int32_t result = m_manager->Step();
-    if (result == -1) return true;
-    return result == 0 && others == 0 && m_world.Board().IsDrained() && !m_world.Order().IsRecoveryDue();
+    if (result == -1) return false;
+    return result == 1 || !m_world.Board().IsDrained() || m_world.Order().IsRecoveryDue();
 }
 
 void Player::Close() {

@@ -42,7 +42,7 @@ private:
     void At(const Step& step, std::function<void()> action);
     void Close();
     void CloseRound();
-    bool IsQuiet();
+    bool StepAll();
 
     const Plan& m_plan;
     World& m_world;

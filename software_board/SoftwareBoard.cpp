@@ -96,11 +96,15 @@ void SoftwareBoard::FinishAfterOneMoreOfEach() { m_state->engine.FinishAfterOneM
 
 bool SoftwareBoard::IsDrained() const {
     if (!m_state->engine.HasFinished()) return false;
-    for (std::size_t channel = 0; channel < m_state->streams.size(); ++channel) {
-        std::optional<RingConsumer>& stream = m_state->streams[channel];
-        if (stream && (!stream->IsEmpty() || Load(m_state->memory->channels[channel].hasOverrun) != 0)) return false;
+    for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) {
+        if (HasMessageFor(channel)) return false;
     }
     return true;
+}
+
+bool SoftwareBoard::HasMessageFor(int32_t channel) const {
+    std::optional<RingConsumer>& stream = m_state->streams[static_cast<std::size_t>(channel)];
+    return stream && (!stream->IsEmpty() || Load(m_state->memory->channels[channel].hasOverrun) != 0);
 }
 
 void SoftwareBoard::LosePackets(uint32_t updates) { m_state->engine.LosePackets(updates); }

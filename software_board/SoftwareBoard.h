@@ -39,7 +39,8 @@ public:
     /// From now on the exchange moves every instrument exactly once more and then stops: what an application holds
     /// once nothing more arrives must equal the truth.
     void FinishAfterOneMoreOfEach();
-    bool IsDrained() const;  ///< nothing is left to deliver
+    bool IsDrained() const;                     ///< nothing is left to deliver
+    bool HasMessageFor(int32_t channel) const;  ///< in its ring, or to be told of its ring
 
     /// Loses `updates` updates of the exchange and says so with a packet-lost event.
     void LosePackets(uint32_t updates);

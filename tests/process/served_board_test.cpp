@@ -9,6 +9,7 @@
 #include <deque>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -44,10 +45,19 @@ protected:
         WriteConfig("");
     }
     ~ServedBoard() override {
+        if (HasFailure()) TellWhatTheProcessesSaid();
         readers.clear();
         server.reset();
         std::filesystem::remove(software_board::SharedBoardPath(bus));
         std::filesystem::remove_all(directory);
+    }
+
+    void TellWhatTheProcessesSaid() const {
+        for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+            const std::string name = entry.path().filename().string();
+            if (name.find("_records") != std::string::npos || entry.path().extension() == ".ini") continue;
+            std::cout << "---- " << name << "\n" << std::ifstream(entry.path()).rdbuf() << "\n";
+        }
     }
 
     std::string Path(const std::string& name) const { return (directory / name).string(); }

@@ -15,6 +15,10 @@ MAY_INCLUDE = {
     "software_board": ["software_board/", "exchange/", "common/", "interface/", "public/reg/", "public/clock/",
                        "public/file/", "src/RegisterMap.h", "src/Version.h"],
     "simulation": ["simulation/", "software_board/", "exchange/", "src/", "interface/", "include/", "common/", "public/"],
+    "simulation/base": ["simulation/base/", "exchange/", "common/", "public/"],
+    "simulation/rules": ["simulation/base/", "simulation/rules/", "exchange/", "src/", "interface/", "common/", "public/"],
+    "simulation/world": ["simulation/base/", "simulation/rules/", "simulation/world/", "software_board/", "exchange/",
+                         "src/", "interface/", "common/", "public/"],
     "examples": ["VexaShfeMdApi.h", "VexaShfeMdStruct.h"],
 }
 BANNED = [
@@ -36,9 +40,9 @@ def tracked(*patterns):
 
 def check_includes(path, number, line):
     found = re.match(r'\s*#include "([^"]+)"', line)
-    allowed = MAY_INCLUDE.get(path.split("/")[0])
-    if found and allowed is not None and not any(found[1].startswith(prefix) for prefix in allowed):
-        yield f"{path}:{number}: {path.split('/')[0]}/ may not include {found[1]}"
+    folder = max((folder for folder in MAY_INCLUDE if path.startswith(folder + "/")), key=len, default=None)
+    if found and folder is not None and not any(found[1].startswith(prefix) for prefix in MAY_INCLUDE[folder]):
+        yield f"{path}:{number}: {folder}/ may not include {found[1]}"
 
 
 def check_words(path, number, line):

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <utility>
 
-#include "simulation/Invariants.h"
+#include "simulation/rules/Invariants.h"
 
 namespace simulation {
 

@@ -5,9 +5,9 @@
 #include <string>
 
 #include "interface/VexaShfeMdApi.h"
-#include "simulation/SimulatedApi.h"
-#include "simulation/WatchedAllocator.h"
-#include "simulation/World.h"
+#include "simulation/base/WatchedAllocator.h"
+#include "simulation/world/SimulatedApi.h"
+#include "simulation/world/World.h"
 
 namespace simulation {
 

@@ -1,6 +1,6 @@
 #include "simulation/Player.h"
 
-#include "simulation/Invariants.h"
+#include "simulation/rules/Invariants.h"
 
 namespace simulation {
 namespace {

@@ -7,9 +7,9 @@
 #include <optional>
 #include <string>
 
-#include "simulation/Holdings.h"
 #include "simulation/Party.h"
-#include "simulation/World.h"
+#include "simulation/world/Holdings.h"
+#include "simulation/world/World.h"
 
 namespace simulation {
 

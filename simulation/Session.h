@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "simulation/Invariants.h"
-#include "simulation/Ledger.h"
-#include "simulation/Plan.h"
-#include "simulation/Reach.h"
+#include "simulation/base/Plan.h"
+#include "simulation/base/Reach.h"
+#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Ledger.h"
 
 namespace simulation {
 

@@ -2,7 +2,7 @@
 /// same.
 #pragma once
 
-#include "simulation/Plan.h"
+#include "simulation/base/Plan.h"
 
 namespace simulation {
 

@@ -6,8 +6,8 @@
 #include <stdexcept>
 
 #include "exchange/Faults.h"
-#include "simulation/EventTrace.h"
 #include "simulation/Shrinker.h"
+#include "simulation/base/EventTrace.h"
 
 namespace simulation {
 namespace {

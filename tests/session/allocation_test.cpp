@@ -10,7 +10,7 @@
 
 #include "public/config/IniReader.h"
 #include "public/reg/BoardProviderLoader.h"
-#include "simulation/WatchedAllocator.h"
+#include "simulation/base/WatchedAllocator.h"
 #include "tests/support/SessionWorld.h"
 
 using simulation::WatchedAllocator;

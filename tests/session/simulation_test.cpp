@@ -8,7 +8,7 @@
 #include "simulation/Session.h"
 #include "simulation/Shrinker.h"
 #include "simulation/Simulation.h"
-#include "simulation/Wanted.h"
+#include "simulation/rules/Wanted.h"
 
 namespace simulation {
 namespace {

@@ -1,4 +1,4 @@
-#include "simulation/Wanted.h"
+#include "simulation/rules/Wanted.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,10 +1,10 @@
-#include "simulation/LogRules.h"
+#include "simulation/rules/LogRules.h"
 
 #include <algorithm>
 #include <string_view>
 
-#include "simulation/Invariants.h"
-#include "simulation/WatchedAllocator.h"
+#include "simulation/base/WatchedAllocator.h"
+#include "simulation/rules/Invariants.h"
 
 namespace simulation {
 namespace {

@@ -1,13 +1,13 @@
 // Frames the library's calls, does what a script asks for, and keeps the truth up to date.
-#include "simulation/World.h"
+#include "simulation/world/World.h"
 
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 
-#include "simulation/Invariants.h"
-#include "simulation/Wanted.h"
-#include "simulation/WatchedAllocator.h"
+#include "simulation/base/WatchedAllocator.h"
+#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Wanted.h"
 
 namespace simulation {
 namespace {

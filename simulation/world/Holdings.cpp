@@ -1,11 +1,11 @@
-#include "simulation/Holdings.h"
+#include "simulation/world/Holdings.h"
 
 #include <filesystem>
 #include <iterator>
 
-#include "simulation/Invariants.h"
-#include "simulation/Seam.h"
-#include "simulation/WatchedAllocator.h"
+#include "simulation/base/WatchedAllocator.h"
+#include "simulation/rules/Invariants.h"
+#include "simulation/world/Seam.h"
 
 namespace simulation {
 

@@ -1,9 +1,9 @@
-#include "simulation/DeliveryRules.h"
+#include "simulation/rules/DeliveryRules.h"
 
 #include <cstring>
 
-#include "simulation/Invariants.h"
-#include "simulation/Wanted.h"
+#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Wanted.h"
 
 namespace simulation {
 

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "simulation/Phase.h"
-#include "simulation/RegisterRules.h"
+#include "simulation/base/Phase.h"
+#include "simulation/rules/RegisterRules.h"
 
 namespace simulation {
 

@@ -1,4 +1,4 @@
-#include "simulation/EventTrace.h"
+#include "simulation/base/EventTrace.h"
 
 #include <algorithm>
 #include <cinttypes>

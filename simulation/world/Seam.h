@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "public/reg/BoardProvider.h"
-#include "simulation/RegisterRules.h"
+#include "simulation/rules/RegisterRules.h"
 
 namespace simulation {
 

@@ -4,9 +4,9 @@
 #include <cstdint>
 
 #include "public/log/CommonLog.h"
-#include "simulation/Canary.h"
-#include "simulation/EventTrace.h"
-#include "simulation/SimulatedClock.h"
+#include "simulation/base/Canary.h"
+#include "simulation/base/EventTrace.h"
+#include "simulation/base/SimulatedClock.h"
 
 namespace simulation {
 

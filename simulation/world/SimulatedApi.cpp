@@ -1,4 +1,4 @@
-#include "simulation/SimulatedApi.h"
+#include "simulation/world/SimulatedApi.h"
 
 namespace simulation {
 namespace {

@@ -1,4 +1,4 @@
-#include "simulation/Reach.h"
+#include "simulation/base/Reach.h"
 
 #include <cinttypes>
 #include <cstdio>

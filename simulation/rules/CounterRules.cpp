@@ -1,4 +1,4 @@
-#include "simulation/CounterRules.h"
+#include "simulation/rules/CounterRules.h"
 
 #include <initializer_list>
 

@@ -6,9 +6,9 @@
 #include <map>
 #include <utility>
 
-#include "simulation/Ledger.h"
-#include "simulation/Plan.h"
-#include "simulation/TruthHistory.h"
+#include "simulation/base/Plan.h"
+#include "simulation/rules/Ledger.h"
+#include "simulation/rules/TruthHistory.h"
 
 namespace simulation {
 

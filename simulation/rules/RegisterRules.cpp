@@ -1,6 +1,6 @@
-#include "simulation/RegisterRules.h"
+#include "simulation/rules/RegisterRules.h"
 
-#include "simulation/Invariants.h"
+#include "simulation/rules/Invariants.h"
 #include "src/RegisterMap.h"
 
 namespace simulation {

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "common/FpgaStructCommon.h"
-#include "simulation/Phase.h"
+#include "simulation/base/Phase.h"
 
 namespace simulation {
 

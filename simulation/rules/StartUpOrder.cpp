@@ -1,9 +1,9 @@
-#include "simulation/StartUpOrder.h"
+#include "simulation/rules/StartUpOrder.h"
 
 #include <algorithm>
 
-#include "simulation/Invariants.h"
-#include "simulation/SimulatedClock.h"
+#include "simulation/base/SimulatedClock.h"
+#include "simulation/rules/Invariants.h"
 #include "src/RegisterMap.h"
 
 namespace simulation {

@@ -6,7 +6,7 @@
 
 #include "exchange/Instrument.h"
 #include "interface/VexaShfeMdStruct.h"
-#include "simulation/Plan.h"
+#include "simulation/base/Plan.h"
 
 namespace simulation {
 

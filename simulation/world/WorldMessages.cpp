@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "simulation/Invariants.h"
-#include "simulation/WatchedAllocator.h"
-#include "simulation/World.h"
+#include "simulation/base/WatchedAllocator.h"
+#include "simulation/rules/Invariants.h"
+#include "simulation/world/World.h"
 #include "src/RegisterMap.h"
 
 namespace simulation {

@@ -1,4 +1,4 @@
-#include "simulation/Ledger.h"
+#include "simulation/rules/Ledger.h"
 
 namespace simulation {
 

@@ -6,7 +6,7 @@
 #include <map>
 #include <string>
 
-#include "simulation/Phase.h"
+#include "simulation/base/Phase.h"
 
 namespace simulation {
 

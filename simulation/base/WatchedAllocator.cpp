@@ -1,4 +1,4 @@
-#include "simulation/WatchedAllocator.h"
+#include "simulation/base/WatchedAllocator.h"
 
 #include <sys/mman.h>
 

@@ -1,6 +1,6 @@
-#include "simulation/SnapshotRules.h"
+#include "simulation/rules/SnapshotRules.h"
 
-#include "simulation/Invariants.h"
+#include "simulation/rules/Invariants.h"
 
 namespace simulation {
 namespace {

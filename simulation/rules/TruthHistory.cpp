@@ -1,4 +1,4 @@
-#include "simulation/TruthHistory.h"
+#include "simulation/rules/TruthHistory.h"
 
 namespace simulation {
 namespace {

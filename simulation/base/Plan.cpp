@@ -1,4 +1,4 @@
-#include "simulation/Plan.h"
+#include "simulation/base/Plan.h"
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,9 @@
-#include "simulation/TableRules.h"
+#include "simulation/rules/TableRules.h"
 
 #include <algorithm>
 
-#include "simulation/EventTrace.h"
-#include "simulation/Invariants.h"
+#include "simulation/base/EventTrace.h"
+#include "simulation/rules/Invariants.h"
 #include "src/RegisterMap.h"
 
 namespace simulation {

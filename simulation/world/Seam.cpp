@@ -1,4 +1,4 @@
-#include "simulation/Seam.h"
+#include "simulation/world/Seam.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -7,7 +7,7 @@
 #include "common/FpgaStructCommon.h"
 #include "public/reg/BoardProviderLoader.h"
 #include "public/reg/DriveRegEnyx.h"
-#include "simulation/WatchedAllocator.h"
+#include "simulation/base/WatchedAllocator.h"
 #include "software_board/SoftwareBoard.h"
 
 namespace simulation {

@@ -1,4 +1,4 @@
-#include "simulation/Invariants.h"
+#include "simulation/rules/Invariants.h"
 
 #include <algorithm>
 #include <cinttypes>

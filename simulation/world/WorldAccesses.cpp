@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "simulation/Invariants.h"
-#include "simulation/Wanted.h"
-#include "simulation/WatchedAllocator.h"
-#include "simulation/World.h"
+#include "simulation/base/WatchedAllocator.h"
+#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Wanted.h"
+#include "simulation/world/World.h"
 #include "src/RegisterMap.h"
 
 namespace simulation {

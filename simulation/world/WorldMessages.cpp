@@ -25,6 +25,12 @@ bool IsQuiet(uint64_t seconds) {
                        [=](const int(&window)[2]) { return window[0] <= minute && minute <= window[1]; });
 }
 
+uint32_t TypeOf(const unsigned char* message) {
+    uint32_t type = 0;
+    std::memcpy(&type, message, sizeof type);
+    return type;
+}
+
 }  // namespace
 
 void World::BeforeReceive(int32_t channel) {
@@ -41,9 +47,7 @@ void World::OnMessage(int32_t channel, const unsigned char* data, unsigned int l
                       void* user) {
     m_boardLooks += m_clock.Looks() - m_looksAtReceive;
     m_looksAtReceive = UINT64_MAX;
-    uint32_t type = 0;
-    std::memcpy(&type, data, sizeof type);
-    Note(EEvent::Message, channel, type, HashOf(data, length));
+    Note(EEvent::Message, channel, TypeOf(data), HashOf(data, length));
     Follow();
     const ECounted expected = Expect(channel, data, length);
     if (channel != 0) return HandOver(data, length, handler, user);
@@ -55,8 +59,7 @@ void World::OnMessage(int32_t channel, const unsigned char* data, unsigned int l
 
 // What the message is, told to the rules it concerns, and what it may count on the managing channel.
 ECounted World::Expect(int32_t channel, const unsigned char* data, unsigned int length) {
-    uint32_t type = 0;
-    std::memcpy(&type, data, sizeof type);
+    const uint32_t type = TypeOf(data);
     bool isLoss = false;
     if (type == DMA_EVENT) {
         U50Event event;
@@ -72,9 +75,7 @@ ECounted World::Expect(int32_t channel, const unsigned char* data, unsigned int 
 }
 
 void World::HandOver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user) {
-    uint32_t type = 0;
-    std::memcpy(&type, data, sizeof type);
-    if (type == DMA_UDP) return Deliver(data, length, handler, user);
+    if (TypeOf(data) == DMA_UDP) return Deliver(data, length, handler, user);
     const WatchedAllocator::Watch watched(true);
     handler(data, length, user);
 }

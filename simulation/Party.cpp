@@ -39,6 +39,7 @@ Party::Party(World& world, int32_t channel) : m_world(world), m_channel(channel)
 }
 
 Party::~Party() {
+    m_world.OnDestroying();
     const Watch watched(true);
     m_api.reset();
 }
@@ -161,12 +162,6 @@ void Party::Signal() {
     if (!IsEnding()) m_endedIn = m_world.Order().Phase();
     m_isSignalled = true;
     std::raise(SIGTERM);
-}
-
-void Party::Die() {
-    m_world.OnKilled();
-    const Watch watched(true);
-    m_api.reset();
 }
 
 void Party::RunOutOfMemory(uint64_t number, WatchedAllocator::Failure failure) { m_shortage = {number, failure}; }

@@ -28,9 +28,6 @@ public:
     /// Whether the application stops at its next update.
     void SetStopAtUpdate(bool isStopping) { m_isStoppingAtUpdate = isStopping; }
 
-    /// The process is gone with all it held. No step may follow.
-    void Die();
-
     /// In the next call that may bring the board up, the `number`-th allocation fails.
     void RunOutOfMemory(uint64_t number, WatchedAllocator::Failure failure);
 

@@ -41,6 +41,7 @@ void Player::Start(bool isPolling, const std::string& remark) {
 
 void Player::EndObject() {
     m_manager.reset();
+    m_world.CheckDestroyed();
     Holdings held = Holdings::Now();
     if (m_world.GetCanary().Lies(24)) ++held.blocks;
     if (m_heldByNone) RequireSame(*m_heldByNone, held);
@@ -166,7 +167,6 @@ void Player::Kill(const Step& step) {
             NewObject(step.count % 2 == 0, m_remark);
         }
     } catch (const Killed&) {
-        m_manager->Die();
         m_world.BeginProcess();
     }
     m_world.SetTrigger({});

@@ -31,7 +31,7 @@ Outcome PlayOnce(const Plan& plan, Canary canary, std::FILE* file, uint8_t fille
     } catch (const Breach& breach) {
         outcome.breach = breach;
     }
-    outcome.lastEvents = trace.LastLines();
+    if (outcome.breach || plan.isRepeated) outcome.lastEvents = trace.LastLines();
     outcome.traceHash = trace.Hash();
     return outcome;
 }

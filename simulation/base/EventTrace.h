@@ -27,7 +27,6 @@ public:
 
     void Add(const Event& event);
 
-    uint64_t Count() const { return m_count; }
     uint64_t Hash() const { return m_hash; }
     std::vector<std::string> LastLines() const;
 

@@ -28,7 +28,7 @@ constexpr Invariant ALL[] = {
     {19, "bare delivery", "the road of an update allocates nothing and looks at no clock"},
     {20, "results", "return values tell what happened"},
     {21, "once", "no update is lost or told twice while the ring did not overflow"},
-    {22, "end", "after a stop or a signal every step returns -1"},
+    {22, "end", "after a stop or a signal every step returns -1; an object ends without an outside call"},
     {23, "log", "log lines are whole, and the level is the configured one after each raised section"},
     {24, "holdings",
      "memory, mapped pages, descriptors and board handles are the same at every return to the same state"},

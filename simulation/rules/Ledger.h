@@ -31,7 +31,6 @@ const char* QuirkName(EQuirk quirk);
 class Ledger {
 public:
     void Book(EQuirk quirk) { ++m_booked[static_cast<std::size_t>(quirk)]; }
-    uint64_t Booked(EQuirk quirk) const { return m_booked[static_cast<std::size_t>(quirk)]; }
     void AddTo(std::array<uint64_t, QUIRK_COUNT>& totals) const;
 
     /// Until the next bring-up this instrument may differ from the truth, because of `why`.

@@ -21,7 +21,7 @@ std::string Holdings::Text() const {
 }
 
 void RequireSame(const Holdings& before, const Holdings& now) {
-    Require(before.Text() == now.Text(), 24, [&] { return "held before: " + before.Text() + "; now: " + now.Text(); });
+    Require(before == now, 24, [&] { return "held before: " + before.Text() + "; now: " + now.Text(); });
 }
 
 }  // namespace simulation

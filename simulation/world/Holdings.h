@@ -14,6 +14,7 @@ struct Holdings {
     int32_t handles = 0;  ///< register areas and streams
 
     static Holdings Now();
+    bool operator==(const Holdings&) const = default;
     std::string Text() const;
 };
 

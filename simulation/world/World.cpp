@@ -74,10 +74,11 @@ World::~World() {
     std::filesystem::remove_all(m_directory, ignored);
 }
 
-void World::BeginProcess(const std::string& directory) {
-    m_isDead = false;
-    SimulatedApi::NewProcess((m_directory / directory).string());
+void World::CheckDestroyed() {
+    Require(!m_hasDestructorCalled, 22, [] { return std::string("an object made an outside call as it ended"); });
 }
+
+void World::BeginProcess(const std::string& directory) { SimulatedApi::NewProcess((m_directory / directory).string()); }
 
 void World::Note(EEvent kind, int32_t channel, uint64_t what, uint64_t value) {
     m_trace.Add({kind, channel, what, value, m_clock.Now()});
@@ -113,6 +114,7 @@ void World::OnNewManager(SimulatedApi* api) {
 // ---- calls ----------------------------------------------------------------------------------------------------------
 
 void World::BeginCall(int32_t channel, bool mayBringUp) {
+    m_isDestroying = false;
     m_caller = channel;
     m_calls = 0;
     m_callsMax = mayBringUp ? StartCallsMax(m_plan) : LIVE_CALLS_MAX;

@@ -51,11 +51,12 @@ public:
     void Lose(uint32_t updates);
     void Raise(const U50Event& event);
     void SetTrigger(Trigger trigger) { m_trigger = std::move(trigger); }
-    bool HasTrigger() const { return m_trigger.at != 0; }
     void BeginClosingRound();
     void OnNewManager(SimulatedApi* api);
-    /// The managing process died where it stood: nothing may come of it any more.
-    void OnKilled() { m_isDead = true; }
+    /// A session object is being destroyed, by its application or because its process died: that frees what it holds
+    /// and makes no outside call.
+    void OnDestroying() { m_isDestroying = true; }
+    void CheckDestroyed();
     /// A process in the dead one's place; its index file goes into `directory` below the session's own.
     void BeginProcess(const std::string& directory = "");
     void OnOtherSession() { m_other.OnSession(); }
@@ -63,7 +64,6 @@ public:
 
     const Plan& GetPlan() const { return m_plan; }
     Canary& GetCanary() { return m_canary; }
-    EventTrace& Trace() { return m_trace; }
     SimulatedClock& Clock() { return m_clock; }
     software_board::SoftwareBoard& Board() { return m_board; }
     StartUpOrder& Order() { return m_order; }
@@ -86,6 +86,7 @@ public:
 
 private:
     void CountCall();
+    bool IsOfDestructor();
     void Fire();
     bool OnTableWrite(uint32_t index, uint32_t value);
     void OnControlWrite(uint32_t index, uint32_t value);
@@ -134,7 +135,8 @@ private:
     uint64_t m_priceChecksFailed = 0;
     std::set<std::pair<int32_t, int32_t>> m_insane;  ///< on the board, accepted though abnormal
 
-    bool m_isDead = false;
+    bool m_isDestroying = false;
+    bool m_hasDestructorCalled = false;
     int32_t m_caller = 0;
     uint64_t m_calls = 0;
     uint64_t m_callsMax = 0;

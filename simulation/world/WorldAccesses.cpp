@@ -17,10 +17,15 @@ constexpr uint32_t NOWHERE = 0x2F000;
 }  // namespace
 
 void World::CountCall() {
-    Require(!m_isDead, 22, [] { return std::string("a dead process made an outside call"); });
     if (m_canary.Lies(18)) m_calls += m_callsMax;
     Require(++m_calls <= m_callsMax, 18,
             [this] { return "more than " + std::to_string(m_callsMax) + " outside calls in one step"; });
+}
+
+// Destructors must not throw: what they do is told when they are through.
+bool World::IsOfDestructor() {
+    m_hasDestructorCalled = m_hasDestructorCalled || m_isDestroying;
+    return m_isDestroying;
 }
 
 void World::Fire() {
@@ -35,6 +40,7 @@ bool World::OnWrite(uint32_t index, uint32_t value) {
     if (m_caller == 0 && m_trigger.at == 0 && m_tables.TakesEmptyWord(index, value)) [[likely]]
         return false;
     const WatchedAllocator::Watch unwatched(false);
+    if (IsOfDestructor()) return false;
     CountCall();
     Require(m_caller == 0, 26,
             [=, this] { return "channel " + std::to_string(m_caller) + " wrote register " + Hex(index); });
@@ -95,6 +101,7 @@ void World::OnBringUp() {
 }
 
 void World::BeforeRead(EAccess access, uint32_t index) {
+    if (IsOfDestructor()) return;
     CountCall();
     Fire();
     m_looksAtReceive = m_clock.Looks();
@@ -112,6 +119,7 @@ void World::BeforeRead(EAccess access, uint32_t index) {
 }
 
 void World::AfterRead(EAccess access, uint32_t index, uint64_t value) {
+    if (m_isDestroying) return;
     m_boardLooks += m_clock.Looks() - m_looksAtReceive;
     if (TableRules::IsPort(index)) return m_tables.OnRead(index);
     Note(access == EAccess::Read64 ? EEvent::Read64 : EEvent::Read32, m_caller, index, value);

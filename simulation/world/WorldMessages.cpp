@@ -34,6 +34,7 @@ uint32_t TypeOf(const unsigned char* message) {
 }  // namespace
 
 void World::BeforeReceive(int32_t channel) {
+    if (IsOfDestructor()) return;
     CountCall();
     if (channel == 0) Fire();
     m_looksAtReceive = m_clock.Looks();

@@ -60,7 +60,8 @@ int32_t CVexaShfeMdApiImpl::_InitFpga() {
     m_drvRegEnyx.WriteRegister(reg::BRING_UP_START, 1);
     m_drvRegEnyx.WriteRegister(reg::PRICE_PROTECT_EVENT_MASK, m_u50ConfigInfo.price_protect_event_mask);
 
-    if (!_WaitForMemory()) {
+    if (const int32_t result = _WaitForMemory(); result != 0) {
+        if (result == BOARD_LOST) return BOARD_LOST;
         VEXA_LOG(LOG_WARNING, "HBM2 init timeout, Please check whether the FPGA is normal.");
         raised.LeaveRaised();
         return -1;
@@ -87,17 +88,18 @@ int32_t CVexaShfeMdApiImpl::_InitFpga() {
 
 // What arrives meanwhile is stale and discarded, the board's own ready event with it: the wait then ends on its limit
 // and the status register tells.
-bool CVexaShfeMdApiImpl::_WaitForMemory() {
+int32_t CVexaShfeMdApiImpl::_WaitForMemory() {
     m_isHBM2InitFinished = false;
     const CWaitTimer timer;
     while (!m_isHBM2InitFinished && timer.ElapsedSeconds() <= HBM2_WAIT_SECONDS) {
         m_drvDMAEnyx.RecvOnce(_MdClearHandler, &m_u50UserData);
+        if (m_drvDMAEnyx.HasFailed()) return BOARD_LOST;
     }
-    if (m_isHBM2InitFinished) return true;
+    if (m_isHBM2InitFinished) return 0;
     uint32_t status = 0;
     m_drvRegEnyx.ReadRegister(reg::HBM2_STATUS, status);
     m_isHBM2InitFinished = status == reg::HBM2_READY;
-    return m_isHBM2InitFinished;
+    return m_isHBM2InitFinished ? 0 : -1;
 }
 
 void CVexaShfeMdApiImpl::_ProgramSessions() {
@@ -160,6 +162,7 @@ int32_t CVexaShfeMdApiImpl::_WaitForSnapshot() {
         if (m_isTcpInitFinished || m_isStopflag.load(std::memory_order_relaxed)) break;
         if (int64_t{m_u50ConfigInfo.wait_snap_timeout} < timer.ElapsedSeconds()) return -2;
         m_drvDMAEnyx.RecvOnce(_TcpHandler, this);
+        if (m_drvDMAEnyx.HasFailed()) return BOARD_LOST;
     }
     if (m_isExit.load(std::memory_order_relaxed) || m_isStopflag.load(std::memory_order_relaxed)) return -1;
     return 0;

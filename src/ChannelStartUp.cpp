@@ -10,6 +10,10 @@
 namespace {
 
 constexpr uint32_t SAMPLE_SECONDS = 3;
+constexpr int64_t STREAM_FAILS_SECONDS = 1;
+
+/// Lines of the start-up name the one operation that it is, whichever part of it wrote them.
+#define UP_LOG(level, ...) WriteLogLine((level), LogBaseName(__FILE__), __LINE__, "_VexaSubDmaUp", __VA_ARGS__)
 
 U50MdPktCnt ReadPacketCounters(const CDrvRegEnyx& board) {
     U50MdPktCnt counters;
@@ -59,7 +63,32 @@ int32_t CVexaShfeMdApiImpl::_ChechAndVexaSubDmaUp() {
             return 0;
         }
     }
-    return _VexaSubDmaUp(configCrc);
+    int32_t result = _VexaSubDmaUp(configCrc);
+    while (result == BOARD_LOST && _WaitForBoard()) result = _VexaSubDmaUp(configCrc);
+    return result == 0 ? 0 : -1;
+}
+
+// An outage uses up attempts as a snapshot that does not come would: a start waits no longer for the one than for the
+// other. False when the session was ended meanwhile.
+bool CVexaShfeMdApiImpl::_WaitForBoard() {
+    const CWaitTimer timer;
+    while (timer.ElapsedSeconds() <= int64_t{m_u50ConfigInfo.wait_snap_timeout}) {
+        if (m_isExit.load(std::memory_order_relaxed) || m_isStopflag.load(std::memory_order_relaxed)) return false;
+        m_drvDMAEnyx.RecvOnce(_MdClearHandler, &m_u50UserData);
+        if (!m_drvDMAEnyx.HasFailed()) return true;
+    }
+    ++m_u50InitCnt;
+    UP_LOG(LOG_WARNING, "channel%d u50 Init time out Cnt == %d", m_u50ConfigInfo.channel_id, m_u50InitCnt);
+    return true;
+}
+
+// Registers that fail say so only of themselves. The stream of a board that is gone fails too, soon after.
+bool CVexaShfeMdApiImpl::_IsBoardLost() {
+    const CWaitTimer timer;
+    while (m_drvRegEnyx.HasFailed() && !m_drvDMAEnyx.HasFailed() && timer.ElapsedSeconds() < STREAM_FAILS_SECONDS) {
+        m_drvDMAEnyx.RecvOnce(_MdClearHandler, &m_u50UserData);
+    }
+    return m_drvDMAEnyx.HasFailed();
 }
 
 int32_t CVexaShfeMdApiImpl::_VexaSubDmaUp(uint32_t configCrc) {
@@ -68,21 +97,12 @@ int32_t CVexaShfeMdApiImpl::_VexaSubDmaUp(uint32_t configCrc) {
     VEXA_LOG(LOG_DEBUG, "channel%d FPGA Init......begin", channel);
     if (m_u50ConfigInfo.dma_data_flag) _RestartCaptures();
 
-    while (!m_isTcpInitFinished) {
-        if (m_u50InitCnt >= m_u50ConfigInfo.init_tcpcnt) {
-            VEXA_LOG(LOG_WARNING, "channel%d m_u50InitCnt > %d", channel, m_u50ConfigInfo.init_tcpcnt);
-            return -1;
-        }
-        const int32_t result = _InitFpga();
-        if (result == -2) {
-            VEXA_LOG(LOG_WARNING, "channel%d u50 Init time out Cnt == %d", channel, m_u50InitCnt);
-            continue;
-        }
-        if (result != 0) return -1;
-        m_u50InitCnt = 0;
-    }
-
+    if (const int32_t result = _BringUpUntilLoaded(); result != 0) return result;
     if (Chk_SysVersion() != 0) {
+        if (_IsBoardLost()) {
+            m_isTcpInitFinished = false;
+            return BOARD_LOST;
+        }
         VEXA_LOG(LOG_ERROR, "check version is fail.");
         return -1;
     }
@@ -105,6 +125,29 @@ int32_t CVexaShfeMdApiImpl::_VexaSubDmaUp(uint32_t configCrc) {
     return 0;
 }
 
+// Attempts, until the snapshot is there or they are used up. One that lost its board is none.
+int32_t CVexaShfeMdApiImpl::_BringUpUntilLoaded() {
+    const int32_t channel = m_u50ConfigInfo.channel_id;
+    while (!m_isTcpInitFinished) {
+        if (m_u50InitCnt >= m_u50ConfigInfo.init_tcpcnt) {
+            UP_LOG(LOG_WARNING, "channel%d m_u50InitCnt > %d", channel, m_u50ConfigInfo.init_tcpcnt);
+            return -1;
+        }
+        const int32_t result = _InitFpga();
+        if (result == -2) {
+            UP_LOG(LOG_WARNING, "channel%d u50 Init time out Cnt == %d", channel, m_u50InitCnt);
+            continue;
+        }
+        if (result == BOARD_LOST) {
+            --m_u50InitCnt;
+            return BOARD_LOST;
+        }
+        if (result != 0) return -1;
+        m_u50InitCnt = 0;
+    }
+    return 0;
+}
+
 void CVexaShfeMdApiImpl::_RestartCaptures() {
     const char* path = m_u50ConfigInfo.log_path.c_str();
     m_writeDmaShot.CloseShotBinLog();
@@ -121,11 +164,11 @@ void CVexaShfeMdApiImpl::_WriteEngineParameters() {
         m_drvRegEnyx.WriteRegister(reg::FEEDS[index].maxInstNo, static_cast<uint32_t>(maxInstNo));
     }
     m_drvRegEnyx.WriteRegister(reg::LAST_TICK_CHANNEL, config.last_tick_channel);
-    WriteLogLine(LOG_INFO, LogBaseName(__FILE__), __LINE__, "_VexaSubDmaUp",
-                 "shfe2ps_max_inst_no[%d] shfe4ps_max_inst_no[%d] ine2ps_max_inst_no[%d] ine4ps_max_inst_no[%d] "
-                 "lastTickChannel[%u]",
-                 config.maxInstNo.shfe2ps_max_inst_no, config.maxInstNo.shfe4ps_max_inst_no,
-                 config.maxInstNo.ine2ps_max_inst_no, config.maxInstNo.ine4ps_max_inst_no, config.last_tick_channel);
+    UP_LOG(LOG_INFO,
+           "shfe2ps_max_inst_no[%d] shfe4ps_max_inst_no[%d] ine2ps_max_inst_no[%d] ine4ps_max_inst_no[%d] "
+           "lastTickChannel[%u]",
+           config.maxInstNo.shfe2ps_max_inst_no, config.maxInstNo.shfe4ps_max_inst_no,
+           config.maxInstNo.ine2ps_max_inst_no, config.maxInstNo.ine4ps_max_inst_no, config.last_tick_channel);
     m_drvRegEnyx.WriteRegister(reg::REPEAT_QUOTE_UPLOAD, config.repeat_quote_upload ? 1 : 0);
     m_drvRegEnyx.WriteRegister(reg::MODEL_SEL, config.model_sel ? 1 : 0);
     m_drvRegEnyx.WriteRegister(reg::EVENT_MODEL_SEL, config.event_model_sel ? 1 : 0);

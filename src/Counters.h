@@ -27,19 +27,24 @@ enum class ECounter : uint32_t {
     PriceCheckFailed,     ///< everything begins again
     EventLoss,            ///< board events that made the session rebuild
     UpdateUndeliverable,  ///< no Spi, or no record to copy into
+    PollFailed,           ///< polls of a stream that had failed
+    RegisterFailed,       ///< register accesses that the board did not answer; of the whole process
     Count_,
 };
 
 inline constexpr std::array<const char*, static_cast<std::size_t>(ECounter::Count_)> COUNTER_NAMES{
-    "message_too_long", "frame_malformed",       "frame_foreign",        "checksum_wrong",      "segment_other_host",
-    "segment_repeated", "segment_early_dropped", "segment_refused",      "payload_not_mdqp",    "carry_over_given_up",
-    "field_malformed",  "field_unknown",         "inst_no_out_of_range", "message_of_no_feed",  "reset_by_peer",
-    "early_overflow",   "price_check_failed",    "event_loss",           "update_undeliverable"};
+    "message_too_long", "frame_malformed",       "frame_foreign",        "checksum_wrong",       "segment_other_host",
+    "segment_repeated", "segment_early_dropped", "segment_refused",      "payload_not_mdqp",     "carry_over_given_up",
+    "field_malformed",  "field_unknown",         "inst_no_out_of_range", "message_of_no_feed",   "reset_by_peer",
+    "early_overflow",   "price_check_failed",    "event_loss",           "update_undeliverable", "poll_failed",
+    "register_failed"};
 static_assert(COUNTER_NAMES.back() != nullptr, "each counter has a name");
 
 class CCounters {
 public:
     void Add(ECounter counter) { ++m_values[static_cast<std::size_t>(counter)]; }
+    /// Of things that are counted elsewhere.
+    void Set(ECounter counter, uint64_t value) { m_values[static_cast<std::size_t>(counter)] = value; }
     uint64_t operator[](ECounter counter) const { return m_values[static_cast<std::size_t>(counter)]; }
 
     /// True if anything was counted since the last call; `text` then holds " name=value" of every counter above zero.

@@ -82,13 +82,15 @@ int32_t CVexaShfeMdApiImpl::Init() {
     _BindCpu();
 
     const auto bus = static_cast<uint16_t>(m_u50ConfigInfo.bus_id);
-    if (m_drvRegEnyx.Init(bus, reg::CORE_SELECTOR) != 0) {
+    if (m_registerHold.Take(bus, reg::CORE_SELECTOR) != 0) {
         VEXA_LOG(LOG_ERROR, "Reg Init failed");
         return -4;
     }
     CQelCharArray<64> channelName("CUSTOM_CHAN");
     channelName.Append(m_u50ConfigInfo.channel_id).Append("_DATA");
+    m_hasToldNoStream = false;
     if (m_drvDMAEnyx.Init(bus, channelName) != 0) {
+        m_registerHold.Release();
         VEXA_LOG(LOG_ERROR, "DMA Init failed");
         return -3;
     }
@@ -126,14 +128,14 @@ void CVexaShfeMdApiImpl::_ReadIdentity() {
 // ---- receiving ----------------------------------------------------------------------------------------------------
 
 int32_t CVexaShfeMdApiImpl::VexaRecv() {
-    if (!_PrepareStep()) [[unlikely]]
-        return -1;
+    if (const EStep step = _PrepareStep(); step != EStep::Receive) [[unlikely]]
+        return static_cast<int32_t>(step);
     return _Receive();
 }
 
 int32_t CVexaShfeMdApiImpl::VexaRecv(VexaShfeMdType& md) {
-    if (!_PrepareStep()) [[unlikely]]
-        return -1;
+    if (const EStep step = _PrepareStep(); step != EStep::Receive) [[unlikely]]
+        return static_cast<int32_t>(step);
     m_u50UserData.lpMdData = &md;
     return _Receive();
 }
@@ -143,19 +145,25 @@ int32_t CVexaShfeMdApiImpl::VexaStop() {
     return 0;
 }
 
-// False when the session has ended, or could not be rebuilt after a loss.
-inline bool CVexaShfeMdApiImpl::_PrepareStep() {
+inline CVexaShfeMdApiImpl::EStep CVexaShfeMdApiImpl::_PrepareStep() {
     if (m_isExit.load(std::memory_order_relaxed) || m_isStopflag.load(std::memory_order_relaxed)) [[unlikely]] {
         _Cleandata(*this);
         _TellCounters();
-        return false;
+        return EStep::Ended;
     }
     if (m_u50ConfigInfo.channel_id == MANAGER_CHANNEL && !m_isAllInitFinished) [[unlikely]]
         return _Rebuild();
-    return true;
+    return EStep::Receive;
 }
 
-bool CVexaShfeMdApiImpl::_Rebuild() {
+// Nobody's board is brought up by a session that holds no stream of it, and none that does not answer: its stream is
+// polled until it does.
+CVexaShfeMdApiImpl::EStep CVexaShfeMdApiImpl::_Rebuild() {
+    if (!m_drvDMAEnyx.IsOpen()) return _RefuseToReceive();
+    if (m_drvDMAEnyx.HasFailed()) {
+        m_drvDMAEnyx.RecvOnce(_MdClearHandler, &m_u50UserData);
+        return EStep::Idle;
+    }
     int32_t result = -1;
     try {
         // No checksum: what a start stored stays as it is.
@@ -163,20 +171,44 @@ bool CVexaShfeMdApiImpl::_Rebuild() {
     } catch (const std::exception& error) {
         VEXA_LOG(LOG_ERROR, "rebuild given up: %s", error.what());
     }
-    if (result != 0) WriteLogLine(LOG_ERROR, LogBaseName(__FILE__), __LINE__, "VexaRecv", "_VexaSubDmaUp is error");
-    return result == 0;
+    if (result == 0) return EStep::Receive;
+    if (result == BOARD_LOST) return EStep::Idle;
+    WriteLogLine(LOG_ERROR, LogBaseName(__FILE__), __LINE__, "VexaRecv", "_VexaSubDmaUp is error");
+    return EStep::Ended;
+}
+
+CVexaShfeMdApiImpl::EStep CVexaShfeMdApiImpl::_RefuseToReceive() {
+    if (!m_hasToldNoStream) {
+        WriteLogLine(LOG_ERROR, LogBaseName(__FILE__), __LINE__, "VexaRecv",
+                     "nothing to receive from: the session was not started, or its start failed");
+    }
+    m_hasToldNoStream = true;
+    return EStep::Ended;
+}
+
+// On the managing channel a stream that has failed is a loss; the others have nothing to rebuild.
+CVexaShfeMdApiImpl::EStep CVexaShfeMdApiImpl::_OnFailedPoll() {
+    if (!m_drvDMAEnyx.IsOpen()) return _RefuseToReceive();
+    if (m_u50ConfigInfo.channel_id == MANAGER_CHANNEL) {
+        _ForgetSnapshot();
+        m_isAllInitFinished = false;
+    }
+    return EStep::Idle;
 }
 
 // Once at a session's end: later steps find nothing new.
 void CVexaShfeMdApiImpl::_TellCounters() {
+    m_counters.Set(ECounter::PollFailed, m_drvDMAEnyx.FailedPolls());
+    m_counters.Set(ECounter::RegisterFailed, m_drvRegEnyx.FailedAccesses());
     char text[1024];
     if (m_counters.TakeNews(text)) VEXA_LOG(LOG_INFO, "dropped, refused or begun again:%s", text);
 }
 
 inline int32_t CVexaShfeMdApiImpl::_Receive() {
     m_u50UserData.isQuote = false;
-    m_drvDMAEnyx.RecvOnce(_MdHandler, &m_u50UserData);
-    return m_u50UserData.isQuote ? 1 : 0;
+    const bool isPolled = m_drvDMAEnyx.RecvOnce(_MdHandler, &m_u50UserData) == 0;
+    if (m_u50UserData.isQuote) return 1;
+    return isPolled ? 0 : static_cast<int32_t>(_OnFailedPoll());
 }
 
 // ---- clearing -----------------------------------------------------------------------------------------------------

@@ -52,8 +52,12 @@ protected:
     int32_t Init();
     void _ReadIdentity();
     int32_t _Start(EUserDataType delivery, const char* lpConfig);
-    bool _PrepareStep();
-    bool _Rebuild();
+    /// What a step does once it is prepared. The first two are its result.
+    enum class EStep : int32_t { Ended = -1, Idle = 0, Receive = 1 };
+    EStep _PrepareStep();
+    EStep _Rebuild();
+    EStep _RefuseToReceive();
+    EStep _OnFailedPoll();
     int32_t _Receive();
     static void _Cleandata(CVexaShfeMdApiImpl& api);
     void _ResetSessions();
@@ -67,15 +71,20 @@ protected:
     int32_t _BindCpu();
 
     // ChannelStartUp.cpp
+    /// Beside 0 and -1: the board stopped answering, or was replaced, and everything begins again when one answers.
+    static const int32_t BOARD_LOST = -3;
     int32_t _ChechAndVexaSubDmaUp();
     int32_t _VexaSubDmaUp(uint32_t configCrc);
     int32_t _StartDmaUp();
+    int32_t _BringUpUntilLoaded();
+    bool _IsBoardLost();
+    bool _WaitForBoard();
     void _RestartCaptures();
     void _WriteEngineParameters();
 
     // BoardBringUp.cpp
     int32_t _InitFpga();
-    bool _WaitForMemory();
+    int32_t _WaitForMemory();
     void _ProgramSessions();
     void _ProgramGroups();
     int32_t _WaitForSnapshot();
@@ -176,6 +185,7 @@ protected:
     // ---- the board and the services ----
     CDrvDMAEnyx m_drvDMAEnyx;
     const CDrvRegEnyx& m_drvRegEnyx;
+    CRegisterHold m_registerHold;
     CCrc32 m_crc32;
     const CWriteShot& m_writeDmaShot;
 
@@ -199,6 +209,7 @@ protected:
 
     // ---- delivery ----
     U50UserData m_u50UserData;
+    bool m_hasToldNoStream = false;
 
     // ---- start-up ----
     int32_t m_u50InitCnt = 0;

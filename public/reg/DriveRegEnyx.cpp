@@ -2,6 +2,8 @@
 // Out: one provider call each. Nothing is touched that is not open.
 #include "public/reg/DriveRegEnyx.h"
 
+#include <utility>
+
 #include "public/log/LogLine.h"
 #include "public/reg/BoardProviderLoader.h"
 
@@ -35,6 +37,8 @@ int32_t CDrvRegEnyx::Init(uint16_t bus, uint16_t core) const {
     }
     m_provider = choice.provider;
     m_registers = registers;
+    m_bus = bus;
+    m_hasFailed.store(false, std::memory_order_relaxed);
     return 0;
 }
 
@@ -45,7 +49,7 @@ void CDrvRegEnyx::Destory() const {
 
 int32_t CDrvRegEnyx::WriteRegister(uint32_t addr, uint32_t value) const {
     TRACE("addr[0x%04x] value[0x%08x]", addr, value);
-    return m_registers == nullptr ? NOT_OPEN : m_provider->write32(m_registers, addr, value);
+    return m_registers == nullptr ? NOT_OPEN : Note(m_provider->write32(m_registers, addr, value), addr);
 }
 
 int32_t CDrvRegEnyx::ReadRegister(uint32_t addr, uint32_t& value) const {
@@ -54,7 +58,7 @@ int32_t CDrvRegEnyx::ReadRegister(uint32_t addr, uint32_t& value) const {
     const int32_t result = m_provider->read32(m_registers, addr, &read);
     if (result == 0) value = read;
     TRACE("addr[0x%04x] value[0x%08x] 32 bits, result %d", addr, value, result);
-    return result;
+    return Note(result, addr);
 }
 
 int32_t CDrvRegEnyx::ReadRegister(uint32_t addr, uint64_t& value) const {
@@ -63,7 +67,52 @@ int32_t CDrvRegEnyx::ReadRegister(uint32_t addr, uint64_t& value) const {
     const int32_t result = m_provider->read64(m_registers, addr, &read);
     if (result == 0) value = read;
     TRACE("addr[0x%04x] value[0x%016lx] 64 bits, result %d", addr, value, result);
+    return Note(result, addr);
+}
+
+inline int32_t CDrvRegEnyx::Note(int32_t result, uint32_t addr) const {
+    if (result != 0 || HasFailed()) [[unlikely]]
+        TellOutage(result, addr);
     return result;
+}
+
+void CDrvRegEnyx::TellOutage(int32_t result, uint32_t addr) const {
+    const bool hasFailed = m_hasFailed.exchange(result != 0, std::memory_order_relaxed);
+    if (result == 0) {
+        VEXA_LOG(LOG_WARNING, "board provider %s: the registers answer again after %lu failed accesses",
+                 m_provider->name, FailedAccesses() - m_failedBefore);
+        return;
+    }
+    const uint64_t before = m_failedAccesses.fetch_add(1, std::memory_order_relaxed);
+    if (hasFailed) return;
+    m_failedBefore = before;
+    VEXA_LOG(LOG_ERROR, "board provider %s: register 0x%04x does not answer (%d)%s; failed accesses are counted",
+             m_provider->name, addr, result, LastErrorOf(*m_provider).c_str());
+}
+
+int32_t CRegisterHold::Take(uint16_t bus, uint16_t core) {
+    const CDrvRegEnyx& registers = CDrvRegEnyx::GetInstance();
+    const bool areOthersHolding = registers.m_registers != nullptr && registers.m_holds > (m_isHeld ? 1U : 0U);
+    if (areOthersHolding && registers.m_bus != bus) {
+        VEXA_LOG(LOG_ERROR,
+                 "the board on bus %u is in use by another session of this process, which works with one board; start "
+                 "bus %u in a process of its own",
+                 registers.m_bus, bus);
+        return NOT_OPEN;
+    }
+    if (!areOthersHolding) {
+        if (const int32_t result = registers.Init(bus, core); result != 0) return result;
+    }
+    if (!m_isHeld) ++registers.m_holds;
+    m_isHeld = true;
+    return 0;
+}
+
+void CRegisterHold::Release() {
+    if (!m_isHeld) return;
+    m_isHeld = false;
+    const CDrvRegEnyx& registers = CDrvRegEnyx::GetInstance();
+    if (--registers.m_holds == 0) registers.Destory();
 }
 
 CDrvDMAEnyx::~CDrvDMAEnyx() { Close(); }
@@ -86,6 +135,8 @@ int32_t CDrvDMAEnyx::Init(uint16_t bus, const CQelCharArray<64>& name) {
     }
     m_provider = choice.provider;
     m_stream = stream;
+    m_name = name;
+    m_hasFailed = false;
     return 0;
 }
 
@@ -93,5 +144,22 @@ int32_t CDrvDMAEnyx::RecvOnce(VexaBoardMessageHandler handler, void* user) {
     if (m_stream == nullptr) [[unlikely]]
         return NOT_OPEN;
     const int32_t result = m_provider->receive(m_stream, handler, user);
-    return result < 0 ? result : 0;
+    if (result < 0 || m_hasFailed) [[unlikely]]
+        return TellOutage(result);
+    return 0;
+}
+
+int32_t CDrvDMAEnyx::TellOutage(int32_t result) {
+    const bool hasFailed = std::exchange(m_hasFailed, result < 0);
+    if (result >= 0) {
+        VEXA_LOG(LOG_WARNING, "board provider %s: the stream %s answers again after %lu failed polls", m_provider->name,
+                 m_name.data(), m_failedPolls - m_failedBefore);
+        return 0;
+    }
+    ++m_failedPolls;
+    if (hasFailed) return result;
+    m_failedBefore = m_failedPolls - 1;
+    VEXA_LOG(LOG_ERROR, "board provider %s: the stream %s has failed (%d)%s; it is polled until it answers again",
+             m_provider->name, m_name.data(), result, LastErrorOf(*m_provider).c_str());
+    return result;
 }

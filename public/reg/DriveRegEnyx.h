@@ -1,7 +1,11 @@
 /// Registers and the receive stream of the board, over whatever provider is loaded. Thin: one call, one provider call.
 /// All calls come from the session's thread.
+///
+/// A board that does not answer is told twice in the log, when the first call fails and when one succeeds again; what
+/// failed in between is counted.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "public/reg/BoardProvider.h"
@@ -22,17 +26,54 @@ public:
     int32_t ReadRegister(uint32_t addr, uint32_t& value) const;
     int32_t ReadRegister(uint32_t addr, uint64_t& value) const;
 
-    /// Closes the register area.
+    /// Closes the register area, whoever holds it.
     void Destory() const;
+
+    /// The open area of the board on `bus`, as the provider gave it; null when that is not open. Valid until it is
+    /// closed.
+    VexaBoardRegisters* GetHwAccelerator(uint16_t bus) const { return bus == m_bus ? m_registers : nullptr; }
+
+    /// True from an access that failed until one succeeds.
+    bool HasFailed() const { return m_hasFailed.load(std::memory_order_relaxed); }
+
+    /// Accesses that failed since the process began.
+    uint64_t FailedAccesses() const { return m_failedAccesses.load(std::memory_order_relaxed); }
 
     CDrvRegEnyx(const CDrvRegEnyx&) = delete;
     CDrvRegEnyx& operator=(const CDrvRegEnyx&) = delete;
 
 private:
+    friend class CRegisterHold;
+
     CDrvRegEnyx() = default;
+    int32_t Note(int32_t result, uint32_t addr) const;
+    void TellOutage(int32_t result, uint32_t addr) const;
 
     mutable const VexaBoardProvider* m_provider = nullptr;
     mutable VexaBoardRegisters* m_registers = nullptr;
+    mutable uint16_t m_bus = 0;
+    mutable uint32_t m_holds = 0;
+    mutable std::atomic<bool> m_hasFailed{false};
+    mutable std::atomic<uint64_t> m_failedAccesses{0};
+    mutable uint64_t m_failedBefore = 0;  ///< the outage that lasts
+};
+
+/// One session's hold on the process's register area. The area stays open, and stays on its bus, while anybody holds
+/// it, and is closed with the last hold.
+class CRegisterHold {
+public:
+    CRegisterHold() = default;
+    ~CRegisterHold() { Release(); }
+    CRegisterHold(const CRegisterHold&) = delete;
+    CRegisterHold& operator=(const CRegisterHold&) = delete;
+
+    /// Opens the area, or joins those who hold it. 0, or negative with a log line: it cannot be opened, or others hold
+    /// it on another bus, which stays as it is.
+    int32_t Take(uint16_t bus, uint16_t core);
+    void Release();
+
+private:
+    bool m_isHeld = false;
 };
 
 /// One receive stream.
@@ -45,15 +86,28 @@ public:
     int32_t Init(uint16_t bus, const CQelCharArray<64>& name);
 
     /// One poll: calls `handler` for at most one message and returns. 0, or negative when the stream has failed or is
-    /// not open.
+    /// not open. A failed stream is in order again with the first poll that succeeds.
     int32_t RecvOnce(VexaBoardMessageHandler handler, void* user);
+
+    bool IsOpen() const { return m_stream != nullptr; }
+
+    /// True from a poll that failed until one succeeds.
+    bool HasFailed() const { return m_hasFailed; }
+
+    /// Polls that failed in the object's life.
+    uint64_t FailedPolls() const { return m_failedPolls; }
 
     CDrvDMAEnyx(const CDrvDMAEnyx&) = delete;
     CDrvDMAEnyx& operator=(const CDrvDMAEnyx&) = delete;
 
 private:
     void Close();
+    int32_t TellOutage(int32_t result);
 
     const VexaBoardProvider* m_provider = nullptr;
     VexaBoardStream* m_stream = nullptr;
+    bool m_hasFailed = false;
+    uint64_t m_failedPolls = 0;
+    uint64_t m_failedBefore = 0;  ///< the outage that lasts
+    CQelCharArray<64> m_name;
 };

@@ -21,7 +21,7 @@ int32_t OpenRegisters(const char*, uint16_t bus, uint16_t core, VexaBoardRegiste
     g_board->core = core;
     if (g_board->registersResult != 0) return g_board->registersResult;
     ++g_board->openRegisters;
-    *registers = reinterpret_cast<VexaBoardRegisters*>(&g_registersHandle);
+    *registers = RecordingBoard::RegistersHandle();
     return 0;
 }
 
@@ -119,6 +119,10 @@ RecordingBoard::~RecordingBoard() {
     CDrvRegEnyx::GetInstance().Destory();
     UseBoardProvider(nullptr);
     g_board = nullptr;
+}
+
+VexaBoardRegisters* RecordingBoard::RegistersHandle() {
+    return reinterpret_cast<VexaBoardRegisters*>(&g_registersHandle);
 }
 
 std::vector<Access> RecordingBoard::Writes() const {

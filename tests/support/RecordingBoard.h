@@ -50,6 +50,9 @@ public:
     /// Called on every read, may answer it: return true and set the value.
     std::function<bool(uint32_t index, uint64_t& value)> onRead;
 
+    /// What open_registers gave.
+    static VexaBoardRegisters* RegistersHandle();
+
     std::vector<Access> Writes() const;
     std::vector<Access> AccessesTo(uint32_t first, uint32_t last) const;
     void Forget() { accesses.clear(); }

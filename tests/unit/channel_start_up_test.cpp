@@ -91,6 +91,79 @@ TEST_F(ChannelStartUp, RunningBoardWithTheSameChecksumIsLeftAlone) {
                                 "0 0 0 0]."));
 }
 
+/// The polls from one on, counted from 1, to one fail.
+struct Outage {
+    uint64_t first;
+    uint64_t last;
+    void operator()(RecordingBoard& self) const {
+        self.pollResult = first <= self.polls && self.polls <= last ? -1 : 0;
+    }
+};
+
+// The memory wait takes 6,000 polls of a millisecond, the snapshot wait as many again until its limit.
+TEST_F(ChannelStartUp, BoardLostInTheMemoryWaitBeginsAgainWithABringUpOnceItAnswers) {
+    board.onPoll = Outage{40, 49};
+    EXPECT_EQ(api->_ChechAndVexaSubDmaUp(), -1);
+    EXPECT_EQ(board.AccessesTo(0x0010, 0x0010).size(), 3U);  // the lost one, and the two attempts
+    EXPECT_EQ(api->m_u50InitCnt, 2);
+    EXPECT_EQ(board.AccessesTo(0x2032, 0x2032).size(), 2U);
+}
+
+TEST_F(ChannelStartUp, BoardLostInTheSnapshotWaitEndsTheAttemptAtOnce) {
+    api->m_u50ConfigInfo.wait_snap_timeout = 600;
+    int64_t answered = 0;
+    board.onPoll = [&](RecordingBoard& self) {
+        self.pollResult = self.polls == 6500 ? -1 : 0;
+        if (self.polls == 6501) answered = clock.monotonic;
+        if (self.polls == 6502) api->VexaStop();
+    };
+    EXPECT_EQ(api->_ChechAndVexaSubDmaUp(), -1);
+    EXPECT_LT(answered, 15'000'000'000);
+    EXPECT_EQ(board.AccessesTo(0x0010, 0x0010).size(), 2U);
+    EXPECT_EQ(log.Count(LOG_WARNING, "channel0 u50 Init time out Cnt == 1"), 0U);
+}
+
+TEST_F(ChannelStartUp, OutageUsesUpAttemptsAsASnapshotThatDoesNotComeWould) {
+    board.onPoll = Outage{40, UINT64_MAX};
+    EXPECT_EQ(api->_ChechAndVexaSubDmaUp(), -1);
+    EXPECT_THAT(log.Texts(LOG_WARNING),
+                ElementsAre("channel0 u50 Init time out Cnt == 1", "channel0 u50 Init time out Cnt == 2",
+                            "channel0 m_u50InitCnt > 2"));
+    EXPECT_LT(clock.monotonic, 20'000'000'000);
+}
+
+TEST_F(ChannelStartUp, StopEndsAStartThatWaitsForItsBoard) {
+    board.onPoll = [&](RecordingBoard& self) {
+        self.pollResult = -1;
+        if (self.polls == 40) api->VexaStop();
+    };
+    EXPECT_EQ(api->_ChechAndVexaSubDmaUp(), -1);
+    EXPECT_EQ(board.polls, 40U);
+    EXPECT_EQ(board.AccessesTo(0x0010, 0x0010).size(), 1U);
+}
+
+// The registers of a board that was replaced fail before its stream is looked at.
+TEST_F(ChannelStartUp, VersionCheckOfALostBoardIsNoVerdict) {
+    api->m_isTcpInitFinished = true;
+    board.accessResult = -1;
+    const uint64_t before = board.polls;
+    board.onPoll = [&](RecordingBoard& self) {
+        self.pollResult = self.polls == before + 20 ? -1 : 0;
+        if (self.polls == before + 20) self.accessResult = 0;
+    };
+    EXPECT_EQ(api->_ChechAndVexaSubDmaUp(), -1);  // no exchange behind the board that answers
+    EXPECT_FALSE(log.Has(LOG_ERROR, "check version is fail."));
+    EXPECT_EQ(board.AccessesTo(0x0010, 0x0010).size(), 2U);
+}
+
+TEST_F(ChannelStartUp, RegistersThatFailWhileTheStreamAnswersAreNoLostBoard) {
+    api->m_isTcpInitFinished = true;
+    board.accessResult = -1;
+    EXPECT_EQ(api->_ChechAndVexaSubDmaUp(), -1);
+    EXPECT_TRUE(log.Has(LOG_ERROR, "check version is fail."));
+    EXPECT_THAT(board.AccessesTo(0x0010, 0x0010), IsEmpty());
+}
+
 TEST_F(ChannelStartUp, WithoutTheSwitchEveryStartIsAFullOne) {
     StoredChecksumIsTheFiles();
     api->m_u50ConfigInfo.crc_mux_check = false;

@@ -113,6 +113,53 @@ TEST_F(RegisterLayer, EveryAccessIsTracedAtTheHighestLevel) {
                             "addr[0x0022] value[0x0000000000000033] 64 bits, result 0"));
 }
 
+TEST_F(RegisterLayer, FailingAccessesAreCountedAndToldTwice) {
+    registers.Init(BUS, CORE);
+    CCommonLog::GetInstance().SetLogLevel(LOG_ERROR | LOG_WARNING);
+    board.accessResult = -5;
+    board.lastError = "the card is gone";
+    uint32_t narrow = 5;
+    uint64_t wide = 6;
+    const uint64_t before = registers.FailedAccesses();
+    EXPECT_EQ(registers.ReadRegister(0x2032, narrow), -5);
+    EXPECT_EQ(registers.WriteRegister(0x10, 1), -5);
+    EXPECT_EQ(registers.ReadRegister(0x1207, wide), -5);
+    EXPECT_TRUE(registers.HasFailed());
+    EXPECT_EQ(narrow, 5U);
+    EXPECT_EQ(wide, 6U);
+    board.accessResult = 0;
+    EXPECT_EQ(registers.WriteRegister(0x10, 1), 0);
+    EXPECT_EQ(registers.WriteRegister(0x10, 1), 0);
+    EXPECT_FALSE(registers.HasFailed());
+    EXPECT_EQ(registers.FailedAccesses() - before, 3U);
+    EXPECT_THAT(log.Texts(), ElementsAre("board provider recording: register 0x2032 does not answer (-5): the card is "
+                                         "gone; failed accesses are counted",
+                                         "board provider recording: the registers answer again after 3 failed "
+                                         "accesses"));
+}
+
+TEST_F(RegisterLayer, SecondOutageCountsItsOwn) {
+    registers.Init(BUS, CORE);
+    for (int outage = 0; outage < 2; ++outage) {
+        board.accessResult = -1;
+        registers.WriteRegister(0x10, 1);
+        registers.WriteRegister(0x10, 1);
+        board.accessResult = 0;
+        registers.WriteRegister(0x10, 1);
+    }
+    EXPECT_EQ(log.Count(LOG_WARNING, "board provider recording: the registers answer again after 2 failed accesses"),
+              2U);
+}
+
+TEST_F(RegisterLayer, AcceleratorIsTheProvidersHandleOfTheOpenBus) {
+    EXPECT_EQ(registers.GetHwAccelerator(BUS), nullptr);
+    registers.Init(BUS, CORE);
+    EXPECT_EQ(registers.GetHwAccelerator(BUS), board.RegistersHandle());
+    EXPECT_EQ(registers.GetHwAccelerator(4), nullptr);
+    registers.Destory();
+    EXPECT_EQ(registers.GetHwAccelerator(BUS), nullptr);
+}
+
 TEST_F(RegisterLayer, NothingIsTracedBelowTheHighestLevel) {
     CCommonLog::GetInstance().SetLogLevel(LOG_ALL & ~LOG_DEBUG_EX);
     registers.Init(BUS, CORE);

@@ -132,6 +132,7 @@ TEST_F(SessionDriver, OtherChannelsAreNeverRebuilt) {
 }
 
 TEST_F(SessionDriver, FailedRebuildOfTheManagingChannelEndsTheStepWithoutCleaning) {
+    api->m_drvDMAEnyx.Init(2, CQelCharArray<64>("CUSTOM_CHAN0_DATA"));
     api->m_u50ConfigInfo.channel_id = 0;
     api->m_u50ConfigInfo.init_tcpcnt = 0;
     api->m_finishedMask.enabled_mask = 5;
@@ -170,6 +171,155 @@ TEST_F(SessionDriver, ExceptionOfTheApplicationPassesThrough) {
     PutUpdate();
     EXPECT_THROW(api->VexaRecv(), std::runtime_error);
     EXPECT_EQ(api->VexaRecv(), 0);
+}
+
+constexpr const char* NO_STREAM = "nothing to receive from: the session was not started, or its start failed";
+
+TEST_F(SessionDriver, ReceivingWithoutAStartEndsWithOneLineAndTouchesNoRegister) {
+    VexaShfeMdType md{};
+    EXPECT_EQ(api->VexaRecv(), -1);
+    EXPECT_EQ(api->VexaRecv(md), -1);
+    EXPECT_THAT(log.Texts(), ElementsAre(NO_STREAM));
+    EXPECT_TRUE(board.accesses.empty());
+    EXPECT_EQ(board.polls, 0U);
+}
+
+TEST_F(SessionDriver, ReceivingAfterAStartWithoutAStreamTouchesNoRegister) {
+    const TempFile manager{"[config]\ndevice=xilinx2:0\n"};
+    for (const char* path : {Receiver(), manager.Path().c_str()}) {
+        board.streamResult = -7;
+        ASSERT_EQ(api->VexaStart(spi, path), -2);
+        board.streamResult = 0;
+        log.lines.clear();
+        EXPECT_EQ(api->VexaRecv(), -1);
+        EXPECT_EQ(api->VexaRecv(), -1);
+        EXPECT_THAT(log.Texts(), ElementsAre(NO_STREAM)) << path;
+    }
+    EXPECT_TRUE(board.accesses.empty());
+    EXPECT_EQ(board.openRegisters, 0);
+}
+
+TEST_F(SessionDriver, ReceivingAfterAStartWithoutAConfigurationTouchesNoRegister) {
+    EXPECT_EQ(api->VexaRecvStart(spi, "/nonexistent/x.ini"), -1);
+    EXPECT_EQ(api->VexaRecv(), -1);
+    EXPECT_TRUE(log.Has(LOG_ERROR, NO_STREAM));
+    EXPECT_TRUE(board.accesses.empty());
+}
+
+TEST_F(SessionDriver, SecondBoardOfTheProcessIsRefusedAndTheFirstLeftAlone) {
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    board.Forget();
+    const TempFile elsewhere{"[config]\ndevice=xilinx5:3\n"};
+    const auto other = MakeApi();
+    EXPECT_EQ(other->VexaStart(spi, elsewhere.Path().c_str()), -2);
+    EXPECT_TRUE(log.Has(LOG_ERROR,
+                        "the board on bus 2 is in use by another session of this process, which works with one board; "
+                        "start bus 5 in a process of its own"));
+    EXPECT_EQ(board.openRegisters, 1);
+    EXPECT_EQ(board.openStreams, 1);
+    EXPECT_TRUE(board.accesses.empty());
+    PutUpdate(7);
+    EXPECT_EQ(api->VexaRecv(), 1);
+}
+
+TEST_F(SessionDriver, BoardIsTheProcessesUntilItsLastSessionEnds) {
+    const TempFile second{"[config]\ndevice=xilinx2:4\n"};
+    const TempFile elsewhere{"[config]\ndevice=xilinx5:3\n"};
+    auto other = MakeApi();
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(other->VexaStart(spi, second.Path().c_str()), 0);
+    EXPECT_EQ(board.openRegisters, 1);
+    api.reset();
+    EXPECT_EQ(board.openRegisters, 1);
+    EXPECT_EQ(board.openStreams, 1);
+    // Alone, a session may go over to another board.
+    EXPECT_EQ(other->VexaStart(spi, elsewhere.Path().c_str()), 0);
+    EXPECT_EQ(board.bus, 5);
+    other.reset();
+    EXPECT_EQ(board.openRegisters, 0);
+}
+
+TEST_F(SessionDriver, FailedStartLeavesTheRegistersOfOthersAlone) {
+    const TempFile second{"[config]\ndevice=xilinx2:4\n"};
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    auto other = MakeApi();
+    board.streamResult = -7;
+    ASSERT_EQ(other->VexaStart(spi, second.Path().c_str()), -2);
+    other.reset();
+    EXPECT_EQ(board.openRegisters, 1);
+    uint32_t value = 9;
+    EXPECT_EQ(CDrvRegEnyx::GetInstance().ReadRegister(0x2032, value), 0);
+}
+
+TEST_F(SessionDriver, OutageIsToldOnceAndItsEndOnce) {
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    log.lines.clear();
+    board.pollResult = -9;
+    board.lastError = "no board is served on bus 2";
+    for (int step = 0; step < 5; ++step) EXPECT_EQ(api->VexaRecv(), 0);
+    board.pollResult = 0;
+    PutUpdate(3);
+    EXPECT_EQ(api->VexaRecv(), 1);
+    EXPECT_EQ(api->VexaRecv(), 0);
+    EXPECT_THAT(
+        log.Texts(),
+        ElementsAre("board provider recording: the stream CUSTOM_CHAN3_DATA has failed (-9): no board is "
+                    "served on bus 2; it is polled until it answers again",
+                    "board provider recording: the stream CUSTOM_CHAN3_DATA answers again after 5 failed polls"));
+    EXPECT_EQ(spi.updates, 1);
+}
+
+TEST_F(SessionDriver, ClosingLineTellsFailedPollsAndAccesses) {
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    board.pollResult = -1;
+    for (int step = 0; step < 3; ++step) EXPECT_EQ(api->VexaRecv(), 0);
+    board.accessResult = -1;
+    uint32_t value = 0;
+    EXPECT_EQ(CDrvRegEnyx::GetInstance().ReadRegister(0x2032, value), -1);
+    EXPECT_EQ(CDrvRegEnyx::GetInstance().WriteRegister(0x2032, value), -1);
+    api->VexaStop();
+    EXPECT_EQ(api->VexaRecv(), -1);
+    EXPECT_TRUE(log.Has(LOG_INFO, "dropped, refused or begun again: poll_failed=3 register_failed=2"));
+}
+
+// The managing channel's stream is lost in the live phase.
+TEST_F(SessionDriver, LostStreamOfTheManagingChannelIsRebuiltOnceItAnswers) {
+    const TempFile manager{"[config]\ndevice=xilinx2:0\ninit_tcpcnt=1\nwait_snap_timeout=1\n"};
+    api->VexaStart(spi, manager.Path().c_str());  // there is no exchange: the attempt is used up
+    api->m_u50InitCnt = 0;
+    api->m_isAllInitFinished = true;
+    api->m_finishedMask.enabled_mask = 5;
+    api->_Slot(INE_2PS, 9)->volume = 1;
+    board.Forget();
+    board.pollResult = -1;
+    EXPECT_EQ(api->VexaRecv(), 0);
+    EXPECT_FALSE(api->m_isAllInitFinished);
+    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
+    EXPECT_EQ(api->m_u50InstTable.ine2psInstTable[9].volume, 0U);
+    for (int step = 0; step < 1000; ++step) EXPECT_EQ(api->VexaRecv(), 0);
+    EXPECT_TRUE(board.Writes().empty());
+    // What it hands over first belongs to no session that was rebuilt.
+    board.pollResult = 0;
+    PutUpdate(3);
+    EXPECT_EQ(api->VexaRecv(), 0);
+    EXPECT_EQ(spi.updates, 0);
+    EXPECT_TRUE(board.Writes().empty());
+    EXPECT_EQ(api->VexaRecv(), -1);  // the rebuild: still no exchange
+    ASSERT_FALSE(board.Writes().empty());
+    EXPECT_EQ(board.Writes().front(), W(0x0010, 1));
+}
+
+TEST_F(SessionDriver, StreamLostInARebuildEndsTheStepIdle) {
+    const TempFile manager{"[config]\ndevice=xilinx2:0\ninit_tcpcnt=1\nwait_snap_timeout=1\n"};
+    api->VexaStart(spi, manager.Path().c_str());
+    api->m_u50InitCnt = 0;
+    log.lines.clear();
+    const uint64_t before = board.polls;
+    board.onPoll = [&](RecordingBoard& self) { self.pollResult = self.polls >= before + 7 ? -1 : 0; };
+    EXPECT_EQ(api->VexaRecv(), 0);
+    EXPECT_EQ(api->m_u50InitCnt, 0);
+    EXPECT_FALSE(log.Has(LOG_ERROR, "_VexaSubDmaUp is error"));
+    EXPECT_EQ(board.polls, before + 7);
 }
 
 TEST_F(SessionDriver, ReceiveStepTakesAtMostOneMessage) {

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "public/log/LogLine.h"
+#include "public/reg/SharedObject.h"
 
 namespace {
 
@@ -35,10 +36,17 @@ std::string BesideThisLibrary(const char* name) {
     return slash == std::string_view::npos ? "" : std::string(path.substr(0, slash + 1)) + name;
 }
 
-/// The empty text would name the process itself.
-void* Open(const std::string& library) {
+/// Null with the reason. The empty text would name the process itself; what is named by its path is looked at first,
+/// since the loader waits on a FIFO and takes a cut file for whole.
+void* Open(const std::string& library, std::string& reason) {
     if (library.empty()) return nullptr;
-    return dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library.find('/') != std::string::npos) reason = WhyNoSharedObject(library);
+    if (!reason.empty()) return nullptr;
+    void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle != nullptr) return handle;
+    const char* told = dlerror();
+    reason = told == nullptr ? "no reason given" : told;
+    return nullptr;
 }
 
 std::string PathOf(void* handle, const std::string& otherwise) {
@@ -76,13 +84,16 @@ const VexaBoardProvider* Load(const std::string& name) {
     const std::string library = LibraryOf(name);
     if (library.empty()) return nullptr;
     void* handle = nullptr;
-    if (library == SOFTWARE_LIBRARY) handle = Open(BesideThisLibrary(SOFTWARE_LIBRARY));
-    if (handle == nullptr) handle = Open(library);
+    std::string reason;
+    if (library == SOFTWARE_LIBRARY) handle = Open(BesideThisLibrary(SOFTWARE_LIBRARY), reason);
     if (handle == nullptr) {
-        const char* reason = dlerror();
+        reason.clear();
+        handle = Open(library, reason);
+    }
+    if (handle == nullptr) {
         VEXA_LOG(LOG_ERROR,
                  "board provider %s cannot be loaded (%s); set %s to \"software\" or to the path of a provider",
-                 library.c_str(), reason == nullptr ? "no reason given" : reason, VARIABLE);
+                 library.c_str(), reason.c_str(), VARIABLE);
         return nullptr;
     }
     const VexaBoardProvider* provider = Ask(handle, library);

@@ -2,12 +2,17 @@
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <vector>
 
 #include "public/reg/DriveRegEnyx.h"
+#include "tests/support/IniText.h"
 #include "tests/support/LogCapture.h"
 
 using testing::AllOf;
@@ -74,6 +79,52 @@ TEST_F(ProviderLoader, TextWithASlashIsAPath) {
     setenv(VARIABLE, "/nowhere/board.so", 1);
     EXPECT_EQ(LoadBoardProvider().provider, nullptr);
     EXPECT_THAT(log.Texts(), ElementsAre(HasSubstr("board provider /nowhere/board.so cannot be loaded")));
+}
+
+/// The line of a provider that is not loaded.
+std::string NotLoaded(const std::string& path, const std::string& reason) {
+    return "board provider " + path + " cannot be loaded (" + reason +
+           "); set VEXA_BOARD_PROVIDER to \"software\" or to the path of a provider";
+}
+
+TEST_F(ProviderLoader, PathThatIsNoRegularFileIsRefusedAndNotWaitedFor) {
+    const TempDirectory directory;
+    const std::string fifo = directory.Path().string() + "/fifo.so";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (const std::string& path : {fifo, directory.Path().string(), std::string("/dev/zero"), std::string("/dev/tty0x")}) {
+        log.lines.clear();
+        setenv(VARIABLE, path.c_str(), 1);
+        EXPECT_EQ(LoadBoardProvider().provider, nullptr);
+        EXPECT_THAT(log.Texts(), ElementsAre(NotLoaded(
+                                     path, path == "/dev/tty0x" ? "No such file or directory" : "no regular file")));
+    }
+}
+
+TEST_F(ProviderLoader, FileThatIsNoSharedObjectIsRefused) {
+    const TempFile text{"[config]\n"};
+    const TempFile empty{""};
+    for (const TempFile* file : {&text, &empty}) {
+        log.lines.clear();
+        setenv(VARIABLE, file->Path().c_str(), 1);
+        EXPECT_EQ(LoadBoardProvider().provider, nullptr);
+        EXPECT_THAT(log.Texts(), ElementsAre(NotLoaded(file->Path(), "no shared object for this machine")));
+    }
+}
+
+// At whatever byte: of what is cut behind the sections' headers the file tells.
+TEST_F(ProviderLoader, SharedObjectCutAnywhereIsRefused) {
+    std::ifstream file(SOFTWARE_BOARD_LIBRARY, std::ios::binary);
+    const std::string whole((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    ASSERT_GT(whole.size(), 4096U);
+    for (const std::size_t size : {whole.size() - 1, whole.size() - 64, whole.size() / 2, std::size_t{4096},
+                                   std::size_t{65}, std::size_t{64}, std::size_t{63}, std::size_t{1}}) {
+        const TempFile cut{whole.substr(0, size)};
+        log.lines.clear();
+        setenv(VARIABLE, cut.Path().c_str(), 1);
+        EXPECT_EQ(LoadBoardProvider().provider, nullptr) << size;
+        EXPECT_THAT(log.Texts(), ElementsAre(NotLoaded(cut.Path(), size < 64 ? "no shared object for this machine"
+                                                                             : "cut: shorter than its headers say")));
+    }
 }
 
 TEST_F(ProviderLoader, ArgumentFollowsTheFirstColon) {

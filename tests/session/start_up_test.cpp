@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "src/RegisterMap.h"
+#include "tests/support/IniText.h"
 #include "tests/support/SessionWorld.h"
 
 using testing::Contains;
@@ -171,6 +172,53 @@ TEST(SecondStart, OfTheSameObjectReopensTheStreamAndDelivers) {
     ASSERT_TRUE(world.Receive(10));
     ASSERT_EQ(world.Start(Delivery::Polling), 0);
     ASSERT_TRUE(world.ReceiveTheRest());
+    EXPECT_THAT(world.DifferencesFromTruth(), IsEmpty());
+}
+
+/// A second session in the world's process, in the polling form.
+struct OtherSession {
+    explicit OtherSession(const std::string& device)
+        : file("[config]\ndevice=" + device + "\nlog_level=7\nshfe2ps=enabled\nine2ps=enabled\n") {}
+    int32_t Start() { return api->VexaStart(file.Path().c_str()); }
+
+    TempFile file;
+    std::unique_ptr<TestableApi> api = MakeApi();
+    VexaShfeMdType md{};
+};
+
+TEST(OneProcess, TwoChannelsOfOneBoardBothReceive) {
+    SessionWorld world;
+    world.channelSections = "[channel0]\ninsts=all\noptions=recv\n[channel3]\ninsts=cu\noptions=norecv\n";
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    OtherSession reader("xilinx0:3");
+    ASSERT_EQ(reader.Start(), 0);
+    ASSERT_TRUE(world.Receive(2000));
+    int received = 0;
+    while (reader.api->VexaRecv(reader.md) == 1) {
+        EXPECT_EQ(std::string(reader.md.inst_id).substr(0, 2), "cu");
+        ++received;
+    }
+    EXPECT_GT(received, 10);
+    // The reader's end leaves the board to the manager.
+    reader.api.reset();
+    ASSERT_TRUE(world.ReceiveTheRest());
+    EXPECT_THAT(world.DifferencesFromTruth(), IsEmpty());
+}
+
+// A second managing session of another board, tried while the first is live, and a step on it all the same.
+TEST(OneProcess, SecondBoardIsRefusedAndHarmsNothing) {
+    SessionWorld world;
+    ASSERT_EQ(world.Start(Delivery::Polling), 0);
+    const uint64_t writes = world.board.Statistics().registerWrites;
+    OtherSession other("xilinx1:0");
+    EXPECT_EQ(other.Start(), -2);
+    EXPECT_EQ(other.api->VexaRecv(other.md), -1);
+    EXPECT_EQ(world.board.Statistics().registerWrites, writes);
+    other.api.reset();
+    ASSERT_TRUE(world.Receive(1000));
+    world.board.LosePackets(20);
+    ASSERT_TRUE(world.ReceiveTheRest());
+    EXPECT_EQ(world.board.Statistics().bringUps, 2U);
     EXPECT_THAT(world.DifferencesFromTruth(), IsEmpty());
 }
 

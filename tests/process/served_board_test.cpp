@@ -249,7 +249,9 @@ TEST_F(ServedBoard, HeldChannelIsRefusedWithItsHolder) {
     ASSERT_TRUE(HasMore(manager, 10));
     Reader& second = Start(0);
     EXPECT_EQ(second.process->Wait(), 1);
-    EXPECT_THAT(second.process->Output(), HasSubstr("is held by process " + std::to_string(manager.process->Pid())));
+    EXPECT_THAT(Log(0), HasSubstr("the stream CUSTOM_CHAN0_DATA of bus " + std::to_string(bus) +
+                                  " cannot be opened (-1): channel 0 of bus " + std::to_string(bus) +
+                                  " is held by process " + std::to_string(manager.process->Pid())));
     EXPECT_EQ(BringUps(), 1U);
 }
 

@@ -215,8 +215,8 @@ protected:
             if (chance.OneIn(100)) Post(board, chance);
             // Between a check and a use there are a few instructions: the word is turned over again and again.
             for (uint32_t time = 0; time < 200; ++time) {
-                Store(board.ringLines, Garbage(chance));
-                Store(board.ringLines, RING_LINES);
+                const uint32_t garbage = Garbage(chance);
+                Store(board.ringLines, chance.OneIn(2) ? garbage : RING_LINES);
             }
         }
     }

@@ -332,6 +332,34 @@ TEST_F(ServedBoard, KilledBoardThatIsServedAnewIsTakenUpByBoth) {
     EXPECT_EQ(BringUps(), 1U);
 }
 
+TEST_F(ServedBoard, FaultsAreClearedAndTheStartThatTheyRefusedSucceeds) {
+    Serve();
+    const auto inject = RunBoard({"inject", "stream-open-fails,packet-lost@5"}, "inject.out");
+    ASSERT_EQ(inject->Wait(), 0) << inject->Output();
+    Reader& refused = Start(0);
+    EXPECT_EQ(refused.process->Wait(), 1);
+    const auto clear = RunBoard({"inject", "--clear"}, "clear.out");
+    EXPECT_EQ(clear->Wait(), 0);
+    EXPECT_EQ(clear->Output(), "all faults cleared\n");
+    Reader& manager = Start(0);
+    ASSERT_TRUE(HasMore(manager, 100));
+    EXPECT_EQ(BringUps(), 1U);
+}
+
+TEST_F(ServedBoard, UnknownFaultIsToldWithAllThatAreKnown) {
+    Serve();
+    const auto inject = RunBoard({"inject", "reset,gremlin@3"}, "inject.out");
+    EXPECT_EQ(inject->Wait(), 1);
+    EXPECT_EQ(inject->Output(), "vexa-board: unknown fault \"gremlin@3\"; known are " + exchange::FaultNames() +
+                                    ", or all (without a moment)\n");
+    for (const std::vector<std::string>& wrong :
+         {std::vector<std::string>{"inject"}, std::vector<std::string>{"inject", "--clear", "reset"}}) {
+        const auto refused = RunBoard(wrong, "refused.out");
+        EXPECT_EQ(refused->Wait(), 1);
+        EXPECT_THAT(refused->Output(), HasSubstr("inject needs either a FAULT or --clear"));
+    }
+}
+
 TEST_F(ServedBoard, SlowReaderOverflowsItsOwnRingAlone) {
     Serve("20000");
     Reader& manager = Start(0, "20000");

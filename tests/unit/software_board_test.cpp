@@ -359,6 +359,19 @@ TEST_F(SoftwareBoard, CountersMoveWhileTheEnginesRun) {
     EXPECT_GT(board.Read64(reg::SHFE_2PS_PKTS) + board.Read64(reg::INE_2PS_PKTS), first);
 }
 
+TEST_F(SoftwareBoard, ClearedFaultsLetAQuietMarketAndFullRingsMoveAtOnce) {
+    BringUp();
+    FillTables(SLOT_IN_USE | 1U);
+    Start();
+    Poll(5);
+    std::string error;
+    ASSERT_TRUE(board.Inject("timeout,ring-overflow", error)) << error;
+    EXPECT_EQ(Count(Poll(100), DMA_UDP), 0);
+    board.ClearFaults();
+    EXPECT_EQ(Count(Poll(10), DMA_UDP), 10);
+    EXPECT_EQ(board.Statistics().overruns, 0U);
+}
+
 class SmallRing : public SoftwareBoard {
 protected:
     static BoardOptions Options() {

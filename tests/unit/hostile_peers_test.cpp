@@ -206,6 +206,16 @@ protected:
         Store(board.command.asked, chance.Below(UINT32_MAX));
     }
 
+    /// Messages that no board wrote, of any length, where the reader goes on.
+    static void Forge(SharedBoard& board, exchange::Random& chance) {
+        DmaRing& ring = board.memory.channels[chance.OneIn(2) ? 0 : 5].ring;
+        const uint64_t first = Load(ring.released) % RING_LINES;
+        for (uint32_t line = 0; line < 200; ++line) {
+            const uint32_t length = chance.OneIn(2) ? chance.Below(DMA_MESSAGE_CAPACITY + 2) : Garbage(chance);
+            RingHead(ring.lines[(first + line) % RING_LINES]).store(RING_READY | length);
+        }
+    }
+
     void WriteGarbage(SharedBoard& board, uint64_t seed) {
         exchange::Random chance(seed, "garbage");
         while (IsGoingOn()) {
@@ -213,6 +223,7 @@ protected:
             Heal(board);
             if (chance.OneIn(100)) FreeChannel(board, chance);
             if (chance.OneIn(100)) Post(board, chance);
+            if (chance.OneIn(10)) Forge(board, chance);
             // Between a check and a use there are a few instructions: the word is turned over again and again.
             for (uint32_t time = 0; time < 200; ++time) {
                 const uint32_t garbage = Garbage(chance);

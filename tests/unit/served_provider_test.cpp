@@ -1,4 +1,5 @@
-// A served board that ends, killed or in good order, and the next one of its bus: what the handles of the first say.
+// The provider over a board that another process serves: a slow host; a board that ends, killed or in good order, and
+// the next one of its bus.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -220,6 +221,37 @@ TEST_P(KilledBoard, FailsItsHandlesAndTheNextOneBeginsWithABringUp) {
     EXPECT_EQ(Load(board->memory.statistics.bringUps), 1U);
     EXPECT_EQ(Load(board->memory.statistics.refusedSnapshotOpens), 0U);
     EXPECT_EQ(Load(board->memory.statistics.refusedEngineStarts), 0U);
+}
+
+// The host may be kept from running for as long as the machine likes, between any two registers.
+TEST_F(Board, ConnectsAFeedHoweverLateItIsProgrammed) {
+    Serve();
+    Open();
+    SharedMapping board;
+    std::string error;
+    ASSERT_TRUE(board.Attach(bus, true, error)) << error;
+    const auto connections = [&] { return Load(board->memory.statistics.snapshotConnections); };
+    const auto letTheBoardRun = [&] {
+        for (int time = 0; time < 300; ++time) ASSERT_EQ(Write(0x0010, 0), 0);  // nothing, and answered by a step
+    };
+    ASSERT_EQ(Write(0x0010, 1), 0);
+    ASSERT_TRUE(Receives(manager, 0));
+    ASSERT_EQ(Write(0x1000, 15), 0);
+    letTheBoardRun();
+    ASSERT_EQ(Write(0x3007, 0x0A140002), 0);
+    ASSERT_EQ(Write(0x3008, 40000), 0);
+    ASSERT_EQ(Write(0x11100, 0xEF032A47), 0);
+    letTheBoardRun();
+    EXPECT_EQ(connections(), 0U);
+    ASSERT_EQ(Write(0x11102, 34567), 0);
+    ASSERT_TRUE(Receives(manager, 2));
+    EXPECT_EQ(connections(), 1U);
+    ASSERT_EQ(Write(0x3027, 0x0A140002), 0);
+    ASSERT_EQ(Write(0x3028, 40000), 0);
+    ASSERT_EQ(Write(0x11101, 0xEF032A48), 0);
+    ASSERT_EQ(Write(0x11103, 34567), 0);
+    ASSERT_TRUE(Receives(manager, 2));
+    EXPECT_GE(connections(), 2U);
 }
 
 TEST_F(Board, ClosedInGoodOrderFailsItsHandlesAtOnce) {

@@ -1,7 +1,6 @@
 #include "software_board/BoardEngine.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "public/clock/Clock.h"
 #include "software_board/BoardRecord.h"
@@ -48,7 +47,9 @@ void BoardEngine::Execute(uint32_t index, uint32_t value) {
             return;
         case reg::SNAPSHOT_CONTROL: return value == reg::SNAPSHOT_OPEN ? OpenSnapshot() : CloseSnapshot();
         case reg::LOGICAL_START_2PS:
-        case reg::LOGICAL_START_4PS: return StartEngines();
+        case reg::LOGICAL_START_4PS:
+            if (value == 1) StartEngine(index);
+            return;
         default: return;
     }
 }
@@ -69,12 +70,28 @@ void BoardEngine::BringUp() {
     m_memoryReadyAt = CClock::MonotonicNanoseconds() + int64_t{m_options.hbm2ReadyMs} * NANOSECONDS_PER_MS;
 }
 
-// The host opens the phase first and programs routes and groups afterwards; connections are made later.
+// A host that takes one board for another goes on in the middle of its start: nothing moves before a bring-up.
+void BoardEngine::Refuse(uint32_t index, uint64_t& count) {
+    Add(count, uint64_t{1});
+    Store(m_memory.registers.values[index], 0U);
+}
+
+void BoardEngine::EnterPhase(EPhase phase) {
+    m_phase = phase;
+    Store(m_memory.registers.phase, static_cast<uint32_t>(phase));
+}
+
+// The host opens the phase first and programs sessions and groups afterwards, at its own pace. What an earlier attempt
+// left in the registers says nothing about this one.
 void BoardEngine::OpenSnapshot() {
+    if (m_phase == EPhase::Idle) return Refuse(reg::SNAPSHOT_CONTROL, m_memory.statistics.refusedSnapshotOpens);
     EnterPhase(EPhase::Snapshot);
     m_isSnapshotOpen = true;
-    m_isConnectDue = true;
-    DelayNextFrame(m_options.connectAfterMs);
+    m_snapshot.Close();
+    m_frame.clear();
+    m_connected.reset();
+    m_nextAcknowledgementAt.reset();
+    ForgetProgramming(m_memory);
 }
 
 void BoardEngine::CloseSnapshot() {
@@ -84,22 +101,26 @@ void BoardEngine::CloseSnapshot() {
     m_frame.clear();
 }
 
-void BoardEngine::ConnectSnapshot() {
-    m_isConnectDue = false;
+// Each feed by itself: one that the host comes to later keeps none waiting.
+void BoardEngine::ConnectProgrammedFeeds() {
     const auto& values = m_memory.registers.values;
-    std::vector<SnapshotService::Request> requests;
     for (uint32_t session = 0; session < reg::SESSION_COUNT; ++session) {
         const auto feed = static_cast<EMDQPDataType>(session);
-        if (Load(values[reg::FEEDS[session].lineA.ip]) == 0 || m_market.Instruments(feed).empty()) continue;
+        if (m_connected[session] || !IsProgrammed(m_memory, feed) || m_market.Instruments(feed).empty()) continue;
+        if (Load(values[reg::FEEDS[session].lineA.ip]) == 0) continue;
+        m_connected.set(session);
         const uint32_t hostIp = Load(values[reg::SRC_IP + reg::SESSION_STRIDE * session]);
         const uint32_t port = Load(values[reg::SRC_PORT + reg::SESSION_STRIDE * session]);
-        requests.push_back({feed, hostIp == 0 ? DEFAULT_HOST_IP : hostIp,
-                            static_cast<uint16_t>((port == 0 ? DEFAULT_HOST_PORT : port) + session)});
+        m_snapshot.Add({feed, hostIp == 0 ? DEFAULT_HOST_IP : hostIp,
+                        static_cast<uint16_t>((port == 0 ? DEFAULT_HOST_PORT : port) + session)});
     }
-    m_snapshot.Open(std::move(requests));
 }
 
-void BoardEngine::StartEngines() {
+// An engine may be started again while it runs: a host does so whose session object is started a second time.
+void BoardEngine::StartEngine(uint32_t index) {
+    if (m_phase != EPhase::Tables && m_phase != EPhase::Live) {
+        return Refuse(index, m_memory.statistics.refusedEngineStarts);
+    }
     const auto& values = m_memory.registers.values;
     if (Load(values[reg::LOGICAL_START_2PS]) != 1 || Load(values[reg::LOGICAL_START_4PS]) != 1) return;
     EnterPhase(EPhase::Live);
@@ -170,10 +191,8 @@ bool BoardEngine::TellOverrun(int32_t index) {
 bool BoardEngine::SnapshotStep() {
     if (!m_isSnapshotOpen || IsBroken(m_memory, BROKEN_CARD) || Load(m_memory.channels[SNAPSHOT_CHANNEL].holder) == 0)
         return false;
-    if (m_nextFrameAt && CClock::MonotonicNanoseconds() < *m_nextFrameAt) return false;
-    m_nextFrameAt.reset();
-    if (m_isConnectDue) ConnectSnapshot();
-    if (m_frame.empty() && !m_snapshot.NextFrame(m_frame)) return false;
+    ConnectProgrammedFeeds();
+    if (m_frame.empty() && !m_snapshot.NextFrame(m_frame, MayAcknowledge())) return false;
     const auto frameBytes = static_cast<uint32_t>(m_frame.size());
     RingProducer& ring = m_rings[SNAPSHOT_CHANNEL];
     if (ring.Waiting() > m_ringLines / SNAPSHOT_RING_PART || !ring.HasRoomFor(DMA_TCP_FRAME_OFFSET + frameBytes)) {
@@ -182,14 +201,16 @@ bool BoardEngine::SnapshotStep() {
     const uint32_t head[] = {DMA_TCP, DMA_TCP_FRAME_OFFSET + frameBytes, 0};
     Put(SNAPSHOT_CHANNEL, head, sizeof head, m_frame.data(), frameBytes);
     // Bare acknowledgements follow a whole snapshot; they are there for a host that reads at its own pace.
-    if (frameBytes <= BARE_FRAME_BYTES) DelayNextFrame(m_options.acknowledgeEveryMs);
+    if (frameBytes <= BARE_FRAME_BYTES && m_options.acknowledgeEveryMs > 0) {
+        m_nextAcknowledgementAt =
+            CClock::MonotonicNanoseconds() + int64_t{m_options.acknowledgeEveryMs} * NANOSECONDS_PER_MS;
+    }
     m_frame.clear();
     return true;
 }
 
-void BoardEngine::DelayNextFrame(uint32_t milliseconds) {
-    if (milliseconds == 0) return;
-    m_nextFrameAt = CClock::MonotonicNanoseconds() + int64_t{milliseconds} * NANOSECONDS_PER_MS;
+bool BoardEngine::MayAcknowledge() {
+    return !m_nextAcknowledgementAt || CClock::MonotonicNanoseconds() >= *m_nextAcknowledgementAt;
 }
 
 // ---- the market -----------------------------------------------------------------------------------------------------
@@ -214,12 +235,17 @@ bool BoardEngine::LiveStep() {
     } else {
         update = m_market.Next();
     }
-    Add(m_memory.statistics.liveUpdates, uint64_t{1});
+    CountUpdates(1);
     ++m_updatesSinceLive;
     Note(update.feed);
     Apply(update);
     LetDueFaultsHappen();
     return true;
+}
+
+void BoardEngine::CountUpdates(uint32_t updates) {
+    m_updates += updates;
+    Store(m_memory.statistics.liveUpdates, m_updates);
 }
 
 void BoardEngine::FinishAfterOneMoreOfEach() {
@@ -254,8 +280,10 @@ void BoardEngine::Note(EMDQPDataType feed) {
 }
 
 void BoardEngine::Apply(const exchange::LiveUpdate& update) {
-    SInstTableType& slot = board_tables::Slot(m_memory, update.feed, update.instNo);
+    SInstTableType& shared = board_tables::Slot(m_memory, update.feed, update.instNo);
+    SInstTableType slot = board_tables::CopyOf(shared);
     LayOver(update, slot);
+    board_tables::Assign(shared, slot);
     if ((slot.config & SLOT_IN_USE) == 0) return;
     const uint32_t maxInstNo = Load(m_memory.registers.values[reg::FEEDS[update.feed].maxInstNo]);
     const VexaShfeMdType record = RecordOf(slot, update.instNo, maxInstNo);
@@ -275,7 +303,7 @@ void BoardEngine::Apply(const exchange::LiveUpdate& update) {
 
 void BoardEngine::LosePackets(uint32_t updates) {
     for (uint32_t i = 0; i < updates; ++i) Note(m_market.Next().feed);
-    Add(m_memory.statistics.liveUpdates, uint64_t{updates});
+    CountUpdates(updates);
     Add(m_memory.statistics.lostUpdates, uint64_t{updates});
     PutEventToAll(LOST_EVENT);
 }

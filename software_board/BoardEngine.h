@@ -2,7 +2,7 @@
 /// is driven step by step: by the polls of the process that holds the board, or by the process that serves it.
 #pragma once
 
-#include <array>
+#include <bitset>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -41,6 +41,9 @@ public:
     /// tells what is wrong.
     bool Inject(std::string_view names, std::string& error);
 
+    /// Ends every fault: those that last, and those still to come. Snapshot connections under way keep theirs.
+    void ClearFaults();
+
     /// From now on every instrument moves exactly once more.
     void FinishAfterOneMoreOfEach();
     bool HasFinished() const;
@@ -53,15 +56,17 @@ private:
     void BringUp();
     void OpenSnapshot();
     void CloseSnapshot();
-    void ConnectSnapshot();
-    void StartEngines();
-    void DelayNextFrame(uint32_t milliseconds);
-    void EnterPhase(EPhase phase) { Store(m_memory.registers.phase, static_cast<uint32_t>(phase)); }
+    void ConnectProgrammedFeeds();
+    bool MayAcknowledge();
+    void StartEngine(uint32_t index);
+    void Refuse(uint32_t index, uint64_t& count);
+    void EnterPhase(EPhase phase);
 
     void PutEventToAll(const U50Event& event);
     void Drop(std::size_t channel);
     bool Put(std::size_t channel, const void* head, uint32_t headBytes, const void* body, uint32_t bodyBytes);
 
+    void CountUpdates(uint32_t updates);
     bool IsDue() const;
     bool NextOfSweep(exchange::LiveUpdate& update);
     void Note(EMDQPDataType feed);
@@ -82,11 +87,13 @@ private:
     std::vector<uint8_t> m_frame;  ///< the next one to arrive; empty when it has to be fetched
 
     std::optional<int64_t> m_memoryReadyAt;  ///< on the monotonic clock; none before the first bring-up, or once told
+    EPhase m_phase = EPhase::Idle;           ///< the host is told, not asked
     bool m_isSnapshotOpen = false;
-    bool m_isConnectDue = false;
-    std::optional<int64_t> m_nextFrameAt;  ///< on the monotonic clock; none when at once
+    std::bitset<FEED_COUNT> m_connected;             ///< feeds, since the snapshot phase was opened
+    std::optional<int64_t> m_nextAcknowledgementAt;  ///< on the monotonic clock; none when at once
     bool m_isLive = false;
     int64_t m_liveSince = 0;
+    uint64_t m_updates = 0;  ///< of the exchange
     uint64_t m_updatesSinceLive = 0;
     BoardFaultPlan m_plan;
     uint32_t m_quietSteps = 0;  ///< steps for which the exchange stays silent

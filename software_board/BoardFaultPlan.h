@@ -16,6 +16,7 @@ public:
     BoardFaultPlan(const exchange::Faults& faults, uint32_t apart);
 
     void Add(exchange::EFault fault, uint64_t afterUpdates);
+    void Clear() { m_planned.clear(); }
 
     /// A fault that is due once there were so many updates; each is taken once.
     std::optional<exchange::EFault> TakeDue(uint64_t updates);

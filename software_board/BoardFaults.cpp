@@ -33,17 +33,25 @@ bool BoardEngine::Inject(std::string_view names, std::string& error) {
         switch (row.place) {
             case exchange::EFaultPlace::EveryConnection: m_options.faults.Set(row.kind, moment); break;
             case exchange::EFaultPlace::OneConnection: m_snapshot.AddOneShot({row.kind, moment}); break;
-            case exchange::EFaultPlace::Board:
-                m_plan.Add(row.kind, Load(m_memory.statistics.liveUpdates) + moment.value_or(0));
-                break;
+            case exchange::EFaultPlace::Board: m_plan.Add(row.kind, m_updates + moment.value_or(0)); break;
         }
     }
     LetDueFaultsHappen();
     return true;
 }
 
+void BoardEngine::ClearFaults() {
+    m_options.faults = exchange::Faults();
+    m_snapshot.ClearOneShots();
+    m_plan.Clear();
+    m_quietSteps = 0;
+    m_dropRecords = 0;
+    Store(m_memory.registers.broken, 0U);
+    Store(m_memory.registers.hardwareVersion, m_options.hardwareVersion);
+}
+
 void BoardEngine::LetDueFaultsHappen() {
-    while (const auto fault = m_plan.TakeDue(Load(m_memory.statistics.liveUpdates))) Happen(*fault);
+    while (const auto fault = m_plan.TakeDue(m_updates)) Happen(*fault);
 }
 
 void BoardEngine::Happen(EFault fault) {

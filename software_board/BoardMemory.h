@@ -1,8 +1,9 @@
 /// All that a host can reach of a board, as one block of plain data: on the heap of one process, or in memory shared by
 /// the process that serves the board and those that use it. All zero is a board that was never brought up.
 ///
-/// Words that two processes look at go through Load and Store. The tables need no more than the register protocol
-/// gives: a host writes them while their ports are open, the engines while they are closed.
+/// Any process of the owner may write any word of it at any time. Words that two processes look at go through Load and
+/// Store, and whoever depends on one reads it once, into a local, and checks that. Slots are copied word by word. The
+/// bytes of the messages in the rings alone are read as they stand.
 #pragma once
 
 #include <array>
@@ -42,10 +43,12 @@ struct BoardStatistics {
     uint64_t refusedTableWrites = 0;  ///< through a closed port
     uint64_t snapshotConnections = 0;
     uint64_t snapshotFrames = 0;
-    uint64_t liveUpdates = 0;  ///< updates of the exchange since the first engine start
-    uint64_t lostUpdates = 0;  ///< of these, never applied to the board's tables
-    uint64_t delivered = 0;    ///< records put into rings
-    uint64_t overruns = 0;     ///< messages that found a ring full
+    uint64_t liveUpdates = 0;           ///< updates of the exchange since the first engine start
+    uint64_t lostUpdates = 0;           ///< of these, never applied to the board's tables
+    uint64_t delivered = 0;             ///< records put into rings
+    uint64_t overruns = 0;              ///< messages that found a ring full
+    uint64_t refusedSnapshotOpens = 0;  ///< without a bring-up before
+    uint64_t refusedEngineStarts = 0;   ///< without a bring-up and a snapshot phase before
 };
 
 enum class EPhase : uint32_t { Idle = 0, Memory = 1, Snapshot = 2, Tables = 3, Live = 4 };
@@ -55,6 +58,15 @@ struct TablePort {
     uint32_t writeData = 0;
     uint32_t readAddress = 0;
     uint32_t isOpen = 0;
+};
+
+/// What a feed's snapshot connection needs, one bit each.
+enum EProgrammed : uint32_t {
+    PROGRAMMED_HOST_IP = 1U << 0,     ///< the session's source address
+    PROGRAMMED_HOST_PORT = 1U << 1,   ///< and port
+    PROGRAMMED_GROUP_IP = 1U << 2,    ///< line A's group
+    PROGRAMMED_GROUP_PORT = 1U << 3,  ///< and its port
+    PROGRAMMED_ALL = (1U << 4) - 1,
 };
 
 /// What is broken about a board, one bit each.
@@ -72,6 +84,8 @@ struct BoardRegisters {
     uint32_t hardwareVersion;
     uint32_t isMemoryReady;
     uint32_t phase;  ///< EPhase
+    /// For each feed what the host has written of its connection since the snapshot phase was opened (EProgrammed).
+    std::array<uint32_t, FEED_COUNT> programmed;
     std::array<TablePort, FEED_COUNT> ports;
     std::array<uint64_t, FEED_COUNT> packets;
     std::array<uint64_t, FEED_COUNT> lastUpdate;  ///< seconds since the epoch

@@ -18,8 +18,6 @@ struct BoardOptions {
     uint32_t updatesPerSecond = 0;    ///< pace of the live updates by the clock; 0: one whenever the host asks
     uint32_t lostPacketAfter = 2000;  ///< live updates between two faults of the board that have no moment
     uint32_t hbm2ReadyMs = 500;       ///< from the start of a bring-up
-    /// From the opening of the snapshot phase to the connections: a host programs routes and groups meanwhile.
-    uint32_t connectAfterMs = 0;
     uint32_t acknowledgeEveryMs = 0;  ///< between two segments of a connection that has sent its snapshot
     uint32_t hardwareVersion = 0x20260420;
     uint32_t ringMessages = 5461;  ///< live records that one channel's ring holds; that many at the most

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string_view>
 
 #include "public/clock/Clock.h"
 
@@ -10,8 +9,7 @@ namespace software_board {
 
 namespace {
 
-// The host is another process: it may be kept waiting between two registers, and before it reads.
-constexpr uint32_t CONNECT_AFTER_MS = 100;
+// The host is another process: it may be kept waiting before it reads.
 constexpr uint32_t ACKNOWLEDGE_EVERY_MS = 20;
 constexpr int FRAMES_PER_STEP = 8;  // a host that closes the phase is heard before the next ones
 constexpr int UPDATES_PER_STEP = 256;
@@ -33,15 +31,14 @@ bool BoardServer::Open(uint16_t bus, const BoardOptions& options, std::string& e
     if (!m_mapping.Create(bus, error)) return false;
     SharedBoard& board = *m_mapping;
     BoardOptions served = options;
-    served.connectAfterMs = CONNECT_AFTER_MS;
     served.acknowledgeEveryMs = ACKNOWLEDGE_EVERY_MS;
     m_engine.emplace(served, board.memory);
-    board.ringLines = m_engine->RingLineCount();
-    board.servedSince = static_cast<uint64_t>(CClock::WallNanoseconds());
-    board.seed = options.exchange.seed;
+    Store(board.ringLines, m_engine->RingLineCount());
+    Store(board.servedSince, static_cast<uint64_t>(CClock::WallNanoseconds()));
+    Store(board.seed, options.exchange.seed);
     for (std::size_t feed = 0; feed < FEED_COUNT; ++feed) {
         const auto& listed = m_engine->Market().Instruments(static_cast<EMDQPDataType>(feed));
-        board.instruments[feed] = static_cast<uint32_t>(listed.size());
+        Store(board.instruments[feed], static_cast<uint32_t>(listed.size()));
     }
     m_mapping.Publish();
     return true;
@@ -71,17 +68,22 @@ bool BoardServer::AnswerInjection() {
     RequestBox& box = m_mapping->injection;
     const uint32_t request = Waiting(box);
     if (request == 0) return false;
-    char text[REQUEST_TEXT_CAPACITY];
-    std::memcpy(text, box.text, sizeof text);
-    const std::string_view asked(text, strnlen(text, sizeof text));
     std::string error;
-    const bool isDone = m_engine->Inject(asked, error);
+    const bool isDone = LetHappen(box, error);
     const std::size_t length = std::min<std::size_t>(error.size(), REQUEST_TEXT_CAPACITY - 1);
     std::memcpy(box.text, error.c_str(), length);
     box.text[length] = '\0';
     Store(box.isRefused, isDone ? 0U : 1U);
     Answer(box, request);
     return true;
+}
+
+bool BoardServer::LetHappen(const RequestBox& box, std::string& error) {
+    switch (Load(box.index)) {
+        case INJECT_FAULTS: return m_engine->Inject(TextOf(box), error);
+        case CLEAR_FAULTS: m_engine->ClearFaults(); return true;
+        default: error = "the board knows no such request"; return false;
+    }
 }
 
 void BoardServer::TakeChannelsBack() {

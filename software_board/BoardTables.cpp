@@ -1,6 +1,7 @@
 #include "software_board/BoardTables.h"
 
-#include <cstring>
+#include <array>
+#include <bit>
 
 #include "src/RegisterMap.h"
 
@@ -42,6 +43,13 @@ TablePort& PortOf(BoardMemory& memory, EMDQPDataType feed) {
     return memory.registers.ports[static_cast<std::size_t>(feed)];
 }
 
+/// A slot as the host and the tools see it: words, whatever members they make up.
+static_assert(offsetof(BoardMemory, slots) % sizeof(uint32_t) == 0);
+using SlotWord [[gnu::may_alias]] = uint32_t;
+
+const SlotWord* WordsOf(const SInstTableType& slot) { return reinterpret_cast<const SlotWord*>(&slot); }
+SlotWord* WordsOf(SInstTableType& slot) { return reinterpret_cast<SlotWord*>(&slot); }
+
 bool WriteWord(BoardMemory& memory, EMDQPDataType feed, uint32_t word) {
     TablePort& port = PortOf(memory, feed);
     if (Load(port.isOpen) == 0) return false;
@@ -51,8 +59,8 @@ bool WriteWord(BoardMemory& memory, EMDQPDataType feed, uint32_t word) {
         return true;
     }
     if (!IsInTable(feed, word)) return true;
-    auto* slot = reinterpret_cast<unsigned char*>(memory.slots + FirstSlot(feed) + word / WORDS_PER_SLOT);
-    std::memcpy(slot + word % WORDS_PER_SLOT * sizeof value, &value, sizeof value);
+    SInstTableType& slot = memory.slots[FirstSlot(feed) + word / WORDS_PER_SLOT];
+    __atomic_store_n(WordsOf(slot) + word % WORDS_PER_SLOT, value, __ATOMIC_RELAXED);
     return true;
 }
 
@@ -74,10 +82,24 @@ uint32_t Read(const BoardMemory& memory, uint32_t index) {
     const EMDQPDataType feed = FeedOf(index);
     const uint32_t word = Load(memory.registers.ports[static_cast<std::size_t>(feed)].readAddress);
     if ((index & PORT_MASK) != READ_DATA || !IsInTable(feed, word)) return 0;
-    const auto* slot = reinterpret_cast<const unsigned char*>(memory.slots + FirstSlot(feed) + word / WORDS_PER_SLOT);
-    uint32_t value = 0;
-    std::memcpy(&value, slot + word % WORDS_PER_SLOT * sizeof value, sizeof value);
-    return value;
+    const SInstTableType& slot = memory.slots[FirstSlot(feed) + word / WORDS_PER_SLOT];
+    return __atomic_load_n(WordsOf(slot) + word % WORDS_PER_SLOT, __ATOMIC_RELAXED);
+}
+
+SInstTableType CopyOf(const SInstTableType& shared) {
+    std::array<uint32_t, WORDS_PER_SLOT> words;
+    const SlotWord* from = WordsOf(shared);
+    for (uint32_t word = 0; word < WORDS_PER_SLOT; ++word) words[word] = __atomic_load_n(from + word, __ATOMIC_RELAXED);
+    return std::bit_cast<SInstTableType>(words);
+}
+
+void Assign(SInstTableType& shared, const SInstTableType& slot) {
+    const auto words = std::bit_cast<std::array<uint32_t, WORDS_PER_SLOT>>(slot);
+    SlotWord* to = WordsOf(shared);
+    for (uint32_t word = 0; word < WORDS_PER_SLOT; ++word) {
+        if (__atomic_load_n(to + word, __ATOMIC_RELAXED) == words[word]) continue;
+        __atomic_store_n(to + word, words[word], __ATOMIC_RELAXED);
+    }
 }
 
 void OpenPorts(BoardMemory& memory) {

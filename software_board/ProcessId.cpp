@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -15,8 +16,9 @@ namespace {
 constexpr int START_TIME_FIELD = 22;  // of /proc/<pid>/stat; the second field is a name in brackets
 constexpr int STATE_FIELD = 3;
 
-/// State letter and start time of a process; false when there is none.
+/// State letter and start time of a process; false when there is none, or it cannot be told (`errno` says which).
 bool ReadStat(int32_t number, char& state, uint64_t& startTime) {
+    errno = 0;
     char path[32];
     std::snprintf(path, sizeof path, "/proc/%d/stat", number);
     const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
@@ -55,6 +57,8 @@ bool IsAlive(ProcessId process) {
     char state = 0;
     uint64_t startTime = 0;
     const bool isThere = ReadStat(ProcessNumber(process), state, startTime);
+    // A process that has no descriptor left to look with takes nothing from others.
+    if (!isThere && errno != 0 && errno != ENOENT && errno != ESRCH) return true;
     // A killed process that nobody has waited for holds nothing any more.
     return isThere && state != 'Z' && state != 'X' && IdOf(ProcessNumber(process), startTime) == process;
 }

@@ -15,12 +15,12 @@
 struct VexaBoardRegisters {
     virtual ~VexaBoardRegisters() = default;
     virtual bool Write(uint32_t index, uint32_t value) = 0;
-    virtual uint64_t Read(uint32_t index) = 0;
+    virtual bool Read(uint32_t index, uint64_t& value) = 0;
 };
 
 struct VexaBoardStream {
     virtual ~VexaBoardStream() = default;
-    virtual bool Receive(VexaBoardMessageHandler handler, void* user) = 0;
+    virtual int32_t Receive(VexaBoardMessageHandler handler, void* user) = 0;
 };
 
 namespace software_board {
@@ -61,7 +61,10 @@ public:
         m_board.Write(index, value);
         return true;
     }
-    uint64_t Read(uint32_t index) override { return m_board.Read64(index); }
+    bool Read(uint32_t index, uint64_t& value) override {
+        value = m_board.Read64(index);
+        return true;
+    }
 
 private:
     SoftwareBoard& m_board;
@@ -75,8 +78,8 @@ public:
     ~OwnStream() override { m_board.CloseStream(m_channel); }
     OwnStream(const OwnStream&) = delete;
     OwnStream& operator=(const OwnStream&) = delete;
-    bool Receive(VexaBoardMessageHandler handler, void* user) override {
-        return m_board.Receive(m_channel, handler, user);
+    int32_t Receive(VexaBoardMessageHandler handler, void* user) override {
+        return m_board.Receive(m_channel, handler, user) ? 1 : 0;
     }
 
 private:
@@ -90,7 +93,7 @@ class ServedRegisters final : public VexaBoardRegisters {
 public:
     bool Open(uint16_t bus, std::string& error) { return m_registers.Open(bus, error); }
     bool Write(uint32_t index, uint32_t value) override { return m_registers.Write(index, value); }
-    uint64_t Read(uint32_t index) override { return m_registers.Read(index); }
+    bool Read(uint32_t index, uint64_t& value) override { return m_registers.Read(index, value); }
 
 private:
     SharedRegisters m_registers;
@@ -99,7 +102,7 @@ private:
 class ServedStream final : public VexaBoardStream {
 public:
     bool Open(uint16_t bus, int32_t channel, std::string& error) { return m_stream.Open(bus, channel, error); }
-    bool Receive(VexaBoardMessageHandler handler, void* user) override { return m_stream.Receive(handler, user); }
+    int32_t Receive(VexaBoardMessageHandler handler, void* user) override { return m_stream.Receive(handler, user); }
 
 private:
     SharedStream m_stream;
@@ -157,17 +160,22 @@ int32_t OpenRegisters(const char* argument, uint16_t bus, uint16_t, VexaBoardReg
 void CloseRegisters(VexaBoardRegisters* registers) { delete registers; }
 
 int32_t Write32(VexaBoardRegisters* registers, uint32_t index, uint32_t value) {
-    return registers->Write(index, value) ? 0 : -1;
+    try {
+        return registers->Write(index, value) ? 0 : -1;
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
 }
 
 int32_t Read32(VexaBoardRegisters* registers, uint32_t index, uint32_t* value) {
-    *value = static_cast<uint32_t>(registers->Read(index));
+    uint64_t read = 0;
+    if (!registers->Read(index, read)) return -1;
+    *value = static_cast<uint32_t>(read);
     return 0;
 }
 
 int32_t Read64(VexaBoardRegisters* registers, uint32_t index, uint64_t* value) {
-    *value = registers->Read(index);
-    return 0;
+    return registers->Read(index, *value) ? 0 : -1;
 }
 
 /// "CUSTOM_CHAN3_DATA" is channel 3; negative for any other shape.
@@ -194,7 +202,7 @@ int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoa
 void CloseStream(VexaBoardStream* stream) { delete stream; }
 
 int32_t Receive(VexaBoardStream* stream, VexaBoardMessageHandler handler, void* user) {
-    return stream->Receive(handler, user) ? 1 : 0;
+    return stream->Receive(handler, user);
 }
 
 constexpr VexaBoardProvider PROVIDER{VEXA_BOARD_PROVIDER_VERSION,

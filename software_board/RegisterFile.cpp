@@ -12,6 +12,25 @@ constexpr uint32_t DNA[] = {0x02005E10, 0x20300000, 0x50F7B0A2};
 constexpr uint32_t VERDICT_MATCH = 1;
 constexpr uint32_t VERDICT_SOFTWARE_TOO_OLD = 2;
 constexpr uint32_t OLDEST_SOFTWARE = 0x01010133;  // 1.1.1.33, first number in the highest byte
+
+/// What the register says about the feed's connection; 0 for one that says nothing.
+uint32_t ProgrammedBy(uint32_t index, std::size_t feed) {
+    const uint32_t session = reg::SESSION_STRIDE * static_cast<uint32_t>(feed);
+    if (index == reg::SRC_IP + session) return PROGRAMMED_HOST_IP;
+    if (index == reg::SRC_PORT + session) return PROGRAMMED_HOST_PORT;
+    if (index == reg::FEEDS[feed].lineA.ip) return PROGRAMMED_GROUP_IP;
+    if (index == reg::FEEDS[feed].lineA.port) return PROGRAMMED_GROUP_PORT;
+    return 0;
+}
+
+void NoteProgramming(BoardRegisters& registers, uint32_t index) {
+    for (std::size_t feed = 0; feed < FEED_COUNT; ++feed) {
+        const uint32_t written = ProgrammedBy(index, feed);
+        // Whoever sees the bit sees the value.
+        if (written != 0) std::atomic_ref(registers.programmed[feed]).fetch_or(written, std::memory_order_release);
+    }
+}
+
 }  // namespace
 
 const char* WhyRefused(EBroken what) {
@@ -34,11 +53,21 @@ bool WriteRegister(BoardMemory& memory, uint32_t index, uint32_t value) {
     }
     if (index >= REGISTER_COUNT) return false;
     Store(memory.registers.values[index], value);
+    NoteProgramming(memory.registers, index);
     if (index == reg::SOFTWARE_VERSION) {
         Store(memory.registers.values[reg::VERSION_VERDICT],
               value >= OLDEST_SOFTWARE ? VERDICT_MATCH : VERDICT_SOFTWARE_TOO_OLD);
     }
     return IsCommand(index);
+}
+
+bool IsProgrammed(BoardMemory& memory, EMDQPDataType feed) {
+    const std::atomic_ref written(memory.registers.programmed[static_cast<std::size_t>(feed)]);
+    return (written.load(std::memory_order_acquire) & PROGRAMMED_ALL) == PROGRAMMED_ALL;
+}
+
+void ForgetProgramming(BoardMemory& memory) {
+    for (uint32_t& written : memory.registers.programmed) Store(written, 0U);
 }
 
 uint64_t ReadRegister(const BoardMemory& memory, uint32_t index) {

@@ -14,6 +14,10 @@ uint64_t ReadRegister(const BoardMemory& memory, uint32_t index);
 
 inline bool IsBroken(const BoardMemory& memory, EBroken what) { return (Load(memory.registers.broken) & what) != 0; }
 
+/// True once the host has written all that the feed's snapshot connection needs, since it was last forgotten.
+bool IsProgrammed(BoardMemory& memory, EMDQPDataType feed);
+void ForgetProgramming(BoardMemory& memory);
+
 /// What a host is told whose opening is refused by a broken board.
 const char* WhyRefused(EBroken what);
 

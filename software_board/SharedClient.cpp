@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
+#include <new>
 #include <utility>
 
+#include "public/clock/Clock.h"
 #include "software_board/RegisterFile.h"
+#include "src/RegisterMap.h"
 
 namespace software_board {
 
@@ -21,14 +24,12 @@ void Pause() {
     nanosleep(&pause, nullptr);
 }
 
-bool IsServed(const SharedBoard& board) { return Load(board.isClosed) == 0 && IsAlive(board.server); }
-
 /// Waits for `isDone` while the server lives.
 template <typename IsDone>
-bool WaitFor(const SharedBoard& board, IsDone isDone) {
+bool WaitFor(const SharedMapping& board, IsDone isDone) {
     for (int poll = 1; poll <= POLLS_MAX; ++poll) {
         if (isDone()) return true;
-        if (poll % POLLS_PER_LOOK_AT_SERVER == 0 && !IsServed(board)) return false;
+        if (poll % POLLS_PER_LOOK_AT_SERVER == 0 && !board.IsServed()) return false;
         Pause();
     }
     return false;
@@ -52,7 +53,12 @@ void GiveBack(uint64_t& place) {
 
 }  // namespace
 
-bool Ask(SharedBoard& board, RequestBox& box, uint32_t index, uint32_t value, std::string& text) {
+bool Ask(const SharedMapping& board, RequestBox& box, uint32_t index, uint32_t value, std::string& text) {
+    if (text.size() >= REQUEST_TEXT_CAPACITY) {
+        text = "a request has at most " + std::to_string(REQUEST_TEXT_CAPACITY - 1) + " characters, this one " +
+               std::to_string(text.size());
+        return false;
+    }
     ProcessId holder = 0;
     if (!WaitFor(board, [&] { return Claim(box.claimedBy, holder); })) {
         text = "process " + std::to_string(ProcessNumber(holder)) + " keeps the board busy";
@@ -61,46 +67,57 @@ bool Ask(SharedBoard& board, RequestBox& box, uint32_t index, uint32_t value, st
     Store(box.index, index);
     Store(box.value, value);
     Store(box.isRefused, 0U);
-    const std::size_t length = std::min<std::size_t>(text.size(), REQUEST_TEXT_CAPACITY - 1);
-    std::memcpy(box.text, text.c_str(), length);
-    box.text[length] = '\0';
-    // A request that its asker did not live to see answered is over once the next one is asked.
-    const uint32_t request = std::max(Load(box.asked), Load(box.answered)) + 1;
+    std::memcpy(box.text, text.c_str(), text.size() + 1);
+    // A request that its asker did not live to see answered is over once the next one is asked. 0 is none.
+    const uint32_t request = std::max(std::max(Load(box.asked), Load(box.answered)) + 1, 1U);
     std::atomic_ref<uint32_t>(box.asked).store(request, std::memory_order_release);
     const bool isAnswered = WaitFor(
         board, [&] { return std::atomic_ref<uint32_t>(box.answered).load(std::memory_order_acquire) == request; });
-    text = isAnswered ? std::string(box.text, strnlen(box.text, sizeof box.text)) : "the board does not answer";
-    const bool isRefused = Load(box.isRefused) != 0;
+    const bool isDone = isAnswered && Load(box.isRefused) == 0;
+    if (isAnswered && !isDone) text = TextOf(box);
     GiveBack(box.claimedBy);
-    return isAnswered && !isRefused;
+    if (!isAnswered) text = "the board does not answer";
+    return isDone;
 }
 
 // ---- registers ------------------------------------------------------------------------------------------------------
 
 bool SharedRegisters::Open(uint16_t bus, std::string& error) {
+    SharedMapping mapping;
+    if (!mapping.Attach(bus, false, error)) return false;
+    if (IsBroken(mapping->memory, BROKEN_REGISTERS)) {
+        error = WhyRefused(BROKEN_REGISTERS);
+        return false;
+    }
     m_bus = bus;
-    if (!m_mapping.Attach(bus, false, error)) return false;
-    if (!IsBroken(m_mapping->memory, BROKEN_REGISTERS)) return true;
-    error = WhyRefused(BROKEN_REGISTERS);
-    m_mapping.Close();
-    return false;
+    m_mapping = std::move(mapping);
+    m_hasEnded = false;
+    return true;
+}
+
+bool SharedRegisters::IsThere(bool isLookDue) {
+    if (m_hasEnded) return false;
+    if (++m_accesses % ACCESSES_PER_LOOK == 0) isLookDue = true;
+    m_hasEnded = isLookDue ? !m_mapping.IsServed() : m_mapping.HasEnded();
+    return !m_hasEnded;
 }
 
 bool SharedRegisters::Write(uint32_t index, uint32_t value) {
     std::string text;
-    if (IsCommand(index) && !IsServed(*m_mapping)) {
-        SharedMapping anew;
-        if (!anew.Attach(m_bus, false, text)) return false;
-        m_mapping = std::move(anew);
-    }
+    const bool isBringUp = index == reg::BRING_UP_START && value == 1;
+    if (!IsThere(IsCommand(index)) && (!isBringUp || !Open(m_bus, text))) return false;
     if (!WriteRegister(m_mapping->memory, index, value)) return true;
     text.clear();
-    return Ask(*m_mapping, m_mapping->command, index, value, text);
+    if (Ask(m_mapping, m_mapping->command, index, value, text)) return true;
+    IsThere(true);  // the accesses that follow know
+    return false;
 }
 
-uint64_t SharedRegisters::Read(uint32_t index) {
+bool SharedRegisters::Read(uint32_t index, uint64_t& value) {
+    if (!IsThere(false)) return false;
     Add(m_mapping->memory.statistics.registerReads, uint64_t{1});
-    return ReadRegister(m_mapping->memory, index);
+    value = ReadRegister(m_mapping->memory, index);
+    return true;
 }
 
 // ---- streams --------------------------------------------------------------------------------------------------------
@@ -122,7 +139,8 @@ bool SharedStream::Open(uint16_t bus, int32_t channel, std::string& error) {
     m_bus = bus;
     m_channel = channel;
     m_mapping = std::move(mapping);
-    m_ring.emplace(memory.ring, m_mapping->ringLines).Discard();
+    m_ring.emplace(memory.ring, m_mapping.RingLines()).Discard();
+    m_hasEnded = false;
     return true;
 }
 
@@ -130,15 +148,37 @@ void SharedStream::Release() {
     if (m_mapping) GiveBack(m_mapping->memory.channels[m_channel].holder);
 }
 
-bool SharedStream::LookAfterServer(VexaBoardMessageHandler handler, void* user) {
-    if (IsServed(*m_mapping)) return false;
-    std::string error;
-    if (!Open(m_bus, m_channel, error)) return false;
+int32_t SharedStream::LookAfterServer() {
+    if (m_mapping.IsServed()) return 0;
+    m_hasEnded = true;
+    m_nextLookAt.reset();
+    m_ring->Discard();  // what came last, behind the last poll
+    return -1;
+}
+
+int32_t SharedStream::GoOver(VexaBoardMessageHandler handler, void* user) {
+    if (!MayLook() || !OpenAgain()) return -1;
     constexpr uint32_t LOST = 1U << 7;
     const U50Event lost{DMA_EVENT, sizeof(U50Event), LOST, 0, 0, 0, 0, 0};
     alignas(CACHE_LINE) unsigned char message[DMA_READABLE_BYTES] = {};
     std::memcpy(message, &lost, sizeof lost);
     handler(message, sizeof lost, user);
+    return 1;
+}
+
+bool SharedStream::OpenAgain() {
+    try {
+        std::string error;
+        return Open(m_bus, m_channel, error);
+    } catch (const std::bad_alloc&) {
+        return false;  // a later look may find memory
+    }
+}
+
+bool SharedStream::MayLook() {
+    const int64_t now = CClock::MonotonicNanoseconds();
+    if (m_nextLookAt && now < *m_nextLookAt) return false;
+    m_nextLookAt = now + LOOK_EVERY_NS;
     return true;
 }
 

@@ -32,14 +32,37 @@ std::string WhyForeign(const std::string& path, const struct stat& status) {
            "; take another bus number";
 }
 
-/// The server's process as the file tells it; 0 when it tells none.
-ProcessId ServerOf(int descriptor) {
-    ProcessId server = 0;
-    const ssize_t length = pread(descriptor, &server, sizeof server, offsetof(SharedBoard, server));
-    return length == sizeof server ? server : 0;
+/// A word of the board in the file; 0 when the file does not reach there.
+template <typename Word>
+Word WordOf(int descriptor, std::size_t offset) {
+    Word word = 0;
+    return pread(descriptor, &word, sizeof word, static_cast<off_t>(offset)) == sizeof word ? word : 0;
+}
+
+ProcessId ServerOf(int descriptor) { return WordOf<ProcessId>(descriptor, offsetof(SharedBoard, server)); }
+
+/// Those who are still attached to a crashed server's board look at this word.
+void TellItHasEnded(int descriptor, const struct stat& status) {
+    if (static_cast<std::size_t>(status.st_size) != sizeof(SharedBoard)) return;
+    if (WordOf<uint32_t>(descriptor, offsetof(SharedBoard, version)) != SHARED_BOARD_VERSION) return;
+    constexpr uint32_t HAS_ENDED = 1;
+    if (pwrite(descriptor, &HAS_ENDED, sizeof HAS_ENDED, offsetof(SharedBoard, hasEnded)) < 0) {
+        return;  // they find out by themselves
+    }
+}
+
+std::string NoneServed(uint16_t bus) {
+    return "no board is served on bus " + std::to_string(bus) + "; start one with: vexa-board serve" +
+           (bus == 0 ? "" : " --bus " + std::to_string(bus));
 }
 
 }  // namespace
+
+std::string TextOf(const RequestBox& box) {
+    std::string text(box.text, sizeof box.text);
+    text.resize(strnlen(text.c_str(), text.size()));
+    return text;
+}
 
 std::string SharedBoardPath(uint16_t bus) { return "/dev/shm/vexa-board-" + std::to_string(bus); }
 
@@ -63,6 +86,7 @@ bool SharedMapping::Create(uint16_t bus, std::string& error) {
         if (fstat(file.Get(), &status) != 0 || status.st_nlink == 0) continue;  // removed by its last server
         if (status.st_size != 0) {
             // Left by a crash. Those who are still attached keep the old file; the new board is another one.
+            TellItHasEnded(file.Get(), status);
             unlink(path.c_str());
             continue;
         }
@@ -75,9 +99,10 @@ bool SharedMapping::Create(uint16_t bus, std::string& error) {
         }
         m_path = path;
         m_lock = file.Release();
-        m_board->version = SHARED_BOARD_VERSION;
-        m_board->size = sizeof(SharedBoard);
-        m_board->server = OwnProcessId();
+        m_server = OwnProcessId();
+        Store(m_board->version, SHARED_BOARD_VERSION);
+        Store(m_board->size, static_cast<uint32_t>(sizeof(SharedBoard)));
+        Store(m_board->server, m_server);
         return true;
     }
     error = path + " is made and removed by others all the time; take another bus number";
@@ -91,36 +116,39 @@ void SharedMapping::Publish() {
 bool SharedMapping::Attach(uint16_t bus, bool isReadOnly, std::string& error) {
     Close();
     const std::string path = SharedBoardPath(bus);
-    const std::string none = "no board is served on bus " + std::to_string(bus) + "; start one with: vexa-board serve" +
-                             (bus == 0 ? "" : " --bus " + std::to_string(bus));
     const CDescriptor file(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
     if (!file.IsOpen() || fstat(file.Get(), &status) != 0) {
-        error = errno == ENOENT ? none : path + ": " + Reason();
+        error = errno == ENOENT ? NoneServed(bus) : path + ": " + Reason();
         return false;
     }
     error = WhyForeign(path, status);
     if (!error.empty()) return false;
     if (static_cast<std::size_t>(status.st_size) != sizeof(SharedBoard)) {
-        error = status.st_size == 0 ? none : path + " is of another version; serve it anew";
+        error = status.st_size == 0 ? NoneServed(bus) : path + " is of another version; serve it anew";
         return false;
     }
     if (!Map(file.Get(), isReadOnly)) {
         error = path + ": " + Reason();
         return false;
     }
-    const uint64_t magic = std::atomic_ref<uint64_t>(m_board->magic).load(std::memory_order_acquire);
-    if (magic != SHARED_BOARD_MAGIC || !IsAlive(m_board->server)) {
-        error = none;
-    } else if (m_board->version != SHARED_BOARD_VERSION || m_board->size != sizeof(SharedBoard)) {
-        error = path + " is of another version; serve it anew";
-    } else if (m_board->ringLines <= RING_LINES_MAX || m_board->ringLines > RING_LINES) {
-        error = path + " is damaged; serve it anew";
-    } else {
-        return true;
-    }
+    error = WhyUnusable(bus);
+    if (error.empty()) return true;
     Close();
     return false;
+}
+
+// Each word is read once: whoever may write them may do so between a check and a use.
+std::string SharedMapping::WhyUnusable(uint16_t bus) {
+    const uint64_t magic = std::atomic_ref<uint64_t>(m_board->magic).load(std::memory_order_acquire);
+    m_server = Load(m_board->server);
+    m_ringLines = Load(m_board->ringLines);
+    if (magic != SHARED_BOARD_MAGIC || !IsServed()) return NoneServed(bus);
+    if (Load(m_board->version) != SHARED_BOARD_VERSION || Load(m_board->size) != sizeof(SharedBoard)) {
+        return SharedBoardPath(bus) + " is of another version; serve it anew";
+    }
+    const bool isSound = m_ringLines > RING_LINES_MAX && m_ringLines <= RING_LINES;
+    return isSound ? "" : SharedBoardPath(bus) + " is damaged; serve it anew";
 }
 
 bool SharedMapping::Map(int descriptor, bool isReadOnly) {
@@ -134,7 +162,7 @@ bool SharedMapping::Map(int descriptor, bool isReadOnly) {
 
 void SharedMapping::Close() {
     if (m_lock >= 0) {
-        Store(m_board->isClosed, 1U);
+        Store(m_board->hasEnded, 1U);
         unlink(m_path.c_str());
         close(m_lock);
         m_lock = -1;
@@ -145,6 +173,8 @@ void SharedMapping::Close() {
 
 void SharedMapping::Swap(SharedMapping& other) noexcept {
     std::swap(m_board, other.m_board);
+    std::swap(m_server, other.m_server);
+    std::swap(m_ringLines, other.m_ringLines);
     std::swap(m_path, other.m_path);
     std::swap(m_lock, other.m_lock);
 }

@@ -10,7 +10,7 @@
 
 namespace software_board {
 
-constexpr uint32_t REQUEST_TEXT_CAPACITY = 292;  ///< fills the cache lines of a request
+constexpr uint32_t REQUEST_TEXT_CAPACITY = 4068;  ///< with the words before it 4 KiB
 
 /// Work that another process asks the serving one for; one at a time.
 struct RequestBox {
@@ -18,9 +18,16 @@ struct RequestBox {
     uint32_t asked;      ///< counts requests; by the asking process
     uint32_t answered;   ///< the request that was answered last; by the serving process
     uint32_t isRefused;  ///< the answer
-    uint32_t index;      ///< of the register, for a command
+    uint32_t index;      ///< of the register, for a command; what is asked for (EInjection), for an injection
     uint32_t value;
-    char text[REQUEST_TEXT_CAPACITY];  ///< the fault asked for, then what is wrong with it
+    char text[REQUEST_TEXT_CAPACITY];  ///< the faults asked for, then what is wrong with them
+};
+
+std::string TextOf(const RequestBox& box);
+
+enum EInjection : uint32_t {
+    INJECT_FAULTS = 0,  ///< those that the text names
+    CLEAR_FAULTS = 1,   ///< every fault, those to come too
 };
 
 struct SharedBoard {
@@ -28,7 +35,8 @@ struct SharedBoard {
     uint32_t version;  ///< of this layout
     uint32_t size;     ///< of this record
     ProcessId server;
-    uint32_t isClosed;   ///< the board has ended in good order
+    /// The board has ended: set by its server when it ends in good order, by the next one of this bus otherwise.
+    uint32_t hasEnded;
     uint32_t ringLines;  ///< of each channel's ring
     uint64_t servedSince;
     uint64_t seed;
@@ -41,7 +49,7 @@ struct SharedBoard {
 static_assert(sizeof(RequestBox) % CACHE_LINE == 0 && offsetof(SharedBoard, command) == CACHE_LINE);
 
 constexpr uint64_t SHARED_BOARD_MAGIC = 0x315244424158'4556;  // "VEXABDR1"
-constexpr uint32_t SHARED_BOARD_VERSION = 1;
+constexpr uint32_t SHARED_BOARD_VERSION = 2;
 
 std::string SharedBoardPath(uint16_t bus);
 
@@ -59,7 +67,8 @@ public:
     }
 
     /// Makes the board of this bus, all zero, to be served by this process; Publish makes it one to attach to. What a
-    /// crashed server left is replaced; a board that is being served is refused. False with a text that says why.
+    /// crashed server left is replaced, and those who are still attached to it can see that it has ended; a board that
+    /// is being served is refused. False with a text that says why.
     bool Create(uint16_t bus, std::string& error);
     void Publish();
 
@@ -69,6 +78,15 @@ public:
     /// The server takes its board's name away as well.
     void Close();
 
+    // Of a board attached to: what was found sound then, whatever stands in the memory now.
+    ProcessId Server() const { return m_server; }
+    uint32_t RingLines() const { return m_ringLines; }
+
+    /// True once the board is known to have ended. Costs one load.
+    bool HasEnded() const { return Load(m_board->hasEnded) != 0; }
+    /// Looks whether the server lives. Costs some system calls.
+    bool IsServed() const { return !HasEnded() && IsAlive(m_server); }
+
     explicit operator bool() const { return m_board != nullptr; }
     SharedBoard& operator*() const { return *m_board; }
     SharedBoard* operator->() const { return m_board; }
@@ -76,8 +94,11 @@ public:
 private:
     void Swap(SharedMapping& other) noexcept;
     bool Map(int descriptor, bool isReadOnly);
+    std::string WhyUnusable(uint16_t bus);
 
     SharedBoard* m_board = nullptr;
+    ProcessId m_server = 0;
+    uint32_t m_ringLines = 0;
     std::string m_path;
     int m_lock = -1;  ///< the server's hold on the file, which ends with the process
 };

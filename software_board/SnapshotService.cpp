@@ -1,7 +1,6 @@
 #include "software_board/SnapshotService.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace software_board {
 
@@ -10,7 +9,7 @@ namespace {
 constexpr uint32_t SHFE_SERVER_IP = 0x0A0A0101;
 constexpr uint32_t INE_SERVER_IP = 0x0A0A0201;
 constexpr uint32_t ACKNOWLEDGEMENTS_BEFORE_RECONNECT = 16;
-constexpr uint32_t FOREIGN_FRAME_EVERY = 61;
+constexpr uint32_t FRAMES_PER_FOREIGN_FRAME = 60;
 constexpr uint32_t PORT_STEP = 16;  // between two connects of one feed
 constexpr uint32_t PORT_FIRST = 1024;
 constexpr uint32_t INITIAL_SEQ = 1000;
@@ -34,9 +33,10 @@ SnapshotService::SnapshotService(const BoardOptions& options, exchange::Exchange
     }
 }
 
-void SnapshotService::Open(std::vector<Request> requests) {
-    m_requests = std::move(requests);
-    Connect();
+void SnapshotService::Add(const Request& request) {
+    if (m_requests.empty()) BeginConnect();
+    m_requests.push_back(request);
+    Connect(request);
 }
 
 void SnapshotService::Close() {
@@ -68,23 +68,22 @@ exchange::Faults SnapshotService::FaultsOfConnect() const {
     return faults;
 }
 
-// A connection that a fault spoils gets no second one, which would make up for it.
-void SnapshotService::Connect() {
+void SnapshotService::BeginConnect() {
     m_links.clear();
     m_turn = 0;
     ++m_connects;
-    const exchange::Faults always = FaultsOfConnect();
-    for (const Request& request : m_requests) {
-        exchange::Faults faults = always;
-        if (m_links.empty()) {
-            if (const auto oneShot = NextOneShot()) {
-                faults.Set(*oneShot);
-                faults.Clear(exchange::EFault::SecondConnection);
-            }
+}
+
+// A connection that a fault spoils gets no second one, which would make up for it.
+void SnapshotService::Connect(const Request& request) {
+    exchange::Faults faults = FaultsOfConnect();
+    if (m_links.empty()) {
+        if (const auto oneShot = NextOneShot()) {
+            faults.Set(*oneShot);
+            faults.Clear(exchange::EFault::SecondConnection);
         }
-        m_links.push_back(
-            {request, MakeConnection(request, faults, 0), faults.Has(exchange::EFault::SecondConnection)});
     }
+    m_links.push_back({request, MakeConnection(request, faults, 0), faults.Has(exchange::EFault::SecondConnection)});
 }
 
 exchange::SnapshotConnection SnapshotService::MakeConnection(const Request& request, const exchange::Faults& faults,
@@ -100,21 +99,31 @@ exchange::SnapshotConnection SnapshotService::MakeConnection(const Request& requ
     if (faults.Has(exchange::EFault::SequenceWrap)) {
         initialSeq = UINT32_MAX - exchange::Random(seed, "initial number").Below(BYTES_BEFORE_WRAP);
     }
-    ++m_statistics.snapshotConnections;
+    software_board::Add(m_statistics.snapshotConnections, uint64_t{1});
     return {endpoints, initialSeq, m_market.SnapshotMessages(request.feed, faults), faults, seed};
 }
 
-bool SnapshotService::NextFrame(std::vector<uint8_t>& frame) {
+bool SnapshotService::NextFrame(std::vector<uint8_t>& frame, bool mayAcknowledge) {
     if (m_links.empty()) return false;
-    if (++m_frames % FOREIGN_FRAME_EVERY == 0) {
+    if (m_isForeignFrameDue) {
+        m_isForeignFrameDue = false;
         frame.assign(60, 0);  // something that is no TCP segment, as every network carries
         return true;
     }
+    if (!NextFrameOfLinks(frame, mayAcknowledge)) return false;
+    m_isForeignFrameDue = ++m_frames % FRAMES_PER_FOREIGN_FRAME == 0;
+    software_board::Add(m_statistics.snapshotFrames, uint64_t{1});
+    if (!IsOver()) return true;
+    BeginConnect();
+    for (const Request& request : m_requests) Connect(request);
+    return true;
+}
+
+bool SnapshotService::NextFrameOfLinks(std::vector<uint8_t>& frame, bool mayAcknowledge) {
     for (std::size_t tried = 0; tried < m_links.size(); ++tried) {
-        if (!NextFrameOf(m_turn++ % m_links.size(), frame)) continue;
-        ++m_statistics.snapshotFrames;
-        if (IsOver()) Connect();
-        return true;
+        const std::size_t index = m_turn++ % m_links.size();
+        if (m_links[index].connection.IsSent() && !mayAcknowledge) continue;
+        if (NextFrameOf(index, frame)) return true;
     }
     return false;
 }

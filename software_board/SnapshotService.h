@@ -23,14 +23,17 @@ public:
 
     SnapshotService(const BoardOptions& options, exchange::Exchange& market, BoardStatistics& statistics);
 
-    void Open(std::vector<Request> requests);
+    /// One more feed for the connect under way; the first one begins it.
+    void Add(const Request& request);
     void Close();
 
     /// A fault of one connect that `options` did not ask for. Those of every connection are looked up there each time.
     void AddOneShot(const exchange::Fault& fault) { m_oneShots.push_back(fault); }
+    void ClearOneShots() { m_oneShots.clear(); }
 
-    /// The next frame to arrive; false when nothing does.
-    bool NextFrame(std::vector<uint8_t>& frame);
+    /// The next frame to arrive; false when nothing does. Connections that have sent their snapshot go on with bare
+    /// acknowledgements, if they may.
+    bool NextFrame(std::vector<uint8_t>& frame, bool mayAcknowledge);
 
 private:
     struct Link {
@@ -40,7 +43,9 @@ private:
         uint32_t acknowledgements = 0;
     };
 
-    void Connect();
+    void BeginConnect();
+    void Connect(const Request& request);
+    bool NextFrameOfLinks(std::vector<uint8_t>& frame, bool mayAcknowledge);
     std::optional<exchange::EFault> NextOneShot();
     exchange::Faults FaultsOfConnect() const;
     exchange::SnapshotConnection MakeConnection(const Request& request, const exchange::Faults& faults,
@@ -55,7 +60,8 @@ private:
     std::vector<Link> m_links;
     std::size_t m_turn = 0;
     uint32_t m_connects = 0;  ///< the current one's number; the first is 1
-    uint32_t m_frames = 0;
+    uint32_t m_frames = 0;    ///< of the connections, in all
+    bool m_isForeignFrameDue = false;
     std::vector<exchange::Fault> m_oneShots;  ///< still to happen, one to a connect
 };
 

@@ -116,6 +116,8 @@ void SoftwareBoard::RaiseEvent(int32_t channel, const U50Event& event) {
 
 bool SoftwareBoard::Inject(std::string_view names, std::string& error) { return m_state->engine.Inject(names, error); }
 
+void SoftwareBoard::ClearFaults() { m_state->engine.ClearFaults(); }
+
 const BoardMemory& SoftwareBoard::Memory() const { return *m_state->memory; }
 
 exchange::Exchange& SoftwareBoard::Market() { return m_state->engine.Market(); }

@@ -50,6 +50,7 @@ public:
 
     /// Lets faults happen from now on, by name (exchange::ParseFaults). False with a text that tells what is wrong.
     bool Inject(std::string_view names, std::string& error);
+    void ClearFaults();  ///< all of them, those to come too
 
     exchange::Exchange& Market();
     const BoardMemory& Memory() const;

@@ -1,5 +1,6 @@
 #include "tools/BoardServing.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -16,11 +17,19 @@ namespace {
 
 constexpr int64_t IDLE_NS = 200'000;
 constexpr int64_t STATUS_EVERY_NS = 1'000'000'000;
+constexpr std::size_t DEFAULT_COLUMNS = 80;
 constexpr int LINES_EVERY = 10;  // seconds, where the output is no terminal
 
 volatile std::sig_atomic_t g_isEnded = 0;
 
 void End(int) { g_isEnded = 1; }
+
+/// Of the terminal, which may be resized at any time. One is left free, so that no line wraps.
+std::size_t Columns() {
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return DEFAULT_COLUMNS - 1;
+    return size.ws_col - std::size_t{1};
+}
 
 /// One line: rewritten in place on a terminal, now and then a new one elsewhere.
 class StatusLine {
@@ -36,8 +45,11 @@ public:
         m_updates = updates;
         m_isFirst = false;
         if (!m_isTerminal && m_lines++ % LINES_EVERY != 0) return;
-        std::printf("%s%s%s", m_isTerminal ? "\r\033[K" : "", BoardLine(m_board, rate).c_str(),
-                    m_isTerminal ? "" : "\n");
+        if (m_isTerminal) {
+            std::printf("\r\033[K%s", BoardLine(m_board, rate, Columns()).c_str());
+        } else {
+            std::printf("%s\n", BoardLine(m_board, rate, std::string::npos).c_str());
+        }
         std::fflush(stdout);
     }
 
@@ -65,6 +77,7 @@ void EndOnSignals() {
 }  // namespace
 
 int ServeBoard(uint16_t bus, const software_board::BoardOptions& options) {
+    using software_board::Load;
     EndOnSignals();
     software_board::BoardServer server;
     std::string error;
@@ -82,8 +95,9 @@ int ServeBoard(uint16_t bus, const software_board::BoardOptions& options) {
     }
     status.Close();
     const software_board::BoardStatistics& seen = server.Board().memory.statistics;
-    std::printf("ended: %llu updates, %llu records delivered, %llu messages dropped, %llu bring-ups\n",
-                static_cast<unsigned long long>(seen.liveUpdates), static_cast<unsigned long long>(seen.delivered),
-                static_cast<unsigned long long>(seen.overruns), static_cast<unsigned long long>(seen.bringUps));
+    std::printf(
+        "ended: %llu updates, %llu records delivered, %llu messages dropped, %llu bring-ups\n",
+        static_cast<unsigned long long>(Load(seen.liveUpdates)), static_cast<unsigned long long>(Load(seen.delivered)),
+        static_cast<unsigned long long>(Load(seen.overruns)), static_cast<unsigned long long>(Load(seen.bringUps)));
     return 0;
 }

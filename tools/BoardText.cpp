@@ -1,9 +1,11 @@
 #include "tools/BoardText.h"
 
 #include <algorithm>
+#include <bitset>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 
@@ -23,6 +25,9 @@ using software_board::SharedBoard;
 
 using Count = unsigned long long;
 
+constexpr double RATE_MAX = 1e15;          // a peer may write any count
+constexpr std::size_t PHASE_COLUMNS = 10;  // the longest name and two blanks
+
 std::string LocalTimeText(uint64_t seconds) {
     std::tm local{};
     if (seconds == 0 || !CClock::LocalTime(static_cast<int64_t>(seconds), local)) return "never";
@@ -34,7 +39,8 @@ std::string LocalTimeText(uint64_t seconds) {
 /// Part of the ring that waits to be read, as far as the reader has told.
 double FillOf(const SharedBoard& board, const ChannelMemory& channel) {
     const uint64_t waiting = Load(channel.written) - Load(channel.ring.released);
-    return 100.0 * static_cast<double>(std::min<uint64_t>(waiting, board.ringLines)) / board.ringLines;
+    const uint32_t lines = std::max(Load(board.ringLines), 1U);
+    return 100.0 * static_cast<double>(std::min<uint64_t>(waiting, lines)) / lines;
 }
 
 void PrintChannels(const SharedBoard& board) {
@@ -54,7 +60,7 @@ void PrintChannels(const SharedBoard& board) {
 void PrintFeeds(const SharedBoard& board) {
     std::printf("\n%-8s %12s %12s  %s\n", "feed", "instruments", "packets", "last update");
     for (std::size_t feed = 0; feed < FEED_COUNT; ++feed) {
-        std::printf("%-8s %12u %12llu  %s\n", FEED_MEMBERS[feed].name, board.instruments[feed],
+        std::printf("%-8s %12u %12llu  %s\n", FEED_MEMBERS[feed].name, Load(board.instruments[feed]),
                     static_cast<Count>(Load(board.memory.registers.packets[feed])),
                     LocalTimeText(Load(board.memory.registers.lastUpdate[feed])).c_str());
     }
@@ -76,12 +82,10 @@ std::string ChannelsOf(uint32_t config) {
     return channels.empty() ? "-" : channels;
 }
 
-/// What no terminal takes for a command.
 std::string PrintableId(const SInstTableType& slot) {
     std::string id(slot.inst_id, strnlen(slot.inst_id, sizeof slot.inst_id));
-    std::replace_if(
-        id.begin(), id.end(), [](char c) { return c <= ' ' || c > '~'; }, '?');
-    return id;
+    std::replace(id.begin(), id.end(), ' ', '?');
+    return Printable(id);
 }
 
 void PrintSlot(const SInstTableType& slot, int32_t instNo) {
@@ -91,7 +95,49 @@ void PrintSlot(const SInstTableType& slot, int32_t instNo) {
                 ChannelsOf(slot.config).c_str());
 }
 
+const char* PhaseOf(const SharedBoard& board) {
+    return PhaseName(static_cast<software_board::EPhase>(Load(board.memory.registers.phase)));
+}
+
+std::bitset<CHANNEL_SIZE> HeldChannels(const SharedBoard& board) {
+    std::bitset<CHANNEL_SIZE> held;
+    for (std::size_t channel = 0; channel < held.size(); ++channel) {
+        held[channel] = Load(board.memory.channels[channel].holder) != 0;
+    }
+    return held;
+}
+
+/// "0-2 5"; "none".
+std::string Ranges(const std::bitset<CHANNEL_SIZE>& channels) {
+    std::string text;
+    for (std::size_t first = 0; first < channels.size(); ++first) {
+        if (!channels[first]) continue;
+        std::size_t last = first;
+        while (last + 1 < channels.size() && channels[last + 1]) ++last;
+        text += (text.empty() ? "" : " ") + std::to_string(first);
+        if (last > first) text += "-" + std::to_string(last);
+        first = last;
+    }
+    return text.empty() ? "none" : text;
+}
+
+/// Four characters at most: "950", "1.2k", "34M".
+std::string Short(double number) {
+    static constexpr const char* UNITS[] = {"", "k", "M", "G", "T", "P", "E"};
+    std::size_t unit = 0;
+    for (; number >= 999.5 && unit + 1 < std::size(UNITS); ++unit) number /= 1000;
+    char text[16];
+    std::snprintf(text, sizeof text, unit > 0 && number < 9.95 ? "%.1f%s" : "%.0f%s", number, UNITS[unit]);
+    return text;
+}
+
 }  // namespace
+
+std::string Printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    return text;
+}
 
 const char* PhaseName(software_board::EPhase phase) {
     switch (phase) {
@@ -104,26 +150,34 @@ const char* PhaseName(software_board::EPhase phase) {
     return "unknown";
 }
 
-std::string BoardLine(const SharedBoard& board, double updatesPerSecond) {
-    std::string channels;
-    for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) {
-        if (Load(board.memory.channels[channel].holder) != 0) channels += " " + std::to_string(channel);
+std::string BoardLine(const SharedBoard& board, double updatesPerSecond, std::size_t columns) {
+    const std::string phase = PhaseOf(board);
+    const auto holders = HeldChannels(board);
+    const uint64_t delivered = Load(board.memory.statistics.delivered);
+    const uint64_t dropped = Load(board.memory.statistics.overruns);
+    const double shownRate = std::clamp(updatesPerSecond, 0.0, RATE_MAX);
+    const std::string rate = std::to_string(static_cast<uint64_t>(shownRate + 0.5));
+    const std::string instruments =
+        std::to_string(Load(board.instruments[SHFE_2PS])) + "+" + std::to_string(Load(board.instruments[INE_2PS]));
+    const std::string counts = "  delivered " + std::to_string(delivered) + "  dropped " + std::to_string(dropped);
+    const std::string forms[] = {
+        phase + std::string(PHASE_COLUMNS - phase.size(), ' ') + instruments + " instruments  " + rate +
+            " updates/s  channels " + Ranges(holders) + counts,
+        phase + "  " + rate + "/s  channels " + Ranges(holders) + counts,
+        phase + "  " + Short(shownRate) + "/s  " + std::to_string(holders.count()) + " channels  " +
+            Short(static_cast<double>(delivered)) + " delivered  " + Short(static_cast<double>(dropped)) + " dropped",
+    };
+    for (const std::string& form : forms) {
+        if (form.size() <= columns) return form;
     }
-    char line[256];
-    std::snprintf(line, sizeof line, "%-8s %u+%u instruments  %.0f updates/s  channels%s  delivered %llu  dropped %llu",
-                  PhaseName(static_cast<software_board::EPhase>(Load(board.memory.registers.phase))),
-                  board.instruments[SHFE_2PS], board.instruments[INE_2PS], updatesPerSecond,
-                  channels.empty() ? " none" : channels.c_str(),
-                  static_cast<Count>(Load(board.memory.statistics.delivered)),
-                  static_cast<Count>(Load(board.memory.statistics.overruns)));
-    return line;
+    return forms[std::size(forms) - 1].substr(0, columns);
 }
 
 void PrintStatus(const SharedBoard& board, uint16_t bus) {
     const auto& seen = board.memory.statistics;
-    std::printf("bus        %u, served by process %d since %s, seed %llu\n", bus, ProcessNumber(board.server),
-                LocalTimeText(board.servedSince / 1'000'000'000).c_str(), static_cast<Count>(board.seed));
-    std::printf("phase      %s\n", PhaseName(static_cast<software_board::EPhase>(Load(board.memory.registers.phase))));
+    std::printf("bus        %u, served by process %d since %s, seed %llu\n", bus, ProcessNumber(Load(board.server)),
+                LocalTimeText(Load(board.servedSince) / 1'000'000'000).c_str(), static_cast<Count>(Load(board.seed)));
+    std::printf("phase      %s\n", PhaseOf(board));
     std::printf("checksum   0x%08llx\n", static_cast<Count>(ValueOf(board, reg::CONFIG_CHECKSUM)));
     std::printf("bring-ups  %llu\n", static_cast<Count>(Load(seen.bringUps)));
     std::printf("snapshot   %llu connections, %llu frames\n", static_cast<Count>(Load(seen.snapshotConnections)),
@@ -131,6 +185,9 @@ void PrintStatus(const SharedBoard& board, uint16_t bus) {
     std::printf("updates    %llu, of these lost %llu; records delivered %llu, messages dropped %llu\n",
                 static_cast<Count>(Load(seen.liveUpdates)), static_cast<Count>(Load(seen.lostUpdates)),
                 static_cast<Count>(Load(seen.delivered)), static_cast<Count>(Load(seen.overruns)));
+    std::printf("refused    %llu snapshot openings and %llu engine starts without a bring-up, %llu table writes\n",
+                static_cast<Count>(Load(seen.refusedSnapshotOpens)), static_cast<Count>(Load(seen.refusedEngineStarts)),
+                static_cast<Count>(Load(seen.refusedTableWrites)));
     PrintChannels(board);
     PrintFeeds(board);
 }
@@ -164,7 +221,8 @@ void PrintTable(const SharedBoard& board, EMDQPDataType feed, const std::string&
                 "volume", "channels");
     bool isFound = false;
     for (int32_t instNo = 0; instNo < FeedCapacity(feed); ++instNo) {
-        const SInstTableType& slot = software_board::board_tables::Slot(board.memory, feed, instNo);
+        const SInstTableType slot =
+            software_board::board_tables::CopyOf(software_board::board_tables::Slot(board.memory, feed, instNo));
         if (slot.inst_id[0] == '\0' || (!instrument.empty() && PrintableId(slot) != instrument)) continue;
         isFound = true;
         PrintSlot(slot, instNo);

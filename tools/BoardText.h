@@ -5,10 +5,14 @@
 
 #include "software_board/SharedMemory.h"
 
+/// What no terminal takes for a command: any process of this user may have written it.
+std::string Printable(std::string text);
+
 const char* PhaseName(software_board::EPhase phase);
 
-/// "live  600+200 instruments  2000 updates/s  channels 0 3  delivered 1200  dropped 0"
-std::string BoardLine(const software_board::SharedBoard& board, double updatesPerSecond);
+/// "live      600+200 instruments  2000 updates/s  channels 0-1 3  delivered 1200  dropped 0", or as much of that as
+/// goes into so many columns.
+std::string BoardLine(const software_board::SharedBoard& board, double updatesPerSecond, std::size_t columns);
 
 /// The whole state: board, channels, feeds.
 void PrintStatus(const software_board::SharedBoard& board, uint16_t bus);

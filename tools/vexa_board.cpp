@@ -31,6 +31,7 @@ struct Arguments {
     EMDQPDataType feed = SHFE_2PS;
     std::string instrument;
     std::string fault;
+    bool areCleared = false;
 };
 
 void Attach(software_board::SharedMapping& mapping, uint16_t bus, bool isReadOnly) {
@@ -57,11 +58,19 @@ void ShowRegisters(const Arguments& arguments) {
 }
 
 void Inject(const Arguments& arguments) {
+    if (arguments.areCleared == !arguments.fault.empty()) {
+        throw std::runtime_error("inject needs either a FAULT or --clear");
+    }
+    // Names are checked here too, so that what is known is told whether or not a board is served.
+    exchange::Faults faults;
+    std::string text;
+    if (!exchange::ParseFaults(arguments.fault, faults, text)) throw std::runtime_error(text);
     software_board::SharedMapping board;
     Attach(board, arguments.bus, false);
-    std::string text = arguments.fault;
-    if (!software_board::Ask(*board, board->injection, 0, 0, text)) throw std::runtime_error(text);
-    std::printf("%s\n", arguments.fault.c_str());
+    text = arguments.fault;
+    const auto request = arguments.areCleared ? software_board::CLEAR_FAULTS : software_board::INJECT_FAULTS;
+    if (!software_board::Ask(board, board->injection, request, 0, text)) throw std::runtime_error(Printable(text));
+    std::printf("%s\n", arguments.areCleared ? "all faults cleared" : arguments.fault.c_str());
 }
 
 int Run(int argc, char** argv) {
@@ -112,8 +121,10 @@ int Run(int argc, char** argv) {
         PrintTable(*board, arguments.feed, arguments.instrument);
     });
 
-    CLI::App* inject = command("inject", "let a fault happen on a running board");
-    inject->add_option("FAULT", arguments.fault, exchange::FaultNames())->required();
+    CLI::App* inject = command("inject", "let faults happen on a running board, or end them all");
+    inject->add_option("FAULT", arguments.fault, "comma-separated, each with @N or without: " + exchange::FaultNames());
+    inject->add_flag("--clear", arguments.areCleared,
+                     "end every fault, those that last and those to come; connections under way keep theirs");
     inject->callback([&] { Inject(arguments); });
 
     CLI11_PARSE(app, argc, argv);

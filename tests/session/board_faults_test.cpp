@@ -147,6 +147,31 @@ TEST_P(Broken, BoardRefusesTheStartWithItsLine) {
     EXPECT_EQ(world.updates, 0U);
 }
 
+TEST_P(Broken, BoardIsWholeAgainOnceItsFaultsAreCleared) {
+    SessionWorld world(WithFaults(GetParam().fault));
+    ASSERT_EQ(world.Start(Delivery::Callback), -2);
+    world.board.ClearFaults();
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    ASSERT_TRUE(world.ReceiveTheRest());
+    EXPECT_THAT(world.DifferencesFromTruth(), IsEmpty());
+}
+
+TEST(BoardFaults, ThoseStillToComeAreClearedToo) {
+    SessionWorld world(WithFaults("price-error@300"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    std::string error;
+    ASSERT_TRUE(world.board.Inject("packet-lost@100,event-storm@200,reset,duplicate", error)) << error;
+    ASSERT_TRUE(world.Receive(50));
+    world.board.ClearFaults();
+    ASSERT_TRUE(world.Receive(500));
+    EXPECT_EQ(world.board.Statistics().bringUps, 1U);
+    world.board.LosePackets(1);
+    ASSERT_TRUE(world.Receive(50));
+    EXPECT_EQ(world.board.Statistics().bringUps, 2U);
+    EXPECT_EQ(world.api->m_counters[ECounter::ResetByPeer], 0U);
+    EXPECT_EQ(world.api->m_counters[ECounter::SegmentRepeated], 0U);
+}
+
 TEST(VanishedCard, DeliversNothingAndLetsTheSessionBeStopped) {
     SessionWorld world(WithFaults("register-all-ones@300"));
     ASSERT_EQ(world.Start(Delivery::Callback), 0);

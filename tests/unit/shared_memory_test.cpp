@@ -16,6 +16,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "software_board/BoardServer.h"
 #include "software_board/SharedClient.h"
@@ -206,8 +207,58 @@ TEST_F(ServedChannel, PlainRegistersNeedNoServersStep) {
     SharedRegisters registers;
     ASSERT_TRUE(registers.Open(bus, error)) << error;
     EXPECT_TRUE(registers.Write(reg::CONFIG_CHECKSUM, 77));
-    EXPECT_EQ(registers.Read(reg::CONFIG_CHECKSUM), 77U);
-    EXPECT_EQ(registers.Read(reg::HARDWARE_VERSION), 0x20260420U);
+    uint64_t value = 0;
+    ASSERT_TRUE(registers.Read(0x1001, value));
+    EXPECT_EQ(value, 77U);
+    ASSERT_TRUE(registers.Read(0x0101, value));
+    EXPECT_EQ(value, 0x20260420U);
+}
+
+class Requests : public ServedChannel {
+protected:
+    /// Asks while another thread serves.
+    bool AskFor(const std::string& request, EInjection kind = INJECT_FAULTS) {
+        if (!asker.Attach(bus, false, error)) return false;
+        std::atomic<bool> isOver = false;
+        std::thread serving([&] {
+            while (!isOver) board->Step();
+        });
+        text = request;
+        const bool isDone = Ask(asker, asker->injection, kind, 0, text);
+        isOver = true;
+        serving.join();
+        return isDone;
+    }
+    SharedMapping asker;
+    std::string text;
+};
+
+TEST_F(Requests, WhatIsWrongIsToldWhole) {
+    Serve();
+    EXPECT_FALSE(AskFor("gremlin"));
+    EXPECT_EQ(text, "unknown fault \"gremlin\"; known are " + exchange::FaultNames() + ", or all (without a moment)");
+}
+
+TEST_F(Requests, EveryFaultCanBeAskedForAtOnceAndCleared) {
+    Serve();
+    std::string all;
+    for (const exchange::FaultRow& row : exchange::FaultTable()) {
+        all += std::string(all.empty() ? "" : ",") + row.name + "@18446744073709551615";
+    }
+    EXPECT_TRUE(AskFor(all)) << text;
+    EXPECT_TRUE(AskFor("registers-open-fail,old-firmware")) << text;
+    EXPECT_EQ(Load(asker->memory.registers.hardwareVersion), 0x20200101U);
+    SharedRegisters registers;
+    EXPECT_FALSE(registers.Open(bus, error));
+    EXPECT_TRUE(AskFor("", CLEAR_FAULTS)) << text;
+    EXPECT_TRUE(registers.Open(bus, error)) << error;
+    EXPECT_EQ(Load(asker->memory.registers.hardwareVersion), 0x20260420U);
+}
+
+TEST_F(Requests, LongerThanTheBoxIsRefusedWithItsLength) {
+    Serve();
+    EXPECT_FALSE(AskFor(std::string(5000, 'x')));
+    EXPECT_EQ(text, "a request has at most 4067 characters, this one 5000");
 }
 
 TEST_F(ServedChannel, CommandWithoutAServerFails) {

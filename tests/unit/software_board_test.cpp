@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "software_board/SoftwareBoard.h"
@@ -72,10 +73,35 @@ protected:
             WriteWord(reg::FEEDS[feed].table, static_cast<uint32_t>(instNo) * WORDS_PER_SLOT + word, words[word]);
         }
     }
-    void Start() {
-        board.Write(reg::LOGICAL_START_2PS, 1);
-        board.Write(reg::LOGICAL_START_4PS, 1);
+    /// As the host does it, without a group, so that no snapshot is sent.
+    void BringUp() {
+        board.Write(0x0010, 1);
+        board.Write(0x1000, 15);
+        board.Write(0x1000, 0);
     }
+    void Start() {
+        board.Write(0x11120, 1);
+        board.Write(0x21120, 1);
+    }
+    /// A snapshot session's source address and port.
+    void WriteSession(uint32_t session) {
+        board.Write(0x3007 + 16 * session, 0x0A140002);
+        board.Write(0x3008 + 16 * session, 40000);
+    }
+    /// Line A of SHFE 2ps, whose session is the first.
+    void WriteShfeGroup(uint32_t ip = 0xEF032A47) {
+        board.Write(0x11100, ip);
+        board.Write(0x11102, 34567);
+    }
+    void WriteIneGroup() {
+        board.Write(0x11101, 0xEF032A48);
+        board.Write(0x11103, 34567);
+    }
+    void OpenSnapshot() {
+        board.Write(0x0010, 1);
+        board.Write(0x1000, 15);
+    }
+    uint64_t Connections() const { return board.Statistics().snapshotConnections; }
     VirtualClock clock;
     software_board::SoftwareBoard board;
 };
@@ -143,24 +169,133 @@ TEST_F(SoftwareBoard, ClosedPortRefusesAndOnlyABringUpOpensIt) {
 }
 
 TEST_F(SoftwareBoard, SnapshotPhaseSendsFramesOfTheFeedsWithAGroup) {
-    board.Write(reg::FEEDS[SHFE_2PS].lineA.ip, 0xEF032A47);
-    EXPECT_THAT(Poll(10), IsEmpty());
-    board.Write(reg::SNAPSHOT_CONTROL, reg::SNAPSHOT_OPEN);
+    OpenSnapshot();
+    WriteSession(0);
+    WriteShfeGroup();
     EXPECT_EQ(Count(Poll(50), DMA_TCP), 50);
-    EXPECT_EQ(board.Statistics().snapshotConnections, 1U);
-    board.Write(reg::SNAPSHOT_CONTROL, reg::SNAPSHOT_CLOSED);
+    EXPECT_EQ(Connections(), 1U);
+    board.Write(0x1000, 0);
     EXPECT_THAT(Poll(10), IsEmpty());
+}
+
+// However slow the host is: any of the four may be the last, and nothing is sent before it.
+TEST_F(SoftwareBoard, FeedConnectsOnceAllThatItNeedsIsWritten) {
+    const std::pair<uint32_t, uint32_t> needed[] = {
+        {0x3027, 0x0A140002}, {0x3028, 40000}, {0x11101, 0xEF032A48}, {0x11103, 34567}};  // INE 2ps
+    uint64_t connections = 0;
+    for (const auto& last : needed) {
+        OpenSnapshot();
+        for (const auto& [index, value] : needed) {
+            if (index != last.first) board.Write(index, value);
+        }
+        clock.Advance(60'000'000'000);
+        EXPECT_EQ(Count(Poll(20), DMA_TCP), 0) << std::hex << last.first;
+        EXPECT_EQ(Connections(), connections);
+        board.Write(last.first, last.second);
+        EXPECT_EQ(Count(Poll(20), DMA_TCP), 20) << std::hex << last.first;
+        EXPECT_EQ(Connections(), ++connections);
+    }
+}
+
+TEST_F(SoftwareBoard, LateFeedKeepsNoOtherWaitingAndConnectsToo) {
+    OpenSnapshot();
+    for (uint32_t session = 0; session < 4; ++session) WriteSession(session);
+    WriteShfeGroup();
+    EXPECT_EQ(Count(Poll(20), DMA_TCP), 20);
+    EXPECT_EQ(Connections(), 1U);
+    clock.Advance(60'000'000'000);
+    Poll(1);  // the memory is ready
+    WriteIneGroup();
+    EXPECT_EQ(Count(Poll(20), DMA_TCP), 20);
+    EXPECT_EQ(Connections(), 2U);
+}
+
+TEST_F(SoftwareBoard, FeedWithoutAGroupIsNotConnected) {
+    OpenSnapshot();
+    WriteSession(0);
+    WriteShfeGroup(0);
+    EXPECT_THAT(Poll(20), IsEmpty());
+    WriteShfeGroup();
+    EXPECT_EQ(Count(Poll(20), DMA_TCP), 20);
+}
+
+TEST_F(SoftwareBoard, WhatAnEarlierAttemptWroteDoesNotCount) {
+    WriteSession(0);
+    WriteShfeGroup();
+    OpenSnapshot();
+    EXPECT_THAT(Poll(20), IsEmpty());
+    WriteSession(0);
+    WriteShfeGroup();
+    EXPECT_EQ(Count(Poll(20), DMA_TCP), 20);
+    OpenSnapshot();
+    Poll(20);
+    EXPECT_EQ(Connections(), 1U);
+    WriteSession(0);
+    EXPECT_THAT(Poll(20), IsEmpty());
+    WriteShfeGroup();
+    EXPECT_EQ(Count(Poll(20), DMA_TCP), 20);
+    EXPECT_EQ(Connections(), 2U);
 }
 
 TEST_F(SoftwareBoard, SnapshotBeginsAgainWhereTheHostKeepsThePhaseOpen) {
-    board.Write(reg::FEEDS[INE_2PS].lineA.ip, 1);
-    board.Write(reg::SNAPSHOT_CONTROL, reg::SNAPSHOT_OPEN);
+    OpenSnapshot();
+    WriteSession(2);
+    WriteIneGroup();
     Poll(3000);
-    EXPECT_GT(board.Statistics().snapshotConnections, 1U);
+    EXPECT_GT(Connections(), 1U);
+}
+
+TEST_F(SoftwareBoard, SnapshotIsNotOpenedBeforeTheFirstBringUp) {
+    board.Write(0x1000, 15);
+    WriteSession(0);
+    WriteShfeGroup();
+    EXPECT_THAT(Poll(20), IsEmpty());
+    EXPECT_EQ(board.Read(0x1000), 0U);
+    EXPECT_EQ(board.Statistics().refusedSnapshotOpens, 1U);
+    EXPECT_EQ(board.Statistics().refusedEngineStarts, 0U);
+    OpenSnapshot();
+    WriteSession(0);
+    WriteShfeGroup();
+    EXPECT_EQ(Count(Poll(20), DMA_TCP), 20);
+    EXPECT_EQ(board.Statistics().refusedSnapshotOpens, 1U);
+}
+
+TEST_F(SoftwareBoard, EnginesStartOnlyBehindABringUpAndASnapshotPhase) {
+    const auto expectRefused = [this](uint64_t starts) {
+        Start();
+        EXPECT_FALSE(board.IsLive());
+        EXPECT_EQ(board.Read(0x11120), 0U);
+        EXPECT_EQ(board.Read(0x21120), 0U);
+        EXPECT_EQ(board.Statistics().refusedEngineStarts, starts);
+    };
+    expectRefused(2);
+    board.Write(0x0010, 1);
+    expectRefused(4);
+    board.Write(0x1000, 15);
+    expectRefused(6);
+    board.Write(0x1000, 0);
+    board.Write(0x21120, 1);
+    EXPECT_FALSE(board.IsLive());
+    board.Write(0x11120, 1);
+    EXPECT_TRUE(board.IsLive());
+    EXPECT_EQ(board.Statistics().refusedEngineStarts, 6U);
+}
+
+// A running object that is started a second time writes them again, without a bring-up.
+TEST_F(SoftwareBoard, RunningEnginesMayBeStartedAgain) {
+    BringUp();
+    Start();
+    Start();
+    EXPECT_TRUE(board.IsLive());
+    EXPECT_EQ(board.Statistics().refusedEngineStarts, 0U);
+    board.Write(0x0010, 1);
+    Start();
+    EXPECT_FALSE(board.IsLive());
+    EXPECT_EQ(board.Statistics().refusedEngineStarts, 2U);
 }
 
 TEST_F(SoftwareBoard, NothingIsLiveBeforeBothEnginesRun) {
-    board.Write(reg::BRING_UP_START, 1);
+    BringUp();
     FillTables(SLOT_IN_USE | 1U);
     board.Write(reg::LOGICAL_START_2PS, 1);
     EXPECT_EQ(Count(Poll(10), DMA_UDP), 0);
@@ -170,7 +305,7 @@ TEST_F(SoftwareBoard, NothingIsLiveBeforeBothEnginesRun) {
 
 TEST_F(SoftwareBoard, RecordsGoToTheChannelsThatSubscribed) {
     board.OpenStream(3);
-    board.Write(reg::BRING_UP_START, 1);
+    BringUp();
     FillTables(SLOT_IN_USE | 1U << 3);
     Start();
     EXPECT_EQ(Count(Poll(10, 0), DMA_UDP), 0);
@@ -178,7 +313,7 @@ TEST_F(SoftwareBoard, RecordsGoToTheChannelsThatSubscribed) {
 }
 
 TEST_F(SoftwareBoard, UnusedSlotsAreNotDelivered) {
-    board.Write(reg::BRING_UP_START, 1);
+    BringUp();
     FillTables(1U);
     Start();
     EXPECT_EQ(Count(Poll(100), DMA_UDP), 0);
@@ -186,7 +321,7 @@ TEST_F(SoftwareBoard, UnusedSlotsAreNotDelivered) {
 }
 
 TEST_F(SoftwareBoard, EveryRecordEqualsTheTruthOnceAllHaveMoved) {
-    board.Write(reg::BRING_UP_START, 1);
+    BringUp();
     FillTables(SLOT_IN_USE | 1U);
     Start();
     board.FinishAfterOneMoreOfEach();
@@ -217,10 +352,24 @@ TEST_F(SoftwareBoard, LostPacketsAreToldAndCounted) {
 }
 
 TEST_F(SoftwareBoard, CountersMoveWhileTheEnginesRun) {
+    BringUp();
     Start();
     const uint64_t first = board.Read64(reg::SHFE_2PS_PKTS) + board.Read64(reg::INE_2PS_PKTS);
     for (int i = 0; i < 4; ++i) board.Read64(reg::SHFE_2PS_PKTS);
     EXPECT_GT(board.Read64(reg::SHFE_2PS_PKTS) + board.Read64(reg::INE_2PS_PKTS), first);
+}
+
+TEST_F(SoftwareBoard, ClearedFaultsLetAQuietMarketAndFullRingsMoveAtOnce) {
+    BringUp();
+    FillTables(SLOT_IN_USE | 1U);
+    Start();
+    Poll(5);
+    std::string error;
+    ASSERT_TRUE(board.Inject("timeout,ring-overflow", error)) << error;
+    EXPECT_EQ(Count(Poll(100), DMA_UDP), 0);
+    board.ClearFaults();
+    EXPECT_EQ(Count(Poll(10), DMA_UDP), 10);
+    EXPECT_EQ(board.Statistics().overruns, 0U);
 }
 
 class SmallRing : public SoftwareBoard {
@@ -253,7 +402,7 @@ protected:
 
 TEST_F(PacedBoard, UpdatesFollowTheClock) {
     clock.step = 0;
-    board.Write(reg::BRING_UP_START, 1);
+    BringUp();
     FillTables(SLOT_IN_USE | 1U);
     Start();
     EXPECT_EQ(Count(Poll(50), DMA_UDP), 0);

@@ -1,0 +1,143 @@
+#include "tests/process/ServedWorld.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+#include "exchange/Exchange.h"
+
+using software_board::Load;
+
+namespace {
+constexpr uint32_t MAX_INST_NO[] = {81000, 81101, 85000, 85101};
+}  // namespace
+
+std::size_t Reader::Count() const {
+    std::error_code none;
+    const auto bytes = std::filesystem::file_size(records, none);
+    return none ? 0 : bytes / sizeof(VexaShfeMdType);
+}
+
+std::vector<VexaShfeMdType> Reader::Records() const {
+    std::ifstream file(records, std::ios::binary);
+    std::vector<VexaShfeMdType> read(Count());
+    file.read(reinterpret_cast<char*>(read.data()), static_cast<std::streamsize>(read.size() * sizeof(VexaShfeMdType)));
+    return read;
+}
+
+ServedWorld::ServedWorld(uint16_t busNumber) : bus(busNumber) {
+    std::string name = (std::filesystem::temp_directory_path() / "vexa-served-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) std::abort();
+    directory = name;
+    WriteConfig("");
+}
+
+ServedWorld::~ServedWorld() {
+    server.reset();
+    std::filesystem::remove(software_board::SharedBoardPath(bus));
+    std::filesystem::remove_all(directory);
+}
+
+void ServedWorld::TellWhatTheProcessesSaid(std::size_t bytes) const {
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        const std::string name = entry.path().filename().string();
+        if (name.find("_records") != std::string::npos || entry.path().extension() == ".ini") continue;
+        std::ifstream file(entry.path());
+        const std::string said{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        std::cout << "---- " << name << "\n" << said.substr(said.size() - std::min(said.size(), bytes)) << "\n";
+    }
+}
+
+std::string ServedWorld::Log(int channel) const {
+    std::string text;
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        const std::string name = entry.path().filename().string();
+        if (name.rfind("channel" + std::to_string(channel) + "_vexa", 0) != 0) continue;
+        std::ifstream file(entry.path());
+        text.append(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    }
+    return text;
+}
+
+void ServedWorld::WriteConfig(const std::string& comment) const {
+    for (int channel = 0; channel < CHANNEL_SIZE; ++channel) {
+        std::ofstream file(Path("channel" + std::to_string(channel) + ".ini"));
+        file << "; " << comment << "\n[config]\nlog_path=" << Path("channel" + std::to_string(channel) + "_")
+             << "\nlog_level=7\ndevice=xilinx" << bus << ":" << channel
+             << "\nshfe2ps=enabled\nine2ps=enabled\nSRCIP=10.20.0.2\ncrc_mux_check=1\n";
+        static constexpr const char* LISTS[] = {"all", "cu,al", "sc", "zn", "ru,rb,sc"};
+        for (int listed = 0; listed < CHANNEL_SIZE; ++listed) {
+            file << "[channel" << listed << "]\ninsts=" << LISTS[listed % 5]
+                 << "\noptions=" << (listed % 2 == 0 ? "recv" : "norecv") << "\n";
+        }
+    }
+}
+
+std::vector<std::string> ServedWorld::Environment() const {
+    return {"LD_PRELOAD=" SCALED_CLOCK, "VEXA_BOARD_PROVIDER=software:shared"};
+}
+
+std::unique_ptr<ChildProcess> ServedWorld::RunBoard(std::vector<std::string> arguments,
+                                                    const std::string& output) const {
+    arguments.insert(arguments.begin(), BOARD_TOOL);
+    arguments.insert(arguments.end(), {"--bus", std::to_string(bus)});
+    return std::make_unique<ChildProcess>(arguments, Environment(), Path(output));
+}
+
+bool ServedWorld::Serve(const std::string& rate, const std::string& instruments) {
+    server =
+        RunBoard({"serve", "--seed", std::to_string(SEED), "--instruments", instruments, "--rate", rate}, "serve.out");
+    std::string error;
+    return WaitUntil([&] { return board.Attach(bus, true, error); });
+}
+
+Reader ServedWorld::RunReader(int channel, const std::string& slowness) {
+    const std::string name = "channel" + std::to_string(channel);
+    Reader reader;
+    reader.records = Path(name + "_records" + std::to_string(++m_readers));
+    reader.process =
+        std::make_unique<ChildProcess>(std::vector<std::string>{READER, Path(name + ".ini"), reader.records, slowness},
+                                       Environment(), Path(name + ".out"));
+    return reader;
+}
+
+bool ServedWorld::IsLive() const {
+    return Load(board->memory.registers.phase) == static_cast<uint32_t>(software_board::EPhase::Live);
+}
+
+uint64_t ServedWorld::BringUps() const { return Load(board->memory.statistics.bringUps); }
+
+uint64_t ServedWorld::Updates() const { return Load(board->memory.statistics.liveUpdates); }
+
+ServedWorld::Truth ServedWorld::TruthUpTo(uint64_t updates) const {
+    exchange::ExchangeOptions options;
+    options.seed = SEED;
+    options.shfeInstruments = static_cast<int32_t>(board->instruments[SHFE_2PS]);
+    options.ineInstruments = static_cast<int32_t>(board->instruments[INE_2PS]);
+    exchange::Exchange market(options);
+    Truth truth;
+    for (uint64_t i = 0; i < updates; ++i) {
+        const exchange::LiveUpdate update = market.Next();
+        VexaShfeMdType record = market.Truth(update.feed, update.instNo);
+        record.max_inst_no = MAX_INST_NO[update.feed];
+        truth.emplace(std::make_pair(std::string(record.inst_id), record.change_no), record);
+    }
+    return truth;
+}
+
+ServedWorld::Verdict ServedWorld::Judge(const Reader& reader, const Truth& truth) {
+    Verdict verdict;
+    std::map<std::string, uint32_t> last;
+    for (const VexaShfeMdType& record : reader.Records()) {
+        const auto found = truth.find({record.inst_id, record.change_no});
+        if (found == truth.end() || std::memcmp(&found->second, &record, sizeof record) != 0) ++verdict.wrong;
+        uint32_t& before = last[record.inst_id];
+        if (before != 0 && record.change_no <= before) ++verdict.back;
+        if (before != 0 && record.change_no > before + 1) ++verdict.gaps;
+        before = record.change_no;
+    }
+    return verdict;
+}

@@ -41,6 +41,8 @@ int32_t Receive(VexaBoardStream*, VexaBoardMessageHandler handler, void* user) {
     return 1;
 }
 
+const char* LastError() { return ""; }
+
 constexpr VexaBoardProvider REPLAY{VEXA_BOARD_PROVIDER_VERSION,
                                    sizeof(VexaBoardProvider),
                                    "replay",
@@ -51,7 +53,8 @@ constexpr VexaBoardProvider REPLAY{VEXA_BOARD_PROVIDER_VERSION,
                                    Read64,
                                    OpenStream,
                                    CloseStream,
-                                   Receive};
+                                   Receive,
+                                   LastError};
 
 }  // namespace
 

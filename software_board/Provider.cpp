@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "software_board/RegisterFile.h"
 #include "software_board/SharedClient.h"
@@ -128,22 +129,26 @@ std::unique_ptr<VexaBoardStream> MakeStream(const char* argument, uint16_t bus, 
     return std::make_unique<OwnStream>(*board, channel);
 }
 
-/// The caller may be C: nothing is thrown, and what went wrong is told on standard error.
+thread_local std::string g_lastError;
+
+/// The caller may be C: nothing is thrown.
 template <typename Handle, typename Make>
 int32_t OpenHandle(Handle** handle, Make make) {
-    std::string error;
     try {
+        std::string error;
         std::unique_ptr<Handle> made = make(error);
         if (made != nullptr) {
             *handle = made.release();
             return 0;
         }
+        g_lastError = std::move(error);
     } catch (const std::bad_alloc&) {
-        error.clear();
+        g_lastError = "out of memory";  // short enough to lie in the object
     }
-    std::fprintf(stderr, "software board: %s\n", error.empty() ? "out of memory" : error.c_str());
     return -1;
 }
+
+const char* LastError() { return g_lastError.c_str(); }
 
 int32_t OpenRegisters(const char* argument, uint16_t bus, uint16_t, VexaBoardRegisters** registers) {
     return OpenHandle(registers, [&](std::string& error) { return MakeRegisters(argument, bus, error); });
@@ -202,7 +207,8 @@ constexpr VexaBoardProvider PROVIDER{VEXA_BOARD_PROVIDER_VERSION,
                                      Read64,
                                      OpenStream,
                                      CloseStream,
-                                     Receive};
+                                     Receive,
+                                     LastError};
 
 }  // namespace
 

@@ -13,7 +13,7 @@
 extern "C" {
 #endif
 
-#define VEXA_BOARD_PROVIDER_VERSION 1u
+#define VEXA_BOARD_PROVIDER_VERSION 2u
 #define VEXA_BOARD_PROVIDER_ENTRY "vexa_board_provider"
 
 typedef struct VexaBoardRegisters VexaBoardRegisters; /* an open register area */
@@ -23,9 +23,9 @@ typedef struct VexaBoardStream VexaBoardStream;       /* an open receive stream 
  * says. */
 typedef void (*VexaBoardMessageHandler)(const unsigned char* data, unsigned int length, void* user);
 
-/* Every operation is required. Results: 0 for success, negative for failure, unless said otherwise. */
+/* Every operation of a version is required. Results: 0 for success, negative for failure, unless said otherwise. */
 typedef struct VexaBoardProvider {
-    uint32_t version; /* VEXA_BOARD_PROVIDER_VERSION */
+    uint32_t version; /* of the table: 1, or VEXA_BOARD_PROVIDER_VERSION */
     uint32_t size;    /* sizeof(VexaBoardProvider) */
     const char* name; /* for log lines */
 
@@ -33,7 +33,8 @@ typedef struct VexaBoardProvider {
     int32_t (*open_registers)(const char* argument, uint16_t bus, uint16_t core, VexaBoardRegisters** registers);
     void (*close_registers)(VexaBoardRegisters* registers);
 
-    /* `index` counts 32-bit registers. Accesses take effect in the order of the calls. */
+    /* `index` counts 32-bit registers. Accesses take effect in the order of the calls. One that fails leaves `value`
+     * alone; the area stays open and may answer again. */
     int32_t (*write32)(VexaBoardRegisters* registers, uint32_t index, uint32_t value);
     int32_t (*read32)(VexaBoardRegisters* registers, uint32_t index, uint32_t* value);
     int32_t (*read64)(VexaBoardRegisters* registers, uint32_t index, uint64_t* value);
@@ -43,8 +44,14 @@ typedef struct VexaBoardProvider {
     void (*close_stream)(VexaBoardStream* stream);
 
     /* One poll: never blocks, hands over at most one message. Returns the number of messages handed over (0 or 1),
-     * or a negative value when the stream has failed. */
+     * or a negative value while the stream has failed. A failed stream is polled on, and is in order again with the
+     * next result that is not negative. A board that was replaced fails at least once, so that nobody takes the new one
+     * for the old. */
     int32_t (*receive)(VexaBoardStream* stream, VexaBoardMessageHandler handler, void* user);
+
+    /* Since version 2. Why this thread's last call with a negative result failed, as a text for a log line: never null,
+     * empty when there is nothing to tell, valid until the thread's next call. */
+    const char* (*last_error)(void);
 } VexaBoardProvider;
 
 /* What a provider exports; the result must stay valid for the rest of the process. */

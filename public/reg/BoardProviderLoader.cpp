@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 #include <link.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <memory>
 #include <string_view>
@@ -18,7 +19,12 @@ constexpr const char* VARIABLE = "VEXA_BOARD_PROVIDER";
 constexpr const char* CARD_LIBRARY = "libvexa_board.so";
 constexpr const char* SOFTWARE_LIBRARY = "libvexa_software_board.so";
 
+constexpr uint32_t OLDEST_VERSION = 1;
+constexpr std::size_t TABLE_BYTES_OF_VERSION_1 = offsetof(VexaBoardProvider, last_error);
+
 BoardProviderChoice g_choice;
+
+bool TellsErrors(const VexaBoardProvider& provider) { return provider.version > OLDEST_VERSION; }
 
 /// A provider library of ours lies beside this library; elsewhere the loader's own search finds it.
 std::string BesideThisLibrary(const char* name) {
@@ -92,13 +98,14 @@ const VexaBoardProvider* Load(const std::string& name) {
 
 std::string FaultOfBoardProvider(const VexaBoardProvider* provider) {
     if (provider == nullptr) return std::string(VEXA_BOARD_PROVIDER_ENTRY) + " gave no table";
-    if (provider->version != VEXA_BOARD_PROVIDER_VERSION) {
+    if (provider->version < OLDEST_VERSION || provider->version > VEXA_BOARD_PROVIDER_VERSION) {
         return "its version is " + std::to_string(provider->version) + ", this library needs " +
-               std::to_string(VEXA_BOARD_PROVIDER_VERSION);
+               std::to_string(OLDEST_VERSION) + " to " + std::to_string(VEXA_BOARD_PROVIDER_VERSION);
     }
-    if (provider->size < sizeof(VexaBoardProvider)) {
-        return "its table has " + std::to_string(provider->size) + " bytes, this library needs " +
-               std::to_string(sizeof(VexaBoardProvider));
+    const std::size_t needed = TellsErrors(*provider) ? sizeof(VexaBoardProvider) : TABLE_BYTES_OF_VERSION_1;
+    if (provider->size < needed) {
+        return "its table has " + std::to_string(provider->size) + " bytes, version " +
+               std::to_string(provider->version) + " has " + std::to_string(needed);
     }
     const std::pair<const char*, bool> required[] = {
         {"name", provider->name != nullptr},
@@ -110,11 +117,17 @@ std::string FaultOfBoardProvider(const VexaBoardProvider* provider) {
         {"open_stream", provider->open_stream != nullptr},
         {"close_stream", provider->close_stream != nullptr},
         {"receive", provider->receive != nullptr},
+        {"last_error", !TellsErrors(*provider) || provider->last_error != nullptr},
     };
     for (const auto& [entry, isThere] : required) {
         if (!isThere) return std::string("its table has no ") + entry;
     }
     return "";
+}
+
+std::string LastErrorOf(const VexaBoardProvider& provider) {
+    const char* text = TellsErrors(provider) ? provider.last_error() : nullptr;
+    return text == nullptr || *text == '\0' ? "" : std::string(": ") + text;
 }
 
 const BoardProviderChoice& LoadBoardProvider() {

@@ -17,5 +17,8 @@ const BoardProviderChoice& LoadBoardProvider();
 /// Why the library cannot use a table; empty when it can.
 std::string FaultOfBoardProvider(const VexaBoardProvider* provider);
 
+/// Why the provider's last call failed, as the tail of a log line (": held by process 7"). Empty when it does not tell.
+std::string LastErrorOf(const VexaBoardProvider& provider);
+
 /// Puts a provider in place without looking for one (tests, tools that bring their own board); null forgets it.
 void UseBoardProvider(const VexaBoardProvider* provider, const char* argument = "");

@@ -29,8 +29,8 @@ int32_t CDrvRegEnyx::Init(uint16_t bus, uint16_t core) const {
     VexaBoardRegisters* registers = nullptr;
     const int32_t result = choice.provider->open_registers(choice.argument.c_str(), bus, core, &registers);
     if (result != 0 || registers == nullptr) {
-        VEXA_LOG(LOG_ERROR, "board provider %s: the registers of bus %u, core %u cannot be opened (%d)",
-                 choice.provider->name, bus, core, result);
+        VEXA_LOG(LOG_ERROR, "board provider %s: the registers of bus %u, core %u cannot be opened (%d)%s",
+                 choice.provider->name, bus, core, result, LastErrorOf(*choice.provider).c_str());
         return result < 0 ? result : NOT_OPEN;
     }
     m_provider = choice.provider;
@@ -80,8 +80,8 @@ int32_t CDrvDMAEnyx::Init(uint16_t bus, const CQelCharArray<64>& name) {
     VexaBoardStream* stream = nullptr;
     const int32_t result = choice.provider->open_stream(choice.argument.c_str(), bus, name.data(), &stream);
     if (result != 0 || stream == nullptr) {
-        VEXA_LOG(LOG_ERROR, "board provider %s: the stream %s of bus %u cannot be opened (%d)", choice.provider->name,
-                 name.data(), bus, result);
+        VEXA_LOG(LOG_ERROR, "board provider %s: the stream %s of bus %u cannot be opened (%d)%s", choice.provider->name,
+                 name.data(), bus, result, LastErrorOf(*choice.provider).c_str());
         return result < 0 ? result : NOT_OPEN;
     }
     m_provider = choice.provider;

@@ -113,6 +113,11 @@ int32_t Receive(VexaBoardStream* stream, VexaBoardMessageHandler handler, void* 
     return result;
 }
 
+const char* LastError() {
+    const Watch unwatched(false);
+    return Board().last_error();
+}
+
 constexpr VexaBoardProvider PROVIDER{VEXA_BOARD_PROVIDER_VERSION,
                                      sizeof(VexaBoardProvider),
                                      "simulated",
@@ -123,7 +128,8 @@ constexpr VexaBoardProvider PROVIDER{VEXA_BOARD_PROVIDER_VERSION,
                                      DoRead64,
                                      OpenStream,
                                      CloseStream,
-                                     Receive};
+                                     Receive,
+                                     LastError};
 
 }  // namespace
 

@@ -77,7 +77,8 @@ const VexaBoardProvider& UnlimitedBoard() {
                                             DoRead64,
                                             OpenStream,
                                             Inner().close_stream,
-                                            Receive};
+                                            Receive,
+                                            Inner().last_error};
     return provider;
 }
 

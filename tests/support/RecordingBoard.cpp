@@ -31,7 +31,7 @@ void CloseRegisters(VexaBoardRegisters*) {
 
 int32_t Write32(VexaBoardRegisters*, uint32_t index, uint32_t value) {
     g_board->accesses.push_back(W(index, value));
-    return 0;
+    return g_board->accessResult;
 }
 
 uint64_t Answer(uint32_t index) {
@@ -41,13 +41,20 @@ uint64_t Answer(uint32_t index) {
     return found == g_board->answers.end() ? 0 : found->second;
 }
 
+int32_t RefuseRead(uint32_t index) {
+    g_board->accesses.push_back(R(index));
+    return g_board->accessResult;
+}
+
 int32_t DoRead32(VexaBoardRegisters*, uint32_t index, uint32_t* value) {
+    if (g_board->accessResult != 0) return RefuseRead(index);
     *value = static_cast<uint32_t>(Answer(index));
     g_board->accesses.push_back(R(index, *value));
     return 0;
 }
 
 int32_t DoRead64(VexaBoardRegisters*, uint32_t index, uint64_t* value) {
+    if (g_board->accessResult != 0) return RefuseRead(index);
     *value = Answer(index);
     g_board->accesses.push_back(R64(index, *value));
     return 0;
@@ -68,6 +75,7 @@ void CloseStream(VexaBoardStream*) {
 int32_t Receive(VexaBoardStream*, VexaBoardMessageHandler handler, void* user) {
     ++g_board->polls;
     if (g_board->onPoll) g_board->onPoll(*g_board);
+    if (g_board->pollResult < 0) return g_board->pollResult;
     if (g_board->messages.empty()) return 0;
     // A heap block of exactly what a provider promises, so that a sanitizer sees any byte read beyond it.
     const std::vector<uint8_t> message = std::move(g_board->messages.front());
@@ -79,6 +87,8 @@ int32_t Receive(VexaBoardStream*, VexaBoardMessageHandler handler, void* user) {
     return 1;
 }
 
+const char* LastError() { return g_board->lastError.c_str(); }
+
 constexpr VexaBoardProvider PROVIDER{VEXA_BOARD_PROVIDER_VERSION,
                                      sizeof(VexaBoardProvider),
                                      "recording",
@@ -89,7 +99,8 @@ constexpr VexaBoardProvider PROVIDER{VEXA_BOARD_PROVIDER_VERSION,
                                      DoRead64,
                                      OpenStream,
                                      CloseStream,
-                                     Receive};
+                                     Receive,
+                                     LastError};
 
 }  // namespace
 

@@ -41,6 +41,9 @@ public:
     uint16_t core = 0;
     int32_t registersResult = 0;  ///< what open_registers gives
     int32_t streamResult = 0;     ///< what open_stream gives
+    int32_t accessResult = 0;     ///< what register accesses give; they are remembered all the same
+    int32_t pollResult = 0;       ///< negative: what polls give, and no message
+    std::string lastError;
 
     /// Called on every poll before a message is handed over.
     std::function<void(RecordingBoard&)> onPoll;

@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
+#include <cstring>
+#include <vector>
 
 #include "public/reg/DriveRegEnyx.h"
 #include "tests/support/LogCapture.h"
@@ -24,6 +26,7 @@ int32_t DoRead64(VexaBoardRegisters*, uint32_t, uint64_t*) { return 0; }
 int32_t OpenStream(const char*, uint16_t, const char*, VexaBoardStream**) { return -1; }
 void CloseStream(VexaBoardStream*) {}
 int32_t Receive(VexaBoardStream*, VexaBoardMessageHandler, void*) { return 0; }
+const char* LastError() { return "no card in slot 3"; }
 
 constexpr VexaBoardProvider USABLE{VEXA_BOARD_PROVIDER_VERSION,
                                    sizeof(VexaBoardProvider),
@@ -35,7 +38,8 @@ constexpr VexaBoardProvider USABLE{VEXA_BOARD_PROVIDER_VERSION,
                                    DoRead64,
                                    OpenStream,
                                    CloseStream,
-                                   Receive};
+                                   Receive,
+                                   LastError};
 
 class ProviderLoader : public testing::Test {
 protected:
@@ -98,10 +102,10 @@ TEST_F(ProviderLoader, SoftwareBoardIsLoadedFromItsPathWhichIsLogged) {
 
 TEST_F(ProviderLoader, ArgumentThatTheProviderRefusesFailsTheOpening) {
     setenv(VARIABLE, SOFTWARE_BOARD_LIBRARY ":colour=red", 1);
-    testing::internal::CaptureStderr();
     EXPECT_LT(CDrvRegEnyx::GetInstance().Init(1, 474), 0);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("colour"));
-    EXPECT_TRUE(log.Has(LOG_ERROR, "board provider software: the registers of bus 1, core 474 cannot be opened (-1)"));
+    EXPECT_TRUE(log.Has(LOG_ERROR,
+                        "board provider software: the registers of bus 1, core 474 cannot be opened (-1): unknown key "
+                        "colour; known are seed, shfe, ine, rate, faults, lost_after"));
 }
 
 TEST_F(ProviderLoader, ProviderInPlaceIsNotLookedFor) {
@@ -131,14 +135,53 @@ TEST_F(ProviderLoader, MissingTableIsNamed) {
 
 TEST_F(ProviderLoader, OtherVersionIsRefused) {
     VexaBoardProvider provider = USABLE;
-    provider.version = 2;
-    EXPECT_EQ(FaultOfBoardProvider(&provider), "its version is 2, this library needs 1");
+    provider.version = 3;
+    EXPECT_EQ(FaultOfBoardProvider(&provider), "its version is 3, this library needs 1 to 2");
+    provider.version = 0;
+    EXPECT_EQ(FaultOfBoardProvider(&provider), "its version is 0, this library needs 1 to 2");
+}
+
+TEST_F(ProviderLoader, TableOfVersion1EndsBeforeLastError) {
+    VexaBoardProvider provider = USABLE;
+    provider.version = 1;
+    provider.size = 80;
+    provider.last_error = nullptr;
+    EXPECT_EQ(FaultOfBoardProvider(&provider), "");
+    EXPECT_EQ(LastErrorOf(provider), "");
+    provider.size = 79;
+    EXPECT_EQ(FaultOfBoardProvider(&provider), "its table has 79 bytes, version 1 has 80");
+}
+
+// What lies behind a version 1 table is not the provider's to have written.
+TEST_F(ProviderLoader, TableOfVersion1IsNotReadBeyondItsEnd) {
+    const std::vector<unsigned char> bytes(80);
+    std::memcpy(const_cast<unsigned char*>(bytes.data()), &USABLE, bytes.size());
+    auto* provider = reinterpret_cast<VexaBoardProvider*>(const_cast<unsigned char*>(bytes.data()));
+    provider->version = 1;
+    provider->size = 80;
+    UseBoardProvider(provider);
+    EXPECT_EQ(FaultOfBoardProvider(provider), "");
+    EXPECT_LT(CDrvRegEnyx::GetInstance().Init(4, 474), 0);
+    EXPECT_THAT(log.Texts(LOG_ERROR),
+                ElementsAre("board provider usable: the registers of bus 4, core 474 cannot be opened (-1)"));
+}
+
+TEST_F(ProviderLoader, WhyTheProviderRefusedStandsInTheLine) {
+    UseBoardProvider(&USABLE);
+    EXPECT_LT(CDrvRegEnyx::GetInstance().Init(4, 474), 0);
+    CDrvDMAEnyx stream;
+    EXPECT_LT(stream.Init(4, CQelCharArray<64>("CUSTOM_CHAN2_DATA")), 0);
+    EXPECT_THAT(
+        log.Texts(LOG_ERROR),
+        ElementsAre("board provider usable: the registers of bus 4, core 474 cannot be opened (-1): no card in slot 3",
+                    "board provider usable: the stream CUSTOM_CHAN2_DATA of bus 4 cannot be opened (-1): no card in "
+                    "slot 3"));
 }
 
 TEST_F(ProviderLoader, ShorterTableIsRefused) {
     VexaBoardProvider provider = USABLE;
     provider.size = 40;
-    EXPECT_THAT(FaultOfBoardProvider(&provider), HasSubstr("its table has 40 bytes, this library needs "));
+    EXPECT_EQ(FaultOfBoardProvider(&provider), "its table has 40 bytes, version 2 has 88");
 }
 
 TEST_F(ProviderLoader, LongerTableIsUsable) {
@@ -162,4 +205,5 @@ TEST_F(ProviderLoader, EveryMissingOperationIsNamed) {
     EXPECT_EQ(faultWithout(&VexaBoardProvider::open_stream), "its table has no open_stream");
     EXPECT_EQ(faultWithout(&VexaBoardProvider::close_stream), "its table has no close_stream");
     EXPECT_EQ(faultWithout(&VexaBoardProvider::receive), "its table has no receive");
+    EXPECT_EQ(faultWithout(&VexaBoardProvider::last_error), "its table has no last_error");
 }

@@ -281,9 +281,11 @@ TEST(SoftwareBoardProvider, UnknownStreamsAndBadArgumentsAreRefused) {
     EXPECT_LT(provider.open_stream("", 6, "CUSTOM_CHAN16_DATA", &stream), 0);
     EXPECT_LT(provider.open_stream("", 6, "", &stream), 0);
     VexaBoardRegisters* registers = nullptr;
-    testing::internal::CaptureStderr();
     EXPECT_LT(provider.open_registers("speed=1", 7, 474, &registers), 0);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("unknown key speed; known are seed"));
+    EXPECT_STREQ(provider.last_error(), "unknown key speed; known are seed, shfe, ine, rate, faults, lost_after");
+    EXPECT_LT(provider.open_stream("", 6, "CUSTOM_CHAN16_DATA", &stream), 0);
+    EXPECT_STREQ(provider.last_error(),
+                 "no stream CUSTOM_CHAN16_DATA; there are CUSTOM_CHAN0_DATA to CUSTOM_CHAN15_DATA");
 }
 
 TEST(SoftwareBoardArgument, PairsAreRead) {

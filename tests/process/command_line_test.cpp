@@ -145,6 +145,7 @@ const Wrong WRONG[] = {
     {"scripts/check_traces", {"word"}, "takes no options, not 'word'; run it without"},
     {"scripts/check_library", {}, "name one library, such as build/release/libvexa_shfe_md.so"},
     {"scripts/check_library", {"/no/such.so"}, "no file /no/such.so; build it with ./dev test"},
+    {"scripts/check_messages.py", {"--nonsense"}, "takes --list, a folder and a document; run it without"},
     {"scripts/lint.py", {"word"}, "takes no options, not 'word'; run it without"},
 };
 

@@ -58,7 +58,7 @@ def value(literals):
 
 def shown(text):
     """As a row of the document writes it."""
-    return re.sub(CONVERSION, "…", text).replace("%%", "%").strip()
+    return re.sub(f"%%|{CONVERSION}", lambda found: "%" if found[0] == "%%" else "…", text).strip()
 
 
 def first_text(call):
@@ -98,7 +98,8 @@ def wrapped(path, text):
 def texts_of(root):
     """Text as shown -> the places that give it; the calls whose text could not be found; the texts of lower levels."""
     places, lost, others = {}, [], set()
-    for path in sorted(file for folder in FOLDERS for file in (root / folder).rglob("*") if file.suffix in (".cpp", ".h")):
+    files = [file for folder in FOLDERS for file in (root / folder).rglob("*") if file.suffix in (".cpp", ".h")]
+    for path in sorted(files):
         name = path.relative_to(root).as_posix()
         text = without_comments(path.read_text(encoding="utf-8"))
         for line, found in [*logged(name, text, "ERROR|WARNING"), *printed(text), *wrapped(name, text)]:
@@ -146,7 +147,7 @@ def main():
     for text, number in without_text.items():
         print(f"{document.name}:{number}: the sources no longer have this text; mend or remove the row: `{text}`")
     for where in lost:
-        print(f"{where}: no text stands beside the level here; add it to ASSEMBLED or WRAPPED in scripts/check_messages.py")
+        print(f"{where}: no text stands beside the level here; add it to ASSEMBLED or WRAPPED in {Path(__file__).name}")
     if not places:
         print(f"no message found below {root}; is it the project's folder?")
     return 1 if without_row or without_text or lost or not places else 0

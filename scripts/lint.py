@@ -13,7 +13,7 @@ MAY_INCLUDE = {
     "src": ["src/", "interface/", "include/", "common/", "public/"],
     "exchange": ["exchange/", "common/", "interface/", "src/Mdqp.h"],
     "software_board": ["software_board/", "exchange/", "common/", "interface/", "public/reg/", "public/clock/",
-                       "public/file/", "src/RegisterMap.h", "src/Version.h"],
+                       "public/file/", "src/RegisterMap.h"],
     "simulation": ["simulation/", "software_board/", "exchange/", "src/", "interface/", "include/", "common/", "public/"],
     "simulation/base": ["simulation/base/", "exchange/", "common/", "public/"],
     "simulation/rules": ["simulation/base/", "simulation/rules/", "exchange/", "src/", "interface/", "common/", "public/"],

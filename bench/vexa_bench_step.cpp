@@ -15,7 +15,8 @@ struct NothingSpi : CVexaShfeMdSpi {
 
 int main(int argc, char** argv) {
     if (argc != 3) {
-        std::fprintf(stderr, "usage: vexa_bench_step callback|polling|empty STEPS\n");
+        std::fprintf(stderr,
+                     "vexa_bench_step: needs two words; give callback, polling or empty, and a count of steps\n");
         return 2;
     }
     const bool isPolling = std::strcmp(argv[1], "polling") == 0;

@@ -3,6 +3,8 @@
 
 #include <cstdio>
 
+#include "Arguments.h"
+
 struct Printer : CVexaShfeMdSpi {
     void OnVexaShfeMd(VexaShfeMdType& md) override {
         std::printf("%-15s last %.2f bid %.2f x %u ask %.2f x %u\n", md.inst_id, md.last_px / 100.0, md.bid1_px / 100.0,
@@ -11,10 +13,13 @@ struct Printer : CVexaShfeMdSpi {
 };
 
 int main(int argc, char** argv) {
-    if (argc != 2) return 2;
+    int status = 0;
+    if (!ReadArguments(argc, argv, "vexa_example_callback", status)) return status;
     Printer printer;
     CVexaShfeMdApi& api = CVexaShfeMdApi::CreateVexaShfeMdApi();
     const int32_t result = api.VexaRecvStart(printer, argv[1]);  // until Ctrl-C
     CVexaShfeMdApi::DestroyVexaShfeMdApi(api);
+    if (result != 0)
+        std::fprintf(stderr, "vexa_example_callback: the start failed with %d; the log says why\n", result);
     return result == 0 ? 0 : 1;
 }

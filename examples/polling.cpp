@@ -3,12 +3,15 @@
 
 #include <cstdio>
 
+#include "Arguments.h"
+
 int main(int argc, char** argv) {
-    if (argc != 2) return 2;
+    int status = 0;
+    if (!ReadArguments(argc, argv, "vexa_example_polling", status)) return status;
     CVexaShfeMdApi& api = CVexaShfeMdApi::CreateVexaShfeMdApi();
     int32_t result = api.VexaStart(argv[1]);
     if (result != 0) {
-        std::fprintf(stderr, "the start failed with %d; the log says why\n", result);
+        std::fprintf(stderr, "vexa_example_polling: the start failed with %d; the log says why\n", result);
     } else {
         VexaShfeMdType md{};
         while ((result = api.VexaRecv(md)) != -1) {  // until Ctrl-C

@@ -9,6 +9,8 @@
 /// Threads: the library creates none and takes no lock. One object serves one thread: the start, every receive
 /// step and every callback run on it. Only VexaStop may be called from another thread.
 ///
+/// Objects of one process share one board's registers, the log and the signal handlers.
+///
 /// The form of delivery is fixed by the form of the start, not by the form of the receive call.
 #pragma once
 

@@ -1,8 +1,9 @@
 /// The market-data record handed to the application. C++11, self-contained.
 ///
 /// One record is one instrument's whole state after an update. The board writes it; the library hands the
-/// same bytes on. Prices are signed integers in hundredths of the exchange's price (4321.5 is 432150); a price
-/// or volume of 0 in a book level means that the level is empty. All values are little-endian.
+/// same bytes on. Units: prices are signed integers in hundredths of the exchange's price (4321.5 is 432150), volumes
+/// are lots, amounts are hundredths of the currency unit. A book level whose price and volume are 0 is empty; the
+/// levels behind it are empty, too. All values are little-endian.
 #pragma once
 
 #include <cstddef>
@@ -13,43 +14,43 @@
 struct VexaShfeMdType {
     uint32_t inst_no;           ///< instrument number: the slot in its feed's table (SHFE < 16384, INE < 4096)
     char inst_id[16];           ///< instrument identifier, NUL-terminated, at most 15 characters
-    uint32_t update_time;       ///< exchange time of this state, as the board reports it
+    uint32_t update_time;       ///< exchange time of this state, seconds since midnight
     uint16_t update_milli_sec;  ///< milliseconds of update_time, 0 to 999
-    uint16_t type;              ///< kind of record, set by the board
-    uint32_t change_no;         ///< exchange change number of the instrument
+    uint16_t type;              ///< kind of record, set by the board; the software board leaves it 0
+    uint32_t change_no;         ///< the exchange's count of the instrument's changes
     int32_t last_px;            ///< last price, hundredths
     uint32_t volume;            ///< traded volume of the day, lots
     int64_t turnover;           ///< turnover of the day, hundredths
     int64_t open_interest;      ///< open interest, lots
-    int32_t bid1_px;            ///< best bid
-    uint32_t bid1_vol;
-    int32_t bid2_px;
-    uint32_t bid2_vol;
-    int32_t bid3_px;
-    uint32_t bid3_vol;
-    int32_t bid4_px;
-    uint32_t bid4_vol;
-    int32_t bid5_px;
-    uint32_t bid5_vol;
-    int32_t ask1_px;  ///< best ask
-    uint32_t ask1_vol;
-    int32_t ask2_px;
-    uint32_t ask2_vol;
-    int32_t ask3_px;
-    uint32_t ask3_vol;
-    int32_t ask4_px;
-    uint32_t ask4_vol;
-    int32_t ask5_px;
-    uint32_t ask5_vol;
-    uint32_t bid_volume;       ///< total bid volume over all orders, lots
-    int64_t bid_amount;        ///< total bid amount, hundredths; stands unaligned, so copy before taking its address
-    uint32_t ask_volume;       ///< total ask volume over all orders, lots
-    int64_t ask_amount;        ///< total ask amount, hundredths
-    int32_t high_price;        ///< highest price of the day, hundredths
-    int32_t low_price;         ///< lowest price of the day, hundredths
-    uint32_t max_inst_no;      ///< the feed's maximum instrument number, as the board reports it
-    bool last_tick_flag;       ///< set by the board; the configuration key last_tick_channel governs it
-    unsigned char reverse[3];  ///< reserved, zero
+    int32_t bid1_px;            ///< best bid, hundredths
+    uint32_t bid1_vol;          ///< lots
+    int32_t bid2_px;            ///< second bid, hundredths
+    uint32_t bid2_vol;          ///< lots
+    int32_t bid3_px;            ///< third bid, hundredths
+    uint32_t bid3_vol;          ///< lots
+    int32_t bid4_px;            ///< fourth bid, hundredths
+    uint32_t bid4_vol;          ///< lots
+    int32_t bid5_px;            ///< fifth bid, hundredths
+    uint32_t bid5_vol;          ///< lots
+    int32_t ask1_px;            ///< best ask, hundredths
+    uint32_t ask1_vol;          ///< lots
+    int32_t ask2_px;            ///< second ask, hundredths
+    uint32_t ask2_vol;          ///< lots
+    int32_t ask3_px;            ///< third ask, hundredths
+    uint32_t ask3_vol;          ///< lots
+    int32_t ask4_px;            ///< fourth ask, hundredths
+    uint32_t ask4_vol;          ///< lots
+    int32_t ask5_px;            ///< fifth ask, hundredths
+    uint32_t ask5_vol;          ///< lots
+    uint32_t bid_volume;        ///< total bid volume over all orders, lots
+    int64_t bid_amount;         ///< total bid amount, hundredths; stands unaligned, so copy before taking its address
+    uint32_t ask_volume;        ///< total ask volume over all orders, lots
+    int64_t ask_amount;         ///< total ask amount, hundredths
+    int32_t high_price;         ///< highest price of the day, hundredths
+    int32_t low_price;          ///< lowest price of the day, hundredths
+    uint32_t max_inst_no;       ///< the feed's key *_max_inst_no, as the board was given it
+    bool last_tick_flag;        ///< set by the board, by the key last_tick_channel; the software board leaves it false
+    unsigned char reverse[3];   ///< reserved, zero
 };
 
 #pragma pack(pop)

@@ -1,4 +1,5 @@
-/// The messages of one channel on their way from the board to the host: one producer, one consumer, two processes.
+/// The messages of one channel on their way from the board to the host: one producer and one consumer, in one process
+/// or in two.
 ///
 /// The ring is an array of cache lines. A message is an 8-byte head and its bytes, in whole lines and at least three,
 /// so that a live record (head, type, length, 176 bytes) takes exactly three:
@@ -8,10 +9,10 @@
 ///     | ...                                               |  line i + 2
 ///     | head: 0 (nothing yet)                             |  line i + 3
 ///
-/// The head itself tells that the message is there, so that a poll looks at nothing else. The producer zeroes the head
-/// behind a message before it makes the message ready: whatever an earlier lap left there is never taken for a head.
-/// A message that begins near the end runs on into spare lines behind the array; the lines at the front that it would
-/// have covered are skipped in this lap, so that every message lies in one piece.
+/// The head's first word tells that the message is there and how long it is, so that a poll looks at nothing else. The
+/// producer zeroes the head behind a message before it makes the message ready: whatever an earlier lap left there is
+/// never taken for a head. A message that begins near the end runs on into spare lines behind the array; the lines at
+/// the front that it would have covered are skipped in this lap, so that every message lies in one piece.
 #pragma once
 
 #include <algorithm>
@@ -103,7 +104,8 @@ private:
     uint32_t m_lineCount;
     uint32_t m_index = 0;
     uint64_t m_written = 0;
-    uint64_t m_released = 0;  ///< as last looked at: the consumer's line is read only when this says "full"
+    uint64_t m_released =
+        0;  ///< as last looked at: for a message the consumer's line is read only when this says "full"
 };
 
 class RingConsumer {
@@ -119,7 +121,7 @@ public:
     /// The message in front, null when there is none. It stays where it is until Pop.
     const unsigned char* Front(uint32_t& length) {
         RingLine* line = m_ring->lines + m_index;
-        // The three lines of a record are asked for at once: one after the other costs three trips between cores.
+        // The three lines of a record are asked for at once, which is a few per cent faster than one after the other.
         __builtin_prefetch(line + 1);
         __builtin_prefetch(line + 2);
         const uint32_t head = RingHead(*line).load(std::memory_order_acquire);
@@ -158,7 +160,8 @@ public:
         return Front(length) == nullptr;
     }
 
-    /// Passes over all that is there; a lap at most, since the producer may go on meanwhile.
+    /// Passes over all that is there; so many messages at most as the ring has lines, since the producer may go on
+    /// meanwhile.
     void Discard() {
         uint32_t length = 0;
         for (uint32_t passed = 0; passed < m_lineCount && Front(length) != nullptr; ++passed) Pop();

@@ -1,6 +1,4 @@
-/// The version, written once.
+/// The version: of the library, the package and every program. The build and ./dev read it from here, too.
 #pragma once
-
-#include <cstdint>
 
 inline constexpr char VEXA_U50_VERSION_NUMBER[] = "1.1.1.33";

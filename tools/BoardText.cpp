@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <bitset>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
-#include <string_view>
 
 #include "public/clock/Clock.h"
 #include "software_board/BoardTables.h"
@@ -193,21 +192,9 @@ void PrintStatus(const SharedBoard& board, uint16_t bus) {
 }
 
 void PrintRegister(const SharedBoard& board, const std::string& address) {
-    for (const NamedRegister& named : NamedRegisters()) {
-        if (named.name == address) return PrintNamed(board, named);
-    }
-    std::string_view digits = address;
-    const int base = digits.substr(0, 2) == "0x" ? 16 : 10;
-    if (base == 16) digits.remove_prefix(2);
-    uint32_t index = 0;
-    const auto [end, fault] = std::from_chars(digits.data(), digits.data() + digits.size(), index, base);
-    if (fault != std::errc() || end != digits.data() + digits.size() || index >= software_board::REGISTER_COUNT) {
-        throw std::runtime_error("\"" + address + "\" is neither a register's name nor an index from 0 to 0x2ffff");
-    }
-    for (const NamedRegister& named : NamedRegisters()) {
-        if (named.index == index) return PrintNamed(board, named);
-    }
-    PrintNamed(board, {index, "-"});
+    const std::optional<NamedRegister> found = FindRegister(address);
+    if (!found) throw std::runtime_error("\"" + address + "\" is neither a register's name nor an index");
+    PrintNamed(board, *found);
 }
 
 void PrintRegisters(const SharedBoard& board, bool areZerosShown) {

@@ -10,6 +10,7 @@ namespace {
 
 constexpr int64_t REFRESH_NS = 200'000'000;
 constexpr std::size_t TABLE_ROWS = 16;
+constexpr int LINES_BESIDE_ROWS = 3;  // header, totals, and the line that the cursor stays on
 constexpr double HUNDREDTHS = 100.0;
 
 }  // namespace
@@ -44,29 +45,44 @@ void QuoteDisplay::Tick(int64_t now) {
     std::fflush(stdout);
 }
 
-void QuoteDisplay::DrawTable(double rate) {
-    // The busiest instruments, by name, so that rows keep their place.
+std::vector<const std::pair<const std::string, Quote>*> QuoteDisplay::BusiestByName(std::size_t count) const {
     std::vector<const std::pair<const std::string, Quote>*> rows;
     rows.reserve(m_quotes.size());
     for (const auto& entry : m_quotes) rows.push_back(&entry);
-    const std::size_t count = std::min(TABLE_ROWS, rows.size());
+    count = std::min(count, rows.size());
     std::partial_sort(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(count), rows.end(),
                       [](const auto* a, const auto* b) { return a->second.updates > b->second.updates; });
     rows.resize(count);
     std::sort(rows.begin(), rows.end(), [](const auto* a, const auto* b) { return a->first < b->first; });
+    return rows;
+}
 
-    if (m_drawnLines > 0) std::printf("\033[%dA", m_drawnLines);
-    std::printf("\033[K%-16s %12s %12s %8s %12s %8s %10s %9s\n", "instrument", "last", "bid", "size", "ask", "size",
-                "volume", "updates");
-    for (const auto* row : rows) {
-        const VexaShfeMdType& md = row->second.md;
-        std::printf("\033[K%-16s %12.2f %12.2f %8u %12.2f %8u %10u %9llu\n", row->first.c_str(),
-                    md.last_px / HUNDREDTHS, md.bid1_px / HUNDREDTHS, md.bid1_vol, md.ask1_px / HUNDREDTHS, md.ask1_vol,
-                    md.volume, static_cast<unsigned long long>(row->second.updates));
+// A terminal that was resized has broken the lines its own way: nothing on it is where it was drawn.
+void QuoteDisplay::GoBackTo(const TerminalSize& size) {
+    const bool isResized = size.columns != m_drawnOn.columns || size.rows != m_drawnOn.rows;
+    m_drawnOn = size;
+    if (m_drawnLines == 0) return;
+    if (isResized) {
+        std::fputs("\033[H\033[2J", stdout);
+    } else {
+        std::printf("\033[%dA", m_drawnLines);
     }
-    std::printf("\033[K%zu instruments, %llu updates, %.0f a second\n", m_quotes.size(),
-                static_cast<unsigned long long>(m_updates), rate);
-    m_drawnLines = static_cast<int>(count) + 2;
+}
+
+void QuoteDisplay::DrawTable(double rate) {
+    const TerminalSize size = AskTerminalSize();
+    const auto room = static_cast<std::size_t>(std::max(0, size.rows - LINES_BESIDE_ROWS));
+    const auto rows = BusiestByName(std::min(TABLE_ROWS, room));
+    const QuoteTable table(size.columns);
+    char totals[96];
+    std::snprintf(totals, sizeof totals, "%zu instruments, %llu updates, %.0f a second", m_quotes.size(),
+                  static_cast<unsigned long long>(m_updates), rate);
+
+    GoBackTo(size);
+    std::printf("\033[K%s\n", table.Header().c_str());
+    for (const auto* row : rows) std::printf("\033[K%s\n", table.Row(row->first, row->second).c_str());
+    std::printf("\033[K%.*s\n\033[J", size.columns, totals);
+    m_drawnLines = static_cast<int>(rows.size()) + LINES_BESIDE_ROWS - 1;
 }
 
 void QuoteDisplay::PrintLine(double rate) {

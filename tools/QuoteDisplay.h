@@ -1,11 +1,16 @@
-/// Shows live quotes: a table that refreshes in place on a terminal, sampled lines when the output is piped.
+/// Shows live quotes: on a terminal a table that refreshes in place and keeps to the terminal's size, else sampled
+/// lines.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "interface/VexaShfeMdStruct.h"
+#include "tools/QuoteTable.h"
+#include "tools/Terminal.h"
 
 class QuoteDisplay {
 public:
@@ -23,16 +28,14 @@ public:
     uint64_t Updates() const { return m_updates; }
     std::size_t Instruments() const { return m_quotes.size(); }
 
-    /// By identifier; the whole record as last received.
-    struct Quote {
-        VexaShfeMdType md;
-        uint64_t updates;
-    };
+    /// By identifier.
     const std::map<std::string, Quote>& Quotes() const { return m_quotes; }
 
 private:
     void DrawTable(double rate);
     void PrintLine(double rate);
+    std::vector<const std::pair<const std::string, Quote>*> BusiestByName(std::size_t count) const;
+    void GoBackTo(const TerminalSize& size);
 
     bool m_isTerminal;
     std::map<std::string, Quote> m_quotes;
@@ -41,6 +44,7 @@ private:
     uint64_t m_updatesAtTick = 0;
     int64_t m_lastTickNs = 0;
     int m_drawnLines = 0;
+    TerminalSize m_drawnOn{};
 };
 
 /// The identifier as printable text; whatever is not a plain character becomes '?'.

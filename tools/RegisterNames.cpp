@@ -1,7 +1,10 @@
 #include "tools/RegisterNames.h"
 
 #include <algorithm>
+#include <charconv>
+#include <string_view>
 
+#include "software_board/BoardMemory.h"
 #include "src/RegisterMap.h"
 
 namespace {
@@ -104,4 +107,22 @@ const std::vector<NamedRegister>& NamedRegisters() {
         return names;
     }();
     return NAMES;
+}
+
+std::optional<NamedRegister> FindRegister(const std::string& address) {
+    for (const NamedRegister& named : NamedRegisters()) {
+        if (named.name == address) return named;
+    }
+    std::string_view digits = address;
+    const int base = digits.substr(0, 2) == "0x" ? 16 : 10;
+    if (base == 16) digits.remove_prefix(2);
+    uint32_t index = 0;
+    const auto [end, fault] = std::from_chars(digits.data(), digits.data() + digits.size(), index, base);
+    if (fault != std::errc() || end != digits.data() + digits.size() || index >= software_board::REGISTER_COUNT) {
+        return std::nullopt;
+    }
+    for (const NamedRegister& named : NamedRegisters()) {
+        if (named.index == index) return named;
+    }
+    return NamedRegister{index, "-"};
 }

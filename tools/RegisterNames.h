@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,3 +14,6 @@ struct NamedRegister {
 
 /// Every register that the library reads or writes, in the order of their indices.
 const std::vector<NamedRegister>& NamedRegisters();
+
+/// The register of this name or index ("CONFIG_CHECKSUM", "0x1001", "4097"); one without a name is called "-".
+std::optional<NamedRegister> FindRegister(const std::string& address);

@@ -4,6 +4,7 @@
 
 #include "src/RegisterMap.h"
 #include "tools/DemoClock.h"
+#include "tools/Terminal.h"
 
 namespace {
 constexpr int64_t REDRAW_NS = 100'000'000;
@@ -60,9 +61,11 @@ void StartUpProgress::Draw() {
     static constexpr const char SPINNER[] = "|/-\\";
     static unsigned int turn = 0;
     const software_board::BoardStatistics& seen = m_board.Statistics();
-    std::printf("\r      %c %llu register writes, %llu snapshot frames", SPINNER[turn++ % 4],
-                static_cast<unsigned long long>(seen.registerWrites),
-                static_cast<unsigned long long>(seen.snapshotFrames));
+    char line[96];
+    std::snprintf(line, sizeof line, "      %c %llu register writes, %llu snapshot frames", SPINNER[turn++ % 4],
+                  static_cast<unsigned long long>(seen.registerWrites),
+                  static_cast<unsigned long long>(seen.snapshotFrames));
+    std::printf("\r%.*s", AskTerminalSize().columns - 1, line);  // a line that wraps is not gone back over
     std::fflush(stdout);
     m_isCounterShown = true;
 }

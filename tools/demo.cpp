@@ -13,15 +13,21 @@
 #include "interface/VexaShfeMdApi.h"
 #include "public/config/IniReader.h"
 #include "public/reg/BoardProviderLoader.h"
+#include "public/signal/SignalProcess.h"
 #include "software_board/SoftwareBoard.h"
+#include "tools/CommandLine.h"
 #include "tools/DemoClock.h"
 #include "tools/Main.h"
 #include "tools/QuoteDisplay.h"
 #include "tools/StartUpProgress.h"
+#include "tools/Terminal.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr double SECONDS_WITHOUT_TERMINAL = 10;
+constexpr int INTERRUPTED = 130;
 
 struct DemoOptions {
     bool isPolling = false;
@@ -161,19 +167,24 @@ private:
     bool m_isPolling = false;
 };
 
+bool IsInterrupted() { return CSignalProcess::m_isExit.load(std::memory_order_relaxed); }
+
+enum class EEnd { Complete, Interrupted, ReaderGone, Failed };
+
 /// Receives until the time is up (then the market stands still and what is under way is taken) or the session ends.
-/// Returns true when the market was brought to a stand and everything has arrived.
-bool ReceiveLive(CVexaShfeMdApi& api, Receiver& receiver, QuoteDisplay& display, software_board::SoftwareBoard& board,
+/// Complete: the market was brought to a stand and everything has arrived.
+EEnd ReceiveLive(CVexaShfeMdApi& api, Receiver& receiver, QuoteDisplay& display, software_board::SoftwareBoard& board,
                  std::optional<double> seconds) {
     constexpr int LOOK_EVERY = 256;  // steps between two looks at the clock
     const int64_t start = DemoClock::RealNanoseconds();
     bool isFinishing = false;
     for (int steps = 0;; ++steps) {
-        if (receiver.Step(api) == -1) return false;
-        if (isFinishing && board.IsDrained()) return true;
+        if (receiver.Step(api) == -1) return IsInterrupted() ? EEnd::Interrupted : EEnd::Failed;
+        if (isFinishing && board.IsDrained()) return EEnd::Complete;
         if (steps % LOOK_EVERY != 0) continue;
         const int64_t now = DemoClock::RealNanoseconds();
         display.Tick(now);
+        if (IsReaderGone()) return EEnd::ReaderGone;
         if (!isFinishing && seconds && static_cast<double>(now - start) >= *seconds * 1e9) {
             board.FinishAfterOneMoreOfEach();
             isFinishing = true;
@@ -203,67 +214,118 @@ std::size_t CountEqualToTruth(const QuoteDisplay& display, software_board::Softw
     return equal;
 }
 
-int Run(const DemoOptions& options) {
-    WorkDirectory work;
-    const std::string config = options.config.empty() ? WriteConfig(options, work.Path()) : options.config;
-    const BoardSetup setup = ReadBoardSetup(options, config);
-    const bool isTerminal = isatty(STDOUT_FILENO) != 0;
+/// The session that the demo plays, and everything that watches it.
+class Demo {
+public:
+    explicit Demo(const DemoOptions& options)
+        : m_options(options),
+          m_config(options.config.empty() ? WriteConfig(options, m_work.Path()) : options.config),
+          m_setup(ReadBoardSetup(options, m_config)),
+          m_clock(options.isFast),
+          m_board(m_setup.options),
+          m_progress(m_board, m_isTerminal),
+          m_display(m_isTerminal),
+          m_installed(m_setup.bus, m_board),
+          m_receiver(m_display) {
+        m_clock.onLook = [this] { WatchStartUp(); };
+        m_board.onWrite = [this](uint32_t index, uint32_t value) {
+            if (m_progress.IsLive()) m_display.Detach();
+            m_progress.OnWrite(index, value);
+            m_clock.isStarting = !m_progress.IsLive();
+        };
+    }
 
-    DemoClock clock(options.isFast);
-    software_board::SoftwareBoard board(setup.options);
-    StartUpProgress progress(board, isTerminal);
-    QuoteDisplay display(isTerminal);
-    clock.onLook = [&] { progress.Redraw(); };
-    board.onWrite = [&](uint32_t index, uint32_t value) {
-        if (progress.IsLive()) display.Detach();
-        progress.OnWrite(index, value);
-        clock.isStarting = !progress.IsLive();
-    };
-    const InstalledBoard installed(setup.bus, board);
-    const ApiHandle api;
-    Receiver receiver(display);
+    int Run() {
+        std::printf("starting in the %s form, seed %llu%s%s\n", m_options.isPolling ? "polling" : "callback",
+                    static_cast<unsigned long long>(m_options.seed), m_options.faults.empty() ? "" : ", faults ",
+                    m_options.faults.c_str());
+        m_progress.Begin();
+        const int32_t started = m_receiver.Start(*m_api, m_config, m_options.isPolling);
+        if (started != 0) return TellFailedStart(started);
 
-    std::printf("starting in the %s form, seed %llu%s%s\n", options.isPolling ? "polling" : "callback",
-                static_cast<unsigned long long>(options.seed), options.faults.empty() ? "" : ", faults ",
-                options.faults.c_str());
-    progress.Begin();
-    const int32_t started = receiver.Start(*api, config, options.isPolling);
-    if (started != 0) {
-        work.isKept = options.config.empty();
-        std::fprintf(stderr, "vexa_demo: the start failed with %d; the log %s says why\n", started,
-                     work.isKept ? ("in " + work.Path().string()).c_str() : "named in your configuration");
+        const int64_t liveStart = DemoClock::RealNanoseconds();
+        const EEnd end = ReceiveLive(*m_api, m_receiver, m_display, m_board, m_options.seconds);
+        const double liveSeconds = static_cast<double>(DemoClock::RealNanoseconds() - liveStart) / 1e9;
+        m_api->VexaStop();
+        if (end == EEnd::ReaderGone || IsReaderGone()) return 0;
+        return TellSummary(end, liveSeconds);
+    }
+
+private:
+    /// An end that is asked for meanwhile does not wait for the start-up's waits.
+    void WatchStartUp() {
+        m_progress.Redraw();
+        if (!IsInterrupted() && !IsReaderGone()) return;
+        m_clock.Hurry();
+        m_api->VexaStop();
+    }
+
+    std::string LogPlace() {
+        m_work.isKept = m_options.config.empty();
+        return m_work.isKept ? "in " + m_work.Path().string() : "named in your configuration";
+    }
+
+    int TellFailedStart(int32_t result) {
+        if (IsReaderGone()) return 0;
+        std::fflush(stdout);
+        if (IsInterrupted()) {
+            std::fputs("\nvexa_demo: interrupted during the start-up\n", stderr);
+            return INTERRUPTED;
+        }
+        std::fprintf(stderr, "vexa_demo: the start failed with %d; the log %s says why\n", result, LogPlace().c_str());
         return 1;
     }
 
-    const int64_t liveStart = DemoClock::RealNanoseconds();
-    const bool isComplete = ReceiveLive(*api, receiver, display, board, options.seconds);
-    const double liveSeconds = static_cast<double>(DemoClock::RealNanoseconds() - liveStart) / 1e9;
-    api->VexaStop();
+    int TellSummary(EEnd end, double liveSeconds) {
+        std::printf("\nupdates      %llu in %.1f seconds\ninstruments  %zu\nlosses       %llu\nrecoveries   %llu\n",
+                    static_cast<unsigned long long>(m_display.Updates()), liveSeconds, m_display.Instruments(),
+                    static_cast<unsigned long long>(m_progress.Losses()),
+                    static_cast<unsigned long long>(m_progress.EngineStarts() - 1));
+        const bool isRight = end == EEnd::Complete ? IsTruthReached() : end == EEnd::Interrupted;
+        if (std::fflush(stdout) != 0 && !IsReaderGone()) throw std::runtime_error("standard output cannot be written");
+        if (end == EEnd::Failed) {
+            std::fprintf(stderr, "vexa_demo: the session could not be rebuilt after a loss; the log %s says why\n",
+                         LogPlace().c_str());
+        }
+        return isRight ? 0 : 1;
+    }
 
-    std::printf("\nupdates      %llu in %.1f seconds\ninstruments  %zu\nlosses       %llu\nrecoveries   %llu\n",
-                static_cast<unsigned long long>(display.Updates()), liveSeconds, display.Instruments(),
-                static_cast<unsigned long long>(progress.Losses()),
-                static_cast<unsigned long long>(progress.EngineStarts() - 1));
-    if (!isComplete) return options.seconds ? 1 : 0;
-    const std::size_t equal = CountEqualToTruth(display, board);
-    std::printf("checked      %zu of %zu last records equal the exchange's state\n", equal, display.Instruments());
-    if (display.Updates() == 0)
+    bool IsTruthReached() {
+        const std::size_t equal = CountEqualToTruth(m_display, m_board);
+        std::printf("checked      %zu of %zu last records equal the exchange's state\n", equal,
+                    m_display.Instruments());
+        if (m_display.Updates() > 0) return equal == m_display.Instruments();
         std::fputs("vexa_demo: no update arrived; does the list name any instrument?\n", stderr);
-    return display.Updates() > 0 && equal == display.Instruments() ? 0 : 1;
-}
+        return false;
+    }
+
+    const DemoOptions& m_options;
+    const bool m_isTerminal = isatty(STDOUT_FILENO) != 0;
+    WorkDirectory m_work;
+    std::string m_config;
+    BoardSetup m_setup;
+    DemoClock m_clock;
+    software_board::SoftwareBoard m_board;
+    StartUpProgress m_progress;
+    QuoteDisplay m_display;
+    InstalledBoard m_installed;
+    ApiHandle m_api;
+    Receiver m_receiver;
+};
 
 int ParseAndRun(int argc, char** argv) {
     DemoOptions options;
     CLI::App app(
         "Runs a whole session on the software board, with a synthetic exchange behind it:\n"
         "start-up, live quotes, and, where faults are asked for, losses and recoveries.\n"
-        "Ends on Ctrl-C or after --seconds. Exit status: 0 when all went well, 1 when the session failed\n"
-        "or a last record differs from the exchange's state, above 100 for wrong options.");
+        "Ends after --seconds of live quotes: by itself after ten where the output is no terminal, else on Ctrl-C.\n"
+        "Exit status: 0 when all went well, 1 when the session failed or a last record differs from the exchange's\n"
+        "state, 2 for wrong options, 130 when interrupted during the start-up.");
     app.name("vexa_demo");
     app.add_flag("--polling", options.isPolling, "fetch updates by polling instead of by callback");
     app.add_flag("--fast", options.isFast, "let the waits of a start-up (about 9 seconds) pass at once");
     app.add_option("--seconds", options.seconds, "end after this many seconds of live quotes")
-        ->check(CLI::Range(0.0, 1e6));
+        ->check(Decimal(0, 1000000));
     CLI::Option* config =
         app.add_option("--config", options.config, "INI file to start with, instead of a built-in one")
             ->check(CLI::ExistingFile);
@@ -273,11 +335,18 @@ int ParseAndRun(int argc, char** argv) {
         ->excludes(config);
     app.add_option("--faults", options.faults,
                    "comma-separated, each with @moment or without; \"all\" for those that a session survives: " +
-                       exchange::FaultNames());
-    app.add_option("--seed", options.seed, "the same seed gives the same exchange")->capture_default_str();
-    app.add_option("--rate", options.rate, "updates a second (0: as fast as they are taken)")->capture_default_str();
-    CLI11_PARSE(app, argc, argv);
-    return Run(options);
+                       exchange::FaultNames())
+        ->check(FaultList());
+    app.add_option("--seed", options.seed, "the same seed gives the same exchange")
+        ->check(WholeNumber(0, UINT64_MAX))
+        ->capture_default_str();
+    app.add_option("--rate", options.rate, "updates a second (0: as fast as they are taken)")
+        ->check(WholeNumber(0, UINT32_MAX))
+        ->capture_default_str();
+    if (!ParseCommandLine(app, argc, argv)) return 0;
+    if (!options.seconds && isatty(STDOUT_FILENO) == 0) options.seconds = SECONDS_WITHOUT_TERMINAL;
+    CSignalProcess::InitSignal();  // from here on an end removes what the run has made
+    return Demo(options).Run();
 }
 
 }  // namespace

@@ -9,7 +9,9 @@
 #include "software_board/SharedClient.h"
 #include "tools/BoardServing.h"
 #include "tools/BoardText.h"
+#include "tools/CommandLine.h"
 #include "tools/Main.h"
+#include "tools/RegisterNames.h"
 
 namespace {
 
@@ -28,11 +30,21 @@ struct Arguments {
     std::string faults;
     bool areAllShown = false;
     std::vector<std::string> addresses;
-    EMDQPDataType feed = SHFE_2PS;
+    std::string feed;
     std::string instrument;
     std::string fault;
     bool areCleared = false;
 };
+
+std::string CheckFeed(const std::string& name) {
+    return FEEDS_BY_NAME.count(name) == 1 ? ""
+                                          : "unknown feed \"" + name + "\"; known are shfe2ps, shfe4ps, ine2ps, ine4ps";
+}
+
+std::string CheckRegister(const std::string& address) {
+    return FindRegister(address) ? ""
+                                 : "\"" + address + "\" is neither a register's name nor an index from 0 to 0x2ffff";
+}
 
 void Attach(software_board::SharedMapping& mapping, uint16_t bus, bool isReadOnly) {
     std::string error;
@@ -59,15 +71,11 @@ void ShowRegisters(const Arguments& arguments) {
 
 void Inject(const Arguments& arguments) {
     if (arguments.areCleared == !arguments.fault.empty()) {
-        throw std::runtime_error("inject needs either a FAULT or --clear");
+        throw CLI::ValidationError("inject needs either a FAULT or --clear");
     }
-    // Names are checked here too, so that what is known is told whether or not a board is served.
-    exchange::Faults faults;
-    std::string text;
-    if (!exchange::ParseFaults(arguments.fault, faults, text)) throw std::runtime_error(text);
     software_board::SharedMapping board;
     Attach(board, arguments.bus, false);
-    text = arguments.fault;
+    std::string text = arguments.fault;
     const auto request = arguments.areCleared ? software_board::CLEAR_FAULTS : software_board::INJECT_FAULTS;
     if (!software_board::Ask(board, board->injection, request, 0, text)) throw std::runtime_error(Printable(text));
     std::printf("%s\n", arguments.areCleared ? "all faults cleared" : arguments.fault.c_str());
@@ -78,25 +86,29 @@ int Run(int argc, char** argv) {
     int status = 0;
     CLI::App app(
         "Serves a software board to the processes of this user, and looks into one that is being served.\n"
-        "Exit status: 0 when all went well, 1 when there is no such board or the request was refused.");
+        "Exit status: 0 when all went well, 1 when there is no such board or the request was refused, 2 for wrong "
+        "options.");
     app.name("vexa-board");
     app.require_subcommand(1);
     const auto command = [&](const char* name, const char* text) {
         CLI::App* made = app.add_subcommand(name, text);
         made->add_option("--bus", arguments.bus, "the board's bus number, as in device=xilinx<bus>:<channel>")
+            ->check(WholeNumber(0, UINT16_MAX))
             ->capture_default_str();
         return made;
     };
 
     CLI::App* serve = command("serve", "keep a board until interrupted (Ctrl-C)");
-    serve->add_option("--seed", arguments.seed, "the same seed gives the same exchange")->capture_default_str();
+    serve->add_option("--seed", arguments.seed, "the same seed gives the same exchange")
+        ->check(WholeNumber(0, UINT64_MAX))
+        ->capture_default_str();
     serve->add_option("--instruments", arguments.instruments, "three quarters of SHFE, one of INE")
-        ->check(CLI::Range(2, INSTRUMENTS_MAX))
+        ->check(WholeNumber(2, INSTRUMENTS_MAX))
         ->capture_default_str();
     serve->add_option("--rate", arguments.rate, "updates a second")
-        ->check(CLI::Range(1, 1'000'000))
+        ->check(WholeNumber(1, 1'000'000))
         ->capture_default_str();
-    serve->add_option("--faults", arguments.faults, "comma-separated: " + exchange::FaultNames());
+    serve->add_option("--faults", arguments.faults, "comma-separated: " + exchange::FaultNames())->check(FaultList());
     serve->callback([&] { status = Serve(arguments); });
 
     command("status", "board, channels and feeds")->callback([&] {
@@ -107,27 +119,27 @@ int Run(int argc, char** argv) {
 
     CLI::App* registers = command("registers", "registers by name, those that are not 0");
     registers->add_flag("--all", arguments.areAllShown, "also those that are 0");
-    registers->add_option("ADDR", arguments.addresses, "names or indices, such as CONFIG_CHECKSUM or 0x1001");
+    registers->add_option("ADDR", arguments.addresses, "names or indices, such as CONFIG_CHECKSUM or 0x1001")
+        ->check(CheckRegister);
     registers->callback([&] { ShowRegisters(arguments); });
 
     CLI::App* table = command("table", "a feed's instrument slots as the board holds them");
-    table->add_option("FEED", arguments.feed, "shfe2ps, shfe4ps, ine2ps or ine4ps")
-        ->required()
-        ->transform(CLI::CheckedTransformer(FEEDS_BY_NAME));
+    table->add_option("FEED", arguments.feed, "shfe2ps, shfe4ps, ine2ps or ine4ps")->required()->check(CheckFeed);
     table->add_option("--instrument", arguments.instrument, "only this instrument");
     table->callback([&] {
         software_board::SharedMapping board;
         Attach(board, arguments.bus, true);
-        PrintTable(*board, arguments.feed, arguments.instrument);
+        PrintTable(*board, FEEDS_BY_NAME.at(arguments.feed), arguments.instrument);
     });
 
     CLI::App* inject = command("inject", "let faults happen on a running board, or end them all");
-    inject->add_option("FAULT", arguments.fault, "comma-separated, each with @N or without: " + exchange::FaultNames());
+    inject->add_option("FAULT", arguments.fault, "comma-separated, each with @N or without: " + exchange::FaultNames())
+        ->check(FaultList());
     inject->add_flag("--clear", arguments.areCleared,
                      "end every fault, those that last and those to come; connections under way keep theirs");
     inject->callback([&] { Inject(arguments); });
 
-    CLI11_PARSE(app, argc, argv);
+    ParseCommandLine(app, argc, argv);
     return status;
 }
 

@@ -8,9 +8,12 @@
 
 #include "exchange/Faults.h"
 #include "simulation/Simulation.h"
+#include "tools/CommandLine.h"
 #include "tools/Main.h"
 
 namespace {
+
+constexpr char NAME[] = VEXA_SIM_NAME;
 
 struct CloseFile {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -26,7 +29,8 @@ struct SimOptions {
 FilePtr OpenTrace(const std::string& path) {
     if (path.empty()) return nullptr;
     FilePtr file(std::fopen(path.c_str(), "we"));
-    if (file == nullptr) throw std::runtime_error("--trace " + path + ": cannot be written");
+    if (file == nullptr)
+        throw UsageError("--trace " + path + ": cannot be written; name a file in an existing directory");
     return file;
 }
 
@@ -55,34 +59,30 @@ std::string CheckCanary(const std::string& text) {
     return "there is no rule " + text + "; known are " + known;
 }
 
-std::string CheckFaults(const std::string& names) {
-    exchange::Faults faults;
-    std::string error;
-    return exchange::ParseFaults(names, faults, error) ? "" : error;
-}
-
 int ParseAndRun(int argc, char** argv) {
     SimOptions options;
     CLI::App app(
         "Runs whole sessions of the library in virtual time on the software board, with faults, losses, stops and\n"
         "restarts drawn from the seed, and checks every rule after every step. The same seed gives the same trace.\n"
-        "Exit status: 0 when every rule held, 1 when one was broken, above 100 for wrong options.");
-    app.name("vexa-sim");
-    app.add_option("--seed", options.wish.seed, "of the first session; session k has this plus k")->required();
+        "Exit status: 0 when every rule held, 1 when one was broken, 2 for wrong options.");
+    app.name(NAME);
+    app.add_option("--seed", options.wish.seed, "of the first session; session k has this plus k")
+        ->required()
+        ->check(WholeNumber(0, UINT64_MAX));
     CLI::Option* sessions = app.add_option("--sessions", options.wish.sessions, "how many")
-                                ->check(CLI::Range(uint64_t{1}, uint64_t{1} << 40))
+                                ->check(WholeNumber(1, uint64_t{1} << 40))
                                 ->capture_default_str();
     CLI::Option* minutes = app.add_option("--minutes", options.wish.minutes, "end after this much real time")
-                               ->check(CLI::Range(0.01, 1e5));
+                               ->check(Decimal(0.01, 100000));
     app.add_option("--faults", options.wish.faults,
                    "\"all\": each fault in half of the sessions; or a list: " + exchange::FaultNames())
-        ->check(CheckFaults)
+        ->check(FaultList())
         ->capture_default_str();
     app.add_option("--canary", options.wish.canary, "tell the checks one lie about the rule of this number")
         ->check(CheckCanary);
     app.add_option("--trace", options.trace, "write every event to this file");
     app.add_flag("--verbose", options.isVerbose, "tell what was tried in which phase, and the quirks booked");
-    CLI11_PARSE(app, argc, argv);
+    if (!ParseCommandLine(app, argc, argv)) return 0;
     if (minutes->count() > 0 && sessions->count() == 0) options.wish.sessions = UINT64_MAX;
     return Run(options);
 }
@@ -90,5 +90,5 @@ int ParseAndRun(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    return RunProgram("vexa-sim", [&] { return ParseAndRun(argc, argv); });
+    return RunProgram(NAME, [&] { return ParseAndRun(argc, argv); });
 }

@@ -1,5 +1,7 @@
-/// The log: one line is one formatted text and one write(2) on an append-only descriptor. No lock, no allocation.
-/// A log that cannot be written never stops the session: it is told once on standard error and lines are counted.
+/// The process's log: one line is one formatted text, handed to one write(2) unless that is interrupted; files are open
+/// for appending. A line waits for no other and allocates nothing; the first one of a path or a day opens the file,
+/// which does. A log that cannot be written never stops the session: that is told once for each path on standard error,
+/// and lines are counted.
 #pragma once
 
 #include <atomic>
@@ -8,7 +10,8 @@
 
 #include "public/log/LogLevel.h"
 
-/// Receives whole lines in place of the file (tests, tools). `line` has no line end and is valid during the call.
+/// Receives every text in place of the file (tests, tools): without the time and level in front, without a line end,
+/// and with control bytes as they were given. `line` is valid during the call.
 class ILogSink {
 public:
     virtual void OnLine(ELOGLEVEL level, const char* line, std::size_t length) = 0;
@@ -24,7 +27,7 @@ public:
     static CCommonLog& GetInstance();
 
     /// Empty: standard error. A directory, or a text ending in "/": vexa_shfe_md_<yyyymmdd>.log in it. Any other text
-    /// is put before that name. Takes effect with the next line.
+    /// is put before that name. At most 4,095 characters. Takes effect with the next line of WriteLog.
     void SetLogPath(const char* path);
 
     /// A mask of ELOGLEVEL bits.
@@ -35,13 +38,13 @@ public:
     /// Tests the level before anything is formatted; cuts a text beyond the line's capacity.
     void WriteLog(ELOGLEVEL level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
-    /// One finished text. Uses async-signal-safe calls only, so that a signal handler may log.
+    /// One finished text, into what is open. Calls nothing but what a signal handler may call on Linux.
     void WriteText(ELOGLEVEL level, const char* text, std::size_t length);
 
     /// Lines that could not be written since the process began.
     uint64_t DroppedLines() const { return m_dropped.load(std::memory_order_relaxed); }
 
-    /// Puts `sink` in place of the file; null goes back to the file. `sink` must outlive its use.
+    /// Puts `sink` in place of the file; null goes back to the file. `sink` must outlive its use, in whatever thread.
     void SetSink(ILogSink* sink);
 
     CCommonLog(const CCommonLog&) = delete;
@@ -62,8 +65,9 @@ private:
     std::atomic<uint64_t> m_dropped{0};
     std::atomic<ILogSink*> m_sink{nullptr};
 
-    // The file, changed under m_isChanging alone. The descriptor keeps its number when the day changes, so that a
-    // line under way in a handler or another thread never meets a stranger's.
+    // The file, changed under m_isChanging alone; who finds it taken goes on with what is open, and only SetLogPath
+    // waits. The descriptor keeps its number from one file to the next, so that a line under way in a handler or
+    // another thread never meets a stranger's.
     std::atomic_flag m_isChanging;
     std::atomic<int> m_file{STANDARD_ERROR};
     std::atomic<bool> m_isStale{true};    ///< the path was set, or nothing was opened yet

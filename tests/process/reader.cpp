@@ -28,7 +28,10 @@ struct Recorder : CVexaShfeMdSpi {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 3) return 2;
+    if (argc < 3) {
+        std::fprintf(stderr, "vexa_reader: needs two words; give an INI file and a file for the records\n");
+        return 2;
+    }
     const int file = open(argv[2], O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     if (file < 0) {
         std::perror(argv[2]);

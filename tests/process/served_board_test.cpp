@@ -214,7 +214,7 @@ TEST_F(ServedBoard, UnknownFaultIsToldWithAllThatAreKnown) {
                                             ", or all (without a moment)"));
     for (const std::vector<std::string>& wrong :
          {std::vector<std::string>{"inject"}, std::vector<std::string>{"inject", "--clear", "reset"}}) {
-        const auto refused = RunBoard(wrong, "refused.out");
+        const auto refused = RunBoard(wrong, "refused" + std::to_string(wrong.size()) + ".out");
         EXPECT_EQ(refused->Wait(), 2);
         EXPECT_EQ(refused->Output(),
                   "vexa-board: inject needs either a FAULT or --clear; see vexa-board inject --help\n");

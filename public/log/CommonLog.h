@@ -1,5 +1,6 @@
 /// The log: one line is one formatted text and one write(2) on an append-only descriptor. No lock, no allocation.
 /// A log that cannot be written never stops the session: it is told once on standard error and lines are counted.
+/// Of one place's warnings and errors at most 200 a second are kept; then "N more like this" tells of the others.
 #pragma once
 
 #include <atomic>
@@ -7,8 +8,10 @@
 #include <cstdint>
 
 #include "public/log/LogLevel.h"
+#include "public/log/LogLimit.h"
 
-/// Receives whole lines in place of the file (tests, tools). `line` has no line end and is valid during the call.
+/// Receives the lines that are kept in place of the file (tests, tools). `line` has no line end and is valid during the
+/// call.
 class ILogSink {
 public:
     virtual void OnLine(ELOGLEVEL level, const char* line, std::size_t length) = 0;
@@ -38,10 +41,17 @@ public:
     /// One finished text. Uses async-signal-safe calls only, so that a signal handler may log.
     void WriteText(ELOGLEVEL level, const char* text, std::size_t length);
 
+    /// Whether a warning or error of this place would be held back now; it is counted then and need not be formatted.
+    bool IsHeldBack(ELOGLEVEL level, const char* file, int line);
+
+    /// Lines held back since the process began; none of them counts as dropped.
+    uint64_t HeldBackLines() const { return m_limit.HeldLines(); }
+
     /// Lines that could not be written since the process began.
     uint64_t DroppedLines() const { return m_dropped.load(std::memory_order_relaxed); }
 
-    /// Puts `sink` in place of the file; null goes back to the file. `sink` must outlive its use.
+    /// Puts `sink` in place of the file; null goes back to the file. `sink` must outlive its use. What was held back
+    /// before is forgotten: two runs under the same clock see the same lines.
     void SetSink(ILogSink* sink);
 
     CCommonLog(const CCommonLog&) = delete;
@@ -51,6 +61,8 @@ private:
     CCommonLog() = default;
 
     void Emit(ELOGLEVEL level, const char* text, std::size_t length, bool mayOpen);
+    void TellHeld(const LogHeld& held, int64_t now, bool mayOpen);
+    void Put(ELOGLEVEL level, const char* text, std::size_t length, int64_t now, bool mayOpen);
     void Refresh(int64_t wallSeconds);
     void OpenDay(int64_t day);
     int OpenFileOf(int64_t day);
@@ -61,6 +73,7 @@ private:
     std::atomic<int32_t> m_mask{LOG_ERROR | LOG_WARNING | LOG_INFO | LOG_DEBUG};
     std::atomic<uint64_t> m_dropped{0};
     std::atomic<ILogSink*> m_sink{nullptr};
+    CLogLimit m_limit;
 
     // The file, changed under m_isChanging alone. The descriptor keeps its number when the day changes, so that a
     // line under way in a handler or another thread never meets a stranger's.

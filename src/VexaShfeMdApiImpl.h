@@ -6,7 +6,6 @@
 #include <atomic>
 #include <bitset>
 #include <cstdint>
-#include <cstdio>
 #include <set>
 #include <string>
 #include <vector>
@@ -23,6 +22,7 @@
 #include "src/Mdqp.h"
 #include "src/TcpSession.h"
 
+class CReplacedFile;
 struct SnapshotFrame;
 
 class CVexaShfeMdApiImpl : public CVexaShfeMdApi, public CSignalProcess {
@@ -158,7 +158,7 @@ protected:
 
     // ContractIndexFile.cpp
     int32_t _InstStaticInfoWriteFile();
-    void _WriteIndexOf(std::FILE* file, EMDQPDataType feed2ps, EMDQPDataType feed4ps, uint32_t count);
+    void _WriteIndexOf(CReplacedFile& file, EMDQPDataType feed2ps, EMDQPDataType feed4ps, uint32_t count);
     static std::string s_indexDirectory;  ///< tests write elsewhere
 
     // MarketDataHandler.cpp

@@ -17,6 +17,7 @@
 #include <string>
 
 #include "public/clock/Clock.h"
+#include "public/file/WriteWhole.h"
 #include "public/log/LogFile.h"
 
 namespace {
@@ -179,7 +180,7 @@ void CCommonLog::Put(ELOGLEVEL level, const char* text, std::size_t length, int6
     end = PutPrintable(end, text, length);
     *end++ = '\n';
     const auto size = static_cast<std::size_t>(end - line);
-    const std::size_t written = log_file::WriteWhole(file, line, size);
+    const std::size_t written = WriteWhole(file, line, size);
     if (written == size) return;
     const int reason = errno;
     TakeBack(file, written);
@@ -248,8 +249,7 @@ void CCommonLog::TellOnce(const char* what, const char* file, int reason) {
     const int length =
         std::snprintf(line, sizeof line, "vexa_shfe_md: the log file %.512s %s (%s); the session goes on without it\n",
                       file, what, std::strerror(reason));
-    if (length > 0)
-        log_file::WriteWhole(STANDARD_ERROR, line, std::min(static_cast<std::size_t>(length), sizeof line - 1));
+    if (length > 0) WriteWhole(STANDARD_ERROR, line, std::min(static_cast<std::size_t>(length), sizeof line - 1));
 }
 
 void CCommonLog::Drop() { m_dropped.fetch_add(1, std::memory_order_relaxed); }

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/FpgaStructCommon.h"
@@ -23,6 +24,7 @@
 #include "src/TcpSession.h"
 
 class CReplacedFile;
+class CSelection;
 struct SnapshotFrame;
 
 class CVexaShfeMdApiImpl : public CVexaShfeMdApi, public CSignalProcess {
@@ -148,8 +150,9 @@ protected:
 
     // Subscription.cpp
     int32_t _ContractSubscribeManager(int32_t channel);
-    void _SubscribePair(EMDQPDataType feed2ps, EMDQPDataType feed4ps, int32_t count, int32_t channel,
-                        CInstrumentType& entry);
+    CSelection _SelectionOf(EMDQPDataType feed2ps, EMDQPDataType feed4ps, int32_t count, int32_t channel);
+    bool _HasPriceError(std::string_view id) const;
+    void _SubscribeSelected(CSelection& selection, int32_t channel, CInstrumentType& entry);
     int32_t _ContractUnsubscribe(SInstTableType* table, uint32_t readAddrReg, uint32_t readDataReg,
                                  uint32_t writeAddrReg, uint32_t writeDataReg, int32_t count, int32_t channel);
     int32_t _ContractSubscribe(SInstTableType* table, bool enabled, uint32_t readAddrReg, uint32_t readDataReg,

@@ -105,17 +105,22 @@ TEST_F(FileSizeLimitDeathTest, CapturesGoOnWithoutTheirRecords) {
 }
 
 TEST_F(FileSizeLimitDeathTest, SignalThatWaitedBeforeStillWaits) {
-    const auto body = [this] {
+    const auto body = [this](bool isTheThreads) {
         const LogCapture log;
         LimitFilesTo(70'000);
         sigset_t signal;
         sigemptyset(&signal);
         sigaddset(&signal, SIGXFSZ);
         pthread_sigmask(SIG_BLOCK, &signal, nullptr);
-        kill(getpid(), SIGXFSZ);
+        if (isTheThreads) {
+            raise(SIGXFSZ);
+        } else {
+            kill(getpid(), SIGXFSZ);
+        }
         EndWith(IsPending() && IsIndexRefused() && IsPending() && IsBlocked());
     };
-    EXPECT_EXIT(body(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(body(true), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(body(false), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(FileSizeLimitDeathTest, HandlerOfTheApplicationIsNotCalled) {

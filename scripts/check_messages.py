@@ -18,6 +18,10 @@ TABLE_HEAD = "what you see"
 ASSEMBLED = {
     ("public/signal/SignalProcess.cpp", "line.Data()"): ["[%d]received signal %d"],
 }
+# Lines put together without a format: (file, a literal of it) -> the whole text.
+PUT_TOGETHER = {
+    ("public/log/CommonLog.cpp", '" more like this"'): "%u more like this",
+}
 # Helpers that put the rest around a text given to them: (file, pattern of the call's text) -> the whole text.
 WRAPPED = {
     "src/ConfigChecksum.cpp": (r'\bfail\(-\d+, "([^"]+)"\)', "{}[%s] [%u]."),
@@ -69,7 +73,7 @@ def first_text(call):
 
 def logged(path, text, levels):
     """(line, text) of every call that is given one of these levels, by itself or in a choice."""
-    for found in re.finditer(rf"(?<!case )\bLOG_(?:{levels})\b\s*(?=[,:;])", text):
+    for found in re.finditer(rf"(?<!case )(?<!== )\bLOG_(?:{levels})\b\s*(?=[,:;])", text):
         line = text.count("\n", 0, found.start()) + 1
         call = call_around(text, found.start())
         assembled = [texts for (file, word), texts in ASSEMBLED.items() if file == path and word in call]
@@ -89,6 +93,12 @@ def printed(text):
             yield text.count("\n", 0, found.start()) + 1, value(found[1])
 
 
+def put_together(path, text):
+    for (file, literal), whole in PUT_TOGETHER.items():
+        if file == path and literal in text:
+            yield text.count("\n", 0, text.index(literal)) + 1, whole
+
+
 def wrapped(path, text):
     pattern, frame = WRAPPED.get(path, (None, None))
     for found in re.finditer(pattern, text) if pattern else ():
@@ -102,7 +112,8 @@ def texts_of(root):
     for path in sorted(files):
         name = path.relative_to(root).as_posix()
         text = without_comments(path.read_text(encoding="utf-8"))
-        for line, found in [*logged(name, text, "ERROR|WARNING"), *printed(text), *wrapped(name, text)]:
+        for line, found in [*logged(name, text, "ERROR|WARNING"), *printed(text), *wrapped(name, text),
+                            *put_together(name, text)]:
             if found is None:
                 lost.append(f"{name}:{line}")
             elif found not in WRAPPER_FORMATS:

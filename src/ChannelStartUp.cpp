@@ -106,10 +106,12 @@ int32_t CVexaShfeMdApiImpl::_VexaSubDmaUp(uint32_t configCrc) {
         VEXA_LOG(LOG_ERROR, "check version is fail.");
         return -1;
     }
-    if (configCrc != 0) {
+    {
         const CRaisedLogLevel raised(m_u50ConfigInfo.log_level);
-        m_drvRegEnyx.WriteRegister(reg::CONFIG_CHECKSUM, configCrc);
-        VEXA_LOG(LOG_DEBUG, "channel%d update_reg configCrc[%u]", channel, configCrc);
+        if (configCrc != 0) {
+            m_drvRegEnyx.WriteRegister(reg::CONFIG_CHECKSUM, configCrc);
+            VEXA_LOG(LOG_DEBUG, "channel%d update_reg configCrc[%u]", channel, configCrc);
+        }
     }
     VEXA_LOG(LOG_DEBUG, "channel%d FPGA Init......end", channel);
 

@@ -1,20 +1,14 @@
 // The day's instrument list as a text file, so that other processes and operators can map ids to instrument numbers.
 // Runs on the thread that starts or receives; a failure is a warning and the start goes on.
-// Invariant: the name lies in a directory that anyone may write to, so the file is written beside and renamed into
-// place, and what stands there already is replaced only where it is an ordinary file of our own.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
+// Invariant: a line holds twelve columns, whatever the wire said an instrument is called.
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "public/clock/Clock.h"
+#include "public/file/ReplacedFile.h"
 #include "public/log/LogLine.h"
 #include "src/RegisterMap.h"
 #include "src/VexaShfeMdApiImpl.h"
@@ -38,13 +32,6 @@ std::string IndexPath(const std::string& directory) {
     return directory + name;
 }
 
-/// Nothing there, or an ordinary file of our own under one name.
-bool MayReplace(const std::string& path) {
-    struct stat status {};
-    if (lstat(path.c_str(), &status) != 0) return errno == ENOENT;
-    return S_ISREG(status.st_mode) && status.st_nlink == 1 && status.st_uid == geteuid();
-}
-
 /// A text from the wire must neither end a line nor begin a column.
 std::array<char, sizeof SInstTableType::inst_id + 1> ColumnText(const SInstTableType& slot) {
     std::array<char, sizeof slot.inst_id + 1> text{};
@@ -54,13 +41,16 @@ std::array<char, sizeof SInstTableType::inst_id + 1> ColumnText(const SInstTable
     return text;
 }
 
-void WriteSlots(std::FILE* file, const SInstTableType* table, uint32_t count) {
+void AddSlots(CReplacedFile& file, const SInstTableType* table, uint32_t count) {
+    char line[256];  // twelve columns of at most twenty characters
     for (uint32_t i = 0; i < count; ++i) {
         const SInstTableType& slot = table[i];
-        std::fprintf(file, "%d,%s,%u,%" PRIu64 ",%d,%" PRIu64 ",%u,%d,%d,%u,%d,%d\n", static_cast<int32_t>(i),
-                     ColumnText(slot).data(), slot.change_no, uint64_t{slot.open_interest}, slot.last_price,
-                     uint64_t{slot.turnover}, slot.volume, slot.price_tick, slot.codec_price, slot.vol_multiple,
-                     slot.upper_limit_price, slot.lower_limit_price);
+        const int length = std::snprintf(line, sizeof line, "%d,%s,%u,%" PRIu64 ",%d,%" PRIu64 ",%u,%d,%d,%u,%d,%d\n",
+                                         static_cast<int32_t>(i), ColumnText(slot).data(), slot.change_no,
+                                         uint64_t{slot.open_interest}, slot.last_price, uint64_t{slot.turnover},
+                                         slot.volume, slot.price_tick, slot.codec_price, slot.vol_multiple,
+                                         slot.upper_limit_price, slot.lower_limit_price);
+        file.Add({line, static_cast<std::size_t>(length)});
     }
 }
 
@@ -77,29 +67,22 @@ int32_t CVexaShfeMdApiImpl::_InstStaticInfoWriteFile() {
                  ineInstCount, path.c_str());
         return -1;
     }
-    std::string beside = path + ".XXXXXX";
-    const int descriptor = MayReplace(path) ? mkostemp(beside.data(), O_CLOEXEC) : -1;
-    std::FILE* file = descriptor < 0 ? nullptr : fdopen(descriptor, "w");
-    if (file == nullptr) {
-        if (descriptor >= 0) close(descriptor);
-        VEXA_LOG(LOG_WARNING, "open contract index file failed %s", path.c_str());
-        return -1;
+    CReplacedFile file(path);
+    if (file.IsOpen()) {
+        file.Add(HEADER);
+        _WriteIndexOf(file, SHFE_2PS, SHFE_4PS, shfeInstCount);
+        _WriteIndexOf(file, INE_2PS, INE_4PS, ineInstCount);
+        if (file.PutInPlace()) return 0;
     }
-    std::fputs(HEADER, file);
-    _WriteIndexOf(file, SHFE_2PS, SHFE_4PS, shfeInstCount);
-    _WriteIndexOf(file, INE_2PS, INE_4PS, ineInstCount);
-    const bool isWritten = std::ferror(file) == 0;
-    const bool isClosed = std::fclose(file) == 0;
-    if (isWritten && isClosed && MayReplace(path) && std::rename(beside.c_str(), path.c_str()) == 0) return 0;
-    unlink(beside.c_str());
     VEXA_LOG(LOG_WARNING, "open contract index file failed %s", path.c_str());
     return -1;
 }
 
 // The 4ps feed's table takes precedence where both have finished.
-void CVexaShfeMdApiImpl::_WriteIndexOf(std::FILE* file, EMDQPDataType feed2ps, EMDQPDataType feed4ps, uint32_t count) {
+void CVexaShfeMdApiImpl::_WriteIndexOf(CReplacedFile& file, EMDQPDataType feed2ps, EMDQPDataType feed4ps,
+                                       uint32_t count) {
     const bool has4ps = HasFeed(m_finishedMask, feed4ps);
     if (!has4ps && !HasFeed(m_finishedMask, feed2ps)) return;
     const EMDQPDataType feed = has4ps ? feed4ps : feed2ps;
-    WriteSlots(file, FeedTable(m_u50InstTable, feed), std::min(count, static_cast<uint32_t>(FeedCapacity(feed))));
+    AddSlots(file, FeedTable(m_u50InstTable, feed), std::min(count, static_cast<uint32_t>(FeedCapacity(feed))));
 }

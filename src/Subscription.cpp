@@ -7,23 +7,13 @@
 
 #include "public/log/LogLine.h"
 #include "src/BoardTable.h"
+#include "src/Selection.h"
 #include "src/VexaShfeMdApiImpl.h"
 
 namespace {
 
-constexpr std::size_t PRODUCT_LENGTH = 2;  // "cu"
-constexpr std::size_t FUTURE_LENGTH = 6;   // "cu2612"; longer ids are options
-
 std::string_view InstId(const SInstTableType& slot) {
     return {slot.inst_id, strnlen(slot.inst_id, sizeof slot.inst_id)};
-}
-
-/// Products and futures select by prefix; any other entry is a whole id and selects that instrument, option or not.
-bool IsSelected(const U50ChannelInfo& channel, std::string_view id, std::string_view entry) {
-    const bool isPrefix = entry.size() == PRODUCT_LENGTH || entry.size() == FUTURE_LENGTH;
-    if (!channel.recvall && !isPrefix) return id == entry;
-    const bool isCandidate = channel.recvall || id.substr(0, entry.size()) == entry;
-    return isCandidate && (id.size() <= FUTURE_LENGTH || channel.options);
 }
 
 bool IsChannel(int32_t channel) { return channel >= 0 && channel < CHANNEL_SIZE; }
@@ -54,24 +44,42 @@ int32_t CVexaShfeMdApiImpl::_ContractSubscribeManager(int32_t channel) {
     }
     std::vector<CInstrumentType> entries;
     m_u50ConfigInfo.channelInfo[channel].insts.SplitByChar(entries, ',');
+    if (entries.empty()) return 0;
+    CSelection shfe = _SelectionOf(SHFE_2PS, SHFE_4PS, countOf(SHFE_2PS), channel);
+    CSelection ine = _SelectionOf(INE_2PS, INE_4PS, countOf(INE_2PS), channel);
     for (CInstrumentType& entry : entries) {
         VEXA_LOG(LOG_INFO, "shfeInstCount[%u] ineInstCount[%u] listen_insts[%s]", shfeInstCount, ineInstCount,
                  entry.data());
-        _SubscribePair(SHFE_2PS, SHFE_4PS, countOf(SHFE_2PS), channel, entry);
-        _SubscribePair(INE_2PS, INE_4PS, countOf(INE_2PS), channel, entry);
+        _SubscribeSelected(shfe, channel, entry);
+        _SubscribeSelected(ine, channel, entry);
     }
     return 0;
 }
 
-// The two feeds of one exchange, slot by slot in turn.
-void CVexaShfeMdApiImpl::_SubscribePair(EMDQPDataType feed2ps, EMDQPDataType feed4ps, int32_t count, int32_t channel,
-                                        CInstrumentType& entry) {
+// What a channel may have of an exchange's two feeds, slot by slot in turn.
+CSelection CVexaShfeMdApiImpl::_SelectionOf(EMDQPDataType feed2ps, EMDQPDataType feed4ps, int32_t count,
+                                            int32_t channel) {
+    CSelection selection(m_u50ConfigInfo.channelInfo[channel]);
     for (int32_t instNo = 0; instNo < count; ++instNo) {
         for (const EMDQPDataType feed : {feed2ps, feed4ps}) {
-            const reg::TablePort& port = reg::FEEDS[static_cast<std::size_t>(feed)].table;
-            _ContractSubscribe(FeedTable(m_u50InstTable, feed), HasFeed(m_u50ConfigInfo.enabled_mask, feed),
-                               port.readAddr, port.readData, port.writeAddr, port.writeData, instNo, channel, entry);
+            if (!HasFeed(m_u50ConfigInfo.enabled_mask, feed)) continue;
+            const std::string_view id = InstId(FeedTable(m_u50InstTable, feed)[instNo]);
+            if (!_HasPriceError(id)) selection.Add({id, instNo, feed});
         }
+    }
+    selection.Sort();
+    return selection;
+}
+
+bool CVexaShfeMdApiImpl::_HasPriceError(std::string_view id) const {
+    return !m_setPriceErrorInstId.empty() && m_setPriceErrorInstId.count(std::string(id)) != 0;
+}
+
+void CVexaShfeMdApiImpl::_SubscribeSelected(CSelection& selection, int32_t channel, CInstrumentType& entry) {
+    for (const CSelection::Slot& slot : selection.Of({entry.data(), entry.Length()})) {
+        const reg::TablePort& port = reg::FEEDS[static_cast<std::size_t>(slot.feed)].table;
+        _ContractSubscribe(FeedTable(m_u50InstTable, slot.feed), true, port.readAddr, port.readData, port.writeAddr,
+                           port.writeData, slot.instNo, channel, entry);
     }
 }
 
@@ -106,8 +114,8 @@ int32_t CVexaShfeMdApiImpl::_ContractSubscribe(SInstTableType* table, bool enabl
     if (!enabled || !feed || instNo < 0 || instNo >= FeedCapacity(*feed) || !IsChannel(channel)) return 0;
     SInstTableType& slot = table[instNo];
     const std::string id(InstId(slot));
-    if (m_setPriceErrorInstId.count(id) != 0) return 0;
     if (!IsSelected(m_u50ConfigInfo.channelInfo[channel], id, {entry.data(), entry.Length()})) return 0;
+    if (_HasPriceError(id)) return 0;
 
     const reg::TablePort port{writeAddrReg, writeDataReg, readAddrReg, readDataReg};
     const uint32_t word = static_cast<uint32_t>(instNo) * WORDS_PER_SLOT;

@@ -1,6 +1,7 @@
 // The factory: makes and ends session objects, and stands in when memory for one is short.
 #include "interface/VexaShfeMdApi.h"
 
+#include <cstdio>
 #include <new>
 
 #include "public/log/LogLine.h"
@@ -17,13 +18,32 @@ const CQelCharArray<1024> CVexaShfeMdApiImpl::VEXA_U50_VERSION =
 
 namespace {
 
-// The factory returns a reference and so cannot fail: this object refuses every start in its place.
+// The factory returns a reference and so cannot fail: this object refuses every start in its place, as a session that
+// cannot be initialised would.
 class CUnavailableApi final : public CVexaShfeMdApi {
 public:
-    int32_t VexaRecvStart(CVexaShfeMdSpi&, const char*) override { return -1; }
-    int32_t VexaStart(CVexaShfeMdSpi&, const char*) override { return -2; }
+    int32_t VexaRecvStart(CVexaShfeMdSpi& spi, const char* lpConfig) override {
+        VexaStart(spi, lpConfig);
+        return -1;
+    }
+    int32_t VexaStart(CVexaShfeMdSpi&, const char* lpConfig) override {
+        if (lpConfig == nullptr) {
+            std::fputs("VexaStart error, lpConfig is nullptr", stdout);
+            std::fflush(stdout);
+            return -1;
+        }
+        VEXA_LOG(LOG_ERROR, "_Init error");
+        return -2;
+    }
     int32_t VexaRecv() override { return -1; }
-    int32_t VexaStart(const char*) override { return -2; }
+    int32_t VexaStart(const char* lpConfig) override {
+        if (lpConfig == nullptr) {
+            VEXA_LOG(LOG_ERROR, "lpConfig is nullptr");
+            return -1;
+        }
+        VEXA_LOG(LOG_ERROR, "_Init error");
+        return -2;
+    }
     int32_t VexaRecv(VexaShfeMdType&) override { return -1; }
     int32_t VexaStop() override { return 0; }
 };

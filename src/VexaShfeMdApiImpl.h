@@ -6,9 +6,9 @@
 #include <atomic>
 #include <bitset>
 #include <cstdint>
-#include <cstdio>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "common/FpgaStructCommon.h"
@@ -23,6 +23,8 @@
 #include "src/Mdqp.h"
 #include "src/TcpSession.h"
 
+class CReplacedFile;
+class CSelection;
 struct SnapshotFrame;
 
 class CVexaShfeMdApiImpl : public CVexaShfeMdApi, public CSignalProcess {
@@ -157,8 +159,9 @@ protected:
 
     // Subscription.cpp
     int32_t _ContractSubscribeManager(int32_t channel);
-    void _SubscribePair(EMDQPDataType feed2ps, EMDQPDataType feed4ps, int32_t count, int32_t channel,
-                        CInstrumentType& entry);
+    CSelection _SelectionOf(EMDQPDataType feed2ps, EMDQPDataType feed4ps, int32_t count, int32_t channel);
+    bool _HasPriceError(std::string_view id) const;
+    void _SubscribeSelected(CSelection& selection, int32_t channel, CInstrumentType& entry);
     int32_t _ContractUnsubscribe(SInstTableType* table, uint32_t readAddrReg, uint32_t readDataReg,
                                  uint32_t writeAddrReg, uint32_t writeDataReg, int32_t count, int32_t channel);
     int32_t _ContractSubscribe(SInstTableType* table, bool enabled, uint32_t readAddrReg, uint32_t readDataReg,
@@ -167,7 +170,7 @@ protected:
 
     // ContractIndexFile.cpp
     int32_t _InstStaticInfoWriteFile();
-    void _WriteIndexOf(std::FILE* file, EMDQPDataType feed2ps, EMDQPDataType feed4ps, uint32_t count);
+    void _WriteIndexOf(CReplacedFile& file, EMDQPDataType feed2ps, EMDQPDataType feed4ps, uint32_t count);
     static std::string s_indexDirectory;  ///< tests write elsewhere
 
     // MarketDataHandler.cpp

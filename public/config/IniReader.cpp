@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
+#include <utility>
 
 #include "public/file/Descriptor.h"
 
@@ -51,55 +52,79 @@ T ToReal(const std::string& value) {
 }  // namespace
 
 bool CIniReader::ReadConfig(const std::string& path) {
-    m_configMap.clear();
-    std::string text;
-    if (!ReadWhole(path, text)) return false;
-    TakeLines(text);
+    *this = CIniReader();
+    auto text = std::make_shared<std::string>();
+    if (!ReadWhole(path, *text)) return false;
+    m_text = std::move(text);
+    TakeLines();
     return true;
 }
 
-// A section that is opened again takes over the entries of the section read last: files rely on it. A section gets
-// its entries when another one begins, not line by line: copying them all for each line would take quadratic time.
-void CIniReader::TakeLines(const std::string& text) {
-    std::string section;
-    std::string key;
-    std::string value;
-    Section current;
-    Section* open = nullptr;
+void CIniReader::TakeLines() {
+    const std::string_view text = *m_text;
+    std::string_view section;
     for (std::size_t start = 0; start < text.size();) {
         const std::size_t end = std::min(text.find('\n', start), text.size());
+        std::string_view key;
+        std::string_view value;
         if (AnalyseLine(text.substr(start, end - start), section, key, value)) {
-            const auto [found, isNew] = m_configMap.try_emplace(section);
-            if (open != nullptr && open != &found->second) *open = current;
-            open = &found->second;
-            if (isNew) {
-                current.clear();
-            } else {
-                current[key] = value;
-            }
+            const bool isHeader = key.empty();
+            if ((!isHeader && m_open != NONE) || Open(section)) Take(key, value);
         }
-        key.clear();
-        value.clear();
         start = end + 1;
     }
-    if (open != nullptr) *open = current;
 }
 
-bool CIniReader::AnalyseLine(const std::string& line, std::string& section, std::string& key, std::string& value) {
+// A section that is opened again takes over the entries of the section read last: files rely on it. Entries are never
+// copied from section to section, which would take quadratic time; each remembers the opening in which it was read.
+// False for a new section: it begins without entries, and the line that made it leaves none.
+bool CIniReader::Open(std::string_view section) {
+    const uint32_t number = m_sectionNames.Add(section);
+    const bool isNew = number == m_spans.size();
+    if (isNew) m_spans.push_back({});
+    if (number != m_open) ++m_opening;
+    if (isNew) m_cleared = m_opening;
+    m_open = number;
+    m_spans[number] = {m_cleared, m_opening};
+    return !isNew;
+}
+
+void CIniReader::Take(std::string_view key, std::string_view value) {
+    const uint32_t number = m_keyNames.Add(key);
+    if (number == m_newest.size()) m_newest.push_back(NONE);
+    uint32_t& newest = m_newest[number];
+    if (newest != NONE) {
+        Entry& entry = m_entries[newest];
+        const bool isInForce = entry.opening >= m_cleared && entry.value == value;
+        if (entry.opening == m_opening) entry.value = value;
+        if (isInForce || entry.opening == m_opening) return;
+    }
+    m_entries.push_back({value, m_opening, newest});
+    newest = static_cast<uint32_t>(m_entries.size()) - 1;
+}
+
+const CIniReader::Entry* CIniReader::FindEntry(uint32_t section, uint32_t key) const {
+    const Span span = m_spans[section];
+    uint32_t entry = m_newest[key];
+    while (entry != NONE && m_entries[entry].opening > span.last) entry = m_entries[entry].before;
+    return entry != NONE && m_entries[entry].opening >= span.first ? &m_entries[entry] : nullptr;
+}
+
+bool CIniReader::AnalyseLine(std::string_view line, std::string_view& section, std::string_view& key,
+                             std::string_view& value) {
     if (line.empty() || IsCommentChar(line.front())) return false;
     const std::size_t open = line.find('[');
-    const std::size_t close = line.find(']');
-    if (open != std::string::npos && close != std::string::npos) {
+    const std::size_t close = open == std::string_view::npos ? open : line.find(']');
+    if (close != std::string_view::npos) {
         // The length counts from the line's start; for a `]` in front it wraps round to "all that is left".
         section = line.substr(open + 1, close - 1);
         return true;
     }
-    std::size_t end = 0;
-    while (end < line.size() && !IsCommentChar(line[end])) ++end;
+    line = line.substr(0, line.find('#'));
     const std::size_t equals = line.find('=');
-    if (equals == std::string::npos || equals >= end) return false;
+    if (equals == std::string_view::npos) return false;
     key = line.substr(0, equals);
-    value = line.substr(equals + 1, end - equals - 1);
+    value = line.substr(equals + 1);
     Trim(key);
     Trim(value);
     return !key.empty();
@@ -109,21 +134,31 @@ bool CIniReader::IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || 
 
 bool CIniReader::IsCommentChar(char c) { return c == '#'; }
 
-void CIniReader::Trim(std::string& text) {
-    std::size_t first = 0;
-    std::size_t last = text.size();
-    while (first < last && IsSpace(text[first])) ++first;
-    while (last > first && IsSpace(text[last - 1])) --last;
-    text = text.substr(first, last - first);
+void CIniReader::Trim(std::string_view& text) {
+    while (!text.empty() && IsSpace(text.front())) text.remove_prefix(1);
+    while (!text.empty() && IsSpace(text.back())) text.remove_suffix(1);
+}
+
+std::map<std::string, CIniReader::Section> CIniReader::Sections() const {
+    std::map<std::string, Section> sections;
+    for (uint32_t section = 0; section < m_spans.size(); ++section) {
+        Section& entries = sections[std::string(m_sectionNames.Names()[section])];
+        for (uint32_t key = 0; key < m_newest.size(); ++key) {
+            if (const Entry* entry = FindEntry(section, key))
+                entries[std::string(m_keyNames.Names()[key])] = entry->value;
+        }
+    }
+    return sections;
 }
 
 bool CIniReader::ReadCommon(const char* section, const char* key, std::string& out) {
     if (section == nullptr || key == nullptr) return false;
-    const auto foundSection = m_configMap.find(section);
-    if (foundSection == m_configMap.end()) return false;
-    const auto foundKey = foundSection->second.find(key);
-    if (foundKey == foundSection->second.end()) return false;
-    out = foundKey->second;
+    const uint32_t sectionNumber = m_sectionNames.Find(section);
+    const uint32_t keyNumber = m_keyNames.Find(key);
+    if (sectionNumber == CNameTable::NONE || keyNumber == CNameTable::NONE) return false;
+    const Entry* entry = FindEntry(sectionNumber, keyNumber);
+    if (entry == nullptr) return false;
+    out = entry->value;
     return true;
 }
 

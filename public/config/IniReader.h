@@ -7,7 +7,12 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
+
+#include "public/config/NameTable.h"
 
 class CIniReader {
 public:
@@ -28,14 +33,42 @@ public:
     /// False when a name is null or missing. An empty value is a value.
     bool ReadCommon(const char* section, const char* key, std::string& out);
 
-    const std::map<std::string, Section>& Sections() const { return m_configMap; }
+    /// All that was read. Sections that share entries have each its own here, so that it may be far more than the file.
+    std::map<std::string, Section> Sections() const;
 
 private:
+    static constexpr uint32_t NONE = UINT32_MAX;
+
+    /// A section's entries are those of these openings, the latest of each key.
+    struct Span {
+        uint32_t first;
+        uint32_t last;
+    };
+
+    struct Entry {
+        std::string_view value;
+        uint32_t opening;  ///< the one in which it was read
+        uint32_t before;   ///< the same key's entry before it, or NONE
+    };
+
     static bool IsSpace(char c);
     static bool IsCommentChar(char c);
-    static void Trim(std::string& text);
-    static bool AnalyseLine(const std::string& line, std::string& section, std::string& key, std::string& value);
-    void TakeLines(const std::string& text);
+    static void Trim(std::string_view& text);
+    static bool AnalyseLine(std::string_view line, std::string_view& section, std::string_view& key,
+                            std::string_view& value);
+    void TakeLines();
+    bool Open(std::string_view section);
+    void Take(std::string_view key, std::string_view value);
+    const Entry* FindEntry(uint32_t section, uint32_t key) const;
 
-    std::map<std::string, Section> m_configMap;
+    std::shared_ptr<const std::string> m_text;  ///< all names and values lie in it
+    CNameTable m_sectionNames;
+    CNameTable m_keyNames;
+    std::vector<Span> m_spans;       ///< by section
+    std::vector<uint32_t> m_newest;  ///< by key: its latest entry
+    std::vector<Entry> m_entries;
+
+    uint32_t m_open = NONE;  ///< the section that lines belong to
+    uint32_t m_opening = 0;  ///< counts how often the section changed
+    uint32_t m_cleared = 0;  ///< the opening that began without entries last
 };

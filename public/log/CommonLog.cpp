@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -16,6 +17,7 @@
 #include <string>
 
 #include "public/clock/Clock.h"
+#include "public/file/WriteWhole.h"
 #include "public/log/LogFile.h"
 
 namespace {
@@ -118,7 +120,15 @@ void CCommonLog::SetLogPath(const char* path) {
     m_isChanging.clear(std::memory_order_release);
 }
 
-void CCommonLog::SetSink(ILogSink* sink) { m_sink.store(sink, std::memory_order_release); }
+void CCommonLog::SetSink(ILogSink* sink) {
+    m_limit.Forget();
+    m_sink.store(sink, std::memory_order_release);
+}
+
+bool CCommonLog::IsHeldBack(ELOGLEVEL level, const char* file, int line) {
+    if (!CLogLimit::IsLimited(level) || !m_limit.IsUsedUp(file, line)) return false;
+    return m_limit.IsHeld(level, file, line, FloorDiv(CClock::WallNanoseconds(), NANOSECONDS_PER_SECOND));
+}
 
 void CCommonLog::WriteLog(ELOGLEVEL level, const char* format, ...) {
     if (!IsEnabled(level)) return;
@@ -136,8 +146,31 @@ void CCommonLog::WriteText(ELOGLEVEL level, const char* text, std::size_t length
 }
 
 void CCommonLog::Emit(ELOGLEVEL level, const char* text, std::size_t length, bool mayOpen) {
+    const bool isLimited = CLogLimit::IsLimited(level);
+    // A sink's lines carry no time: the clock is looked at for them only where the limit asks.
+    const bool needsTime = m_sink.load(std::memory_order_relaxed) == nullptr || isLimited || m_limit.IsHolding();
+    const int64_t now = needsTime ? CClock::WallNanoseconds() : 0;
+    const int64_t second = FloorDiv(now, NANOSECONDS_PER_SECOND);
+    LogHeld held;
+    while (m_limit.IsHolding() && m_limit.TakeHeld(second, held)) TellHeld(held, now, mayOpen);
+    held.lines = 0;
+    if (isLimited && !m_limit.Passes(level, {text, length}, second, held)) return;
+    TellHeld(held, now, mayOpen);
+    Put(level, text, length, now, mayOpen);
+}
+
+/// "[file:line][function]N more like this", without the formatted-output functions.
+void CCommonLog::TellHeld(const LogHeld& held, int64_t now, bool mayOpen) {
+    if (held.lines == 0 || !IsEnabled(held.level)) return;
+    char line[256];
+    char* end = std::copy(held.head.begin(), held.head.end(), line);
+    end = std::to_chars(end, line + sizeof line, held.lines).ptr;
+    end = PutText(end, " more like this");
+    Put(held.level, line, static_cast<std::size_t>(end - line), now, mayOpen);
+}
+
+void CCommonLog::Put(ELOGLEVEL level, const char* text, std::size_t length, int64_t now, bool mayOpen) {
     if (ILogSink* sink = m_sink.load(std::memory_order_acquire)) return sink->OnLine(level, text, length);
-    const int64_t now = CClock::WallNanoseconds();
     if (mayOpen) Refresh(FloorDiv(now, NANOSECONDS_PER_SECOND));
     const int file = m_file.load(std::memory_order_acquire);
     if (file == NO_FILE) return Drop();
@@ -147,7 +180,7 @@ void CCommonLog::Emit(ELOGLEVEL level, const char* text, std::size_t length, boo
     end = PutPrintable(end, text, length);
     *end++ = '\n';
     const auto size = static_cast<std::size_t>(end - line);
-    const std::size_t written = log_file::WriteWhole(file, line, size);
+    const std::size_t written = WriteWhole(file, line, size);
     if (written == size) return;
     const int reason = errno;
     TakeBack(file, written);
@@ -216,8 +249,7 @@ void CCommonLog::TellOnce(const char* what, const char* file, int reason) {
     const int length =
         std::snprintf(line, sizeof line, "vexa_shfe_md: the log file %.512s %s (%s); the session goes on without it\n",
                       file, what, std::strerror(reason));
-    if (length > 0)
-        log_file::WriteWhole(STANDARD_ERROR, line, std::min(static_cast<std::size_t>(length), sizeof line - 1));
+    if (length > 0) WriteWhole(STANDARD_ERROR, line, std::min(static_cast<std::size_t>(length), sizeof line - 1));
 }
 
 void CCommonLog::Drop() { m_dropped.fetch_add(1, std::memory_order_relaxed); }

@@ -2,6 +2,7 @@
 /// for appending. A line waits for no other and allocates nothing; the first one of a path or a day opens the file,
 /// which does. A log that cannot be written never stops the session: that is told once for each path on standard error,
 /// and lines are counted.
+/// Of one place's warnings and errors at most 200 a second are kept; then "N more like this" tells of the others.
 #pragma once
 
 #include <atomic>
@@ -9,9 +10,10 @@
 #include <cstdint>
 
 #include "public/log/LogLevel.h"
+#include "public/log/LogLimit.h"
 
-/// Receives every text in place of the file (tests, tools): without the time and level in front, without a line end,
-/// and with control bytes as they were given. `line` is valid during the call.
+/// Receives every text that is kept in place of the file (tests, tools): without the time and level in front, without a
+/// line end, and with control bytes as they were given. `line` is valid during the call.
 class ILogSink {
 public:
     virtual void OnLine(ELOGLEVEL level, const char* line, std::size_t length) = 0;
@@ -41,10 +43,17 @@ public:
     /// One finished text, into what is open. Calls nothing but what a signal handler may call on Linux.
     void WriteText(ELOGLEVEL level, const char* text, std::size_t length);
 
+    /// Whether a warning or error of this place would be held back now; it is counted then and need not be formatted.
+    bool IsHeldBack(ELOGLEVEL level, const char* file, int line);
+
+    /// Lines held back since the process began; none of them counts as dropped.
+    uint64_t HeldBackLines() const { return m_limit.HeldLines(); }
+
     /// Lines that could not be written since the process began.
     uint64_t DroppedLines() const { return m_dropped.load(std::memory_order_relaxed); }
 
-    /// Puts `sink` in place of the file; null goes back to the file. `sink` must outlive its use, in whatever thread.
+    /// Puts `sink` in place of the file; null goes back to the file. `sink` must outlive its use, in whatever thread. What
+    /// was held back before is forgotten: two runs under the same clock see the same lines.
     void SetSink(ILogSink* sink);
 
     CCommonLog(const CCommonLog&) = delete;
@@ -54,6 +63,8 @@ private:
     CCommonLog() = default;
 
     void Emit(ELOGLEVEL level, const char* text, std::size_t length, bool mayOpen);
+    void TellHeld(const LogHeld& held, int64_t now, bool mayOpen);
+    void Put(ELOGLEVEL level, const char* text, std::size_t length, int64_t now, bool mayOpen);
     void Refresh(int64_t wallSeconds);
     void OpenDay(int64_t day);
     int OpenFileOf(int64_t day);
@@ -64,6 +75,7 @@ private:
     std::atomic<int32_t> m_mask{LOG_ERROR | LOG_WARNING | LOG_INFO | LOG_DEBUG};
     std::atomic<uint64_t> m_dropped{0};
     std::atomic<ILogSink*> m_sink{nullptr};
+    CLogLimit m_limit;
 
     // The file, changed under m_isChanging alone; who finds it taken goes on with what is open, and only SetLogPath
     // waits. The descriptor keeps its number from one file to the next, so that a line under way in a handler or

@@ -16,13 +16,14 @@ constexpr const char* LogBaseName(std::string_view path) {
 
 __attribute__((format(printf, 5, 6))) inline void WriteLogLine(ELOGLEVEL level, const char* file, int line,
                                                                const char* function, const char* format, ...) {
-    if (!CCommonLog::GetInstance().IsEnabled(level)) return;
+    CCommonLog& log = CCommonLog::GetInstance();
+    if (!log.IsEnabled(level) || log.IsHeldBack(level, file, line)) return;
     char text[LOG_TEXT_CAPACITY];
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    CCommonLog::GetInstance().WriteLog(level, "[%s:%d][%s]%s", file, line, function, text);
+    log.WriteLog(level, "[%s:%d][%s]%s", file, line, function, text);
 }
 
 #define VEXA_LOG(level, ...) WriteLogLine((level), LogBaseName(__FILE__), __LINE__, __func__, __VA_ARGS__)

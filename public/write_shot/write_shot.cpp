@@ -12,6 +12,7 @@
 #include <string>
 
 #include "public/clock/Clock.h"
+#include "public/file/WriteWhole.h"
 #include "public/log/LogFile.h"
 #include "public/log/LogLine.h"
 
@@ -92,8 +93,8 @@ std::string ShotName(int32_t channel, const char* ending, int attempt) {
 
 /// Writes head and body as one record, or nothing at all.
 bool Append(ShotFile& file, const void* head, std::size_t headSize, const void* body, std::size_t bodySize) {
-    const std::size_t written = log_file::WriteWhole(file.descriptor, head, headSize);
-    const std::size_t more = written == headSize ? log_file::WriteWhole(file.descriptor, body, bodySize) : 0;
+    const std::size_t written = WriteWhole(file.descriptor, head, headSize);
+    const std::size_t more = written == headSize ? WriteWhole(file.descriptor, body, bodySize) : 0;
     if (written == headSize && more == bodySize) {
         ++file.records;
         return true;

@@ -291,4 +291,14 @@ TEST_F(ChannelStartUp, EnginesOfOtherChannelsAreLeftAlone) {
     EXPECT_TRUE(api->m_isAllInitFinished);
 }
 
+TEST_F(ChannelStartUp, RebuildWithoutAChecksumGoesOnAtTheConfiguredLevel) {
+    api->m_u50ConfigInfo.log_level = static_cast<ELOGLEVEL>(LOG_ERROR | LOG_INFO);
+    api->m_isTcpInitFinished = true;
+    CCommonLog::GetInstance().SetLogLevel(LOG_ALL);  // as a bring-up that failed leaves it
+    ASSERT_EQ(api->_VexaSubDmaUp(0), 0);
+    EXPECT_TRUE(log.Has(LOG_DEBUG, "channel0 FPGA Init......begin"));
+    EXPECT_FALSE(log.Has(LOG_DEBUG, "channel0 FPGA Init......end"));
+    EXPECT_THAT(board.AccessesTo(0x1001, 0x1001), IsEmpty());
+}
+
 }  // namespace

@@ -14,6 +14,7 @@
 #include <iterator>
 #include <string>
 
+#include "public/file/WriteWhole.h"
 #include "public/log/LogFile.h"
 #include "public/log/LogLine.h"
 #include "tests/support/LogCapture.h"
@@ -323,7 +324,7 @@ TEST_F(CommonLog, FullFileKeepsWholeLinesIsToldOnceAndResumes) {
 TEST_F(CommonLog, FullDeviceFailsTheWrite) {
     const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
     ASSERT_GE(full, 0);
-    EXPECT_EQ(log_file::WriteWhole(full, "abc", 3), 0U);
+    EXPECT_EQ(WriteWhole(full, "abc", 3), 0U);
     close(full);
 }
 

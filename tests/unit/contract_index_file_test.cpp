@@ -1,7 +1,10 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -13,6 +16,27 @@
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
 #include "tests/support/VirtualClock.h"
+
+namespace {
+
+bool g_isRenameRefused = false;
+bool g_hasNoStream = false;
+
+}  // namespace
+
+// In front of the C library's: calls that fail on request.
+
+extern "C" int rename(const char* from, const char* to) noexcept {
+    if (!g_isRenameRefused) return renameat(AT_FDCWD, from, AT_FDCWD, to);
+    errno = EIO;
+    return -1;
+}
+
+extern "C" FILE* fdopen(int file, const char* mode) noexcept {
+    if (!g_hasNoStream) return fopen(("/proc/self/fd/" + std::to_string(file)).c_str(), mode);
+    errno = ENOMEM;
+    return nullptr;
+}
 
 namespace {
 
@@ -45,6 +69,9 @@ protected:
         std::stringstream text;
         text << std::ifstream(path).rdbuf();
         return text.str();
+    }
+    std::ptrdiff_t Entries() const {
+        return std::distance(fs::directory_iterator(directory.Path()), fs::directory_iterator());
     }
     void ExpectRefused() {
         EXPECT_EQ(api->_InstStaticInfoWriteFile(), -1);
@@ -113,14 +140,34 @@ TEST_F(ContractIndexFile, CountsBeyondTheTableAreCapped) {
     EXPECT_EQ(std::count(content.begin(), content.end(), '\n'), 16385);
 }
 
-TEST_F(ContractIndexFile, FileOfOurOwnIsReplacedAndOwnerOnly) {
+TEST_F(ContractIndexFile, FileOfOurOwnIsReplaced) {
     std::ofstream(Name("am")) << "old";
     ASSERT_EQ(api->_InstStaticInfoWriteFile(), 0);
     EXPECT_THAT(Content(Name("am")), testing::StartsWith("contract_no"));
-    struct stat status {};
-    ASSERT_EQ(stat(Name("am").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777U, 0600U);
-    EXPECT_EQ(std::distance(fs::directory_iterator(directory.Path()), fs::directory_iterator()), 1);
+    EXPECT_EQ(Entries(), 1);
+}
+
+TEST_F(ContractIndexFile, OthersMayReadItAsFarAsTheUmaskLetsThem) {
+    for (const auto& [mask, expected] : {std::pair{0U, 0644U}, {022U, 0644U}, {027U, 0640U}, {077U, 0600U}}) {
+        const mode_t before = umask(mask);
+        EXPECT_EQ(api->_InstStaticInfoWriteFile(), 0);
+        umask(before);
+        struct stat status {};
+        ASSERT_EQ(stat(Name("am").c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777U, expected) << "umask " << mask;
+    }
+}
+
+TEST_F(ContractIndexFile, NothingIsLeftBesideWhereTheFileCannotBePutInPlace) {
+    for (bool* const fails : {&g_hasNoStream, &g_isRenameRefused}) {
+        std::ofstream(Name("am")) << "old";
+        *fails = true;
+        const int32_t result = api->_InstStaticInfoWriteFile();
+        *fails = false;
+        EXPECT_EQ(Entries(), 1);
+        EXPECT_EQ(result == 0, Content(Name("am")) != "old");
+    }
+    EXPECT_TRUE(log.Has(LOG_WARNING, "open contract index file failed " + Name("am").string()));
 }
 
 TEST_F(ContractIndexFile, SymbolicLinkCountsAsCannotBeOpened) {

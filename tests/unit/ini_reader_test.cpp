@@ -4,7 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <random>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "public/config/IniReader.h"
 #include "tests/support/IniText.h"
@@ -17,12 +20,21 @@ namespace {
 
 class IniReader : public testing::Test {
 protected:
-    const std::map<std::string, CIniReader::Section>& Read(const std::string& text) {
+    std::map<std::string, CIniReader::Section> Read(const std::string& text) {
         const TempFile file(text);
         EXPECT_TRUE(ini.ReadConfig(file.Path()));
         return ini.Sections();
     }
+    /// The same without a disk, for tests that read thousands of files.
+    bool ReadFromMemory(const std::string& text) {
+        return ftruncate(memory, 0) == 0 &&
+               pwrite(memory, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()) &&
+               ini.ReadConfig("/proc/self/fd/" + std::to_string(memory));
+    }
+    ~IniReader() override { close(memory); }
+
     CIniReader ini;
+    int memory = memfd_create("ini", MFD_CLOEXEC);
 };
 
 using Sections = std::map<std::string, CIniReader::Section>;
@@ -55,6 +67,28 @@ bool ReadLine(const std::string& line, Reading& reading) {
     reading.name = Trimmed(content.substr(0, equals));
     reading.value = Trimmed(content.substr(equals + 1));
     return !reading.name.empty();
+}
+
+/// A second reading of a whole file: after each line that says something, the section it belongs to holds a copy of the
+/// entries read since a new section began last.
+Sections ReadPlainly(const std::string& text) {
+    Sections sections;
+    CIniReader::Section current;
+    std::string section;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        Reading reading;
+        if (!ReadLine(line, reading)) continue;
+        if (reading.isHeader) section = reading.name;
+        if (sections.count(section) == 0) {
+            current.clear();
+            sections[section];
+        } else {
+            current[reading.isHeader ? "" : reading.name] = reading.isHeader ? "" : reading.value;
+            sections[section] = current;
+        }
+    }
+    return sections;
 }
 
 /// What a file of "[s]", the line and "k=v" holds.
@@ -162,9 +196,6 @@ TEST_F(IniReader, NullDefaultReadsAsEmpty) { EXPECT_EQ(ini.ReadString("s", "none
 
 TEST_F(IniReader, EveryShortLineReadsAsItsSecondReadingSays) {
     const std::string alphabet = "[]=# a\r";
-    const int file = memfd_create("lines", MFD_CLOEXEC);
-    ASSERT_GE(file, 0);
-    const std::string path = "/proc/self/fd/" + std::to_string(file);
     for (std::size_t length = 0, count = 1; length <= 6; ++length, count *= alphabet.size()) {
         for (std::size_t number = 0; number < count; ++number) {
             std::string line;
@@ -172,13 +203,10 @@ TEST_F(IniReader, EveryShortLineReadsAsItsSecondReadingSays) {
                 line += alphabet[rest % alphabet.size()];
             }
             const std::string text = "[s]\n" + line + "\nk=v\n";
-            ASSERT_EQ(ftruncate(file, 0), 0);
-            ASSERT_EQ(pwrite(file, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
-            ASSERT_TRUE(ini.ReadConfig(path));
+            ASSERT_TRUE(ReadFromMemory(text));
             ASSERT_EQ(ini.Sections(), Expected(line)) << testing::PrintToString(line);
         }
     }
-    close(file);
 }
 
 TEST_F(IniReader, ManyKeysOfOneSectionAreAllKept) {
@@ -190,6 +218,75 @@ TEST_F(IniReader, ManyKeysOfOneSectionAreAllKept) {
 TEST_F(IniReader, AnyBytesAreRead) {
     EXPECT_EQ(Read(std::string("[s]\na=\0\x01\xff\n", 10)).at("s").at("a"), std::string("\0\x01\xff", 3));
     EXPECT_EQ(Read("[s]\na=" + std::string(10'000'000, 'x') + "\n").at("s").at("a").size(), 10'000'000U);
+}
+
+TEST_F(IniReader, FilesOfAFewNamesReadAsTheirSecondReadingSays) {
+    const std::vector<std::string> pieces = {
+        "[a]", "[b]", "[c]", "[d]", "[]", "a=1", "a=2", "a=", "b=1", "b=2", "c=1", "x", "=", "#[a]", "", " [a]"};
+    std::mt19937 random(7);
+    for (int round = 0; round < 4'000; ++round) {
+        std::string text;
+        // Some files know few of the pieces, so that all sections have been opened before long.
+        const std::size_t known = 2 + random() % (pieces.size() - 1);
+        for (uint32_t lines = 1 + random() % 40; lines > 0; --lines) {
+            text += pieces[(random() % known + static_cast<std::size_t>(round)) % pieces.size()] + "\n";
+        }
+        ASSERT_TRUE(ReadFromMemory(text));
+        const Sections expected = ReadPlainly(text);
+        ASSERT_EQ(ini.Sections(), expected) << text;
+        for (const auto& [section, entries] : expected) {
+            for (const char* key : {"", "a", "b", "c", "d"}) {
+                const auto found = entries.find(key);
+                ASSERT_EQ(ini.ReadString(section.c_str(), key, "none"), found == entries.end() ? "none" : found->second)
+                    << text;
+            }
+        }
+    }
+}
+
+TEST_F(IniReader, FileOfRandomBytesOfTheGrammarReadsAsItsSecondReadingSays) {
+    const std::string alphabet = "[[]]==\n\n\n# ab\r\t";
+    std::mt19937 random(11);
+    for (int round = 0; round < 4'000; ++round) {
+        std::string text;
+        for (uint32_t length = random() % 120; length > 0; --length) text += alphabet[random() % alphabet.size()];
+        ASSERT_TRUE(ReadFromMemory(text));
+        ASSERT_EQ(ini.Sections(), ReadPlainly(text)) << testing::PrintToString(text);
+    }
+}
+
+/// Copying the entries of a section at each change of it would take days here.
+TEST_F(IniReader, SectionsThatAlternateWithNewEntriesAreReadInOnePass) {
+    constexpr int SECTIONS = 200'000;
+    std::string text = "[config]\n";
+    for (int i = 0; i < SECTIONS; ++i) text += "[" + std::to_string(i) + "]\n";
+    for (int i = 0; i < SECTIONS; ++i) {
+        const std::string number = std::to_string(i);
+        text += "[" + number + "]\nk" + number + "=" + number + "\nsame=" + number + "\n";
+    }
+    text += "[config]\nlast=1\n";
+    ASSERT_TRUE(ReadFromMemory(text));
+    EXPECT_EQ(ini.ReadString("77", "same", "none"), "77");
+    EXPECT_EQ(ini.ReadString("77", "k76", "none"), "76");
+    EXPECT_EQ(ini.ReadString("77", "k78", "none"), "none");
+    EXPECT_EQ(ini.ReadString("config", "same", "none"), std::to_string(SECTIONS - 1));
+    EXPECT_EQ(ini.ReadString("config", "k5", "none"), "5");
+    EXPECT_EQ(ini.ReadString("config", "last", "none"), "1");
+    EXPECT_EQ(ini.ReadString("77", "last", "none"), "none");
+}
+
+TEST_F(IniReader, NewSectionBeginsWithoutTheEntriesBefore) {
+    const Sections sections = Read("[a]\nx=1\n[b]\n[a]\n[c]\nx=3\n[a]\n");
+    EXPECT_THAT(sections.at("a"), ElementsAre(Pair("", ""), Pair("x", "3")));
+    EXPECT_THAT(sections.at("b"), IsEmpty());
+    EXPECT_THAT(sections.at("c"), ElementsAre(Pair("x", "3")));
+}
+
+TEST_F(IniReader, FileReadAgainLeavesNothingOfTheOneBefore) {
+    Read("[a]\nx=1\n");
+    EXPECT_THAT(Read("[b]\ny=2\n"), ElementsAre(Pair("b", ElementsAre(Pair("y", "2")))));
+    EXPECT_FALSE(ini.ReadConfig("/nonexistent/x.ini"));
+    EXPECT_THAT(ini.Sections(), IsEmpty());
 }
 
 }  // namespace

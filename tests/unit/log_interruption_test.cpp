@@ -39,7 +39,7 @@ void OnTrap(int, siginfo_t* info, void* context) {
 class LogInterruption : public testing::Test {
 protected:
     LogInterruption() {
-        clock.step = 0;
+        clock.step = 10'000'000;  // no place has more than a hundred lines a second
         CCommonLog::GetInstance().SetLogPath("");
         VEXA_LOG(LOG_INFO, "the log is standard error");
         CCommonLog::GetInstance().SetLogPath((directory.Path().string() + "/").c_str());
@@ -54,10 +54,10 @@ protected:
         CSignalProcess::m_isExit = false;
     }
 
-    static void WriteInterruptedLine() {
+    static void WriteInterruptedLine(ELOGLEVEL level = LOG_INFO) {
         g_steps = 0;
         raise(SIGTRAP);
-        VEXA_LOG(LOG_INFO, "an interrupted line, number %d, text %s", 42, "abc");
+        VEXA_LOG(level, "an interrupted line, number %d, text %s", 42, "abc");
         raise(SIGTRAP);
     }
 
@@ -70,9 +70,16 @@ protected:
         return lines;
     }
 
+    /// "N more like this" where the line ends so.
+    static std::string MoreLike(const std::string& line) {
+        const bool isMore = line.ends_with(" more like this");
+        return isMore ? line.substr(line.rfind(']') + 1) : "none";
+    }
+
     struct Counts {
         uint64_t outer = 0;
         uint64_t handlers = 0;
+        uint64_t told = 0;  ///< handlers' lines that were held back
         std::vector<std::string> broken;
     };
 
@@ -80,11 +87,16 @@ protected:
         Counts counts;
         for (const std::string& line : lines) {
             const bool hasHead = line.starts_with("2026-");
-            if (hasHead && line.find(" [INFO] [") != std::string::npos && line.ends_with(OUTER_TEXT)) {
+            const bool isOuter = line.find(" [INFO] [log_inter") != std::string::npos ||
+                                 line.find(" [WARNING] [log_inter") != std::string::npos;
+            if (hasHead && isOuter && line.ends_with(OUTER_TEXT)) {
                 ++counts.outer;
             } else if (hasHead && line.find(" [ERROR] [SignalProcess.h:") != std::string::npos &&
                        line.ends_with("]received signal 2")) {
                 ++counts.handlers;
+            } else if (hasHead && line.find(" [ERROR] [SignalProcess.h:") != std::string::npos &&
+                       line.ends_with("][SignalHandler]" + MoreLike(line))) {
+                counts.told += std::stoull(MoreLike(line));
             } else {
                 counts.broken.push_back(line);
             }
@@ -118,6 +130,23 @@ TEST_F(LogInterruption, SignalAtAnyInstructionOfTheOpeningOfTheFileLosesNoLine) 
     const Counts counts = Sort(lines);
     EXPECT_EQ(counts.outer, 1U);
     EXPECT_EQ(counts.handlers, g_steps);
+    EXPECT_THAT(counts.broken, testing::IsEmpty());
+}
+
+TEST_F(LogInterruption, SignalAtAnyInstructionOfAFloodIsKeptOrCounted) {
+    VEXA_LOG(LOG_INFO, "%s", OUTER_TEXT);  // opens the file
+    clock.step = 0;
+    uint64_t steps = 0;
+    for (int second = 0; second < 3; ++second) {
+        WriteInterruptedLine(LOG_WARNING);
+        steps += g_steps;
+        clock.Advance(1'000'000'000);
+    }
+    VEXA_LOG(LOG_INFO, "%s", OUTER_TEXT);  // tells the rest
+    const Counts counts = Sort(LinesOfTheFile());
+    EXPECT_EQ(counts.outer, 5U);
+    EXPECT_EQ(counts.handlers, 600U);
+    EXPECT_EQ(counts.handlers + counts.told, steps);
     EXPECT_THAT(counts.broken, testing::IsEmpty());
 }
 

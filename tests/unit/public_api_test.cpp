@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <vector>
@@ -125,23 +126,43 @@ TEST_F(PublicApi, DestroyRunsTheImplementationsDestructor) {
 #endif
 #if !defined(__SANITIZE_ADDRESS__) && !HAS_FEATURE(address_sanitizer)
 // A sanitizer needs the whole address space for itself.
+/// What the factory gives in a process without memory for a session object.
+CVexaShfeMdApi& MakeWithoutMemory() {
+    const rlimit limit{64 << 20, 64 << 20};
+    setrlimit(RLIMIT_AS, &limit);
+    CVexaShfeMdApi* made = nullptr;
+    for (int i = 0; i < 64; ++i) made = &CVexaShfeMdApi::CreateVexaShfeMdApi();
+    return *made;
+}
+
 TEST(PublicApiDeathTest, WithoutMemoryTheFactoryGivesAnObjectThatRefusesEveryStart) {
     const auto startWithoutMemory = [] {
-        const rlimit limit{64 << 20, 64 << 20};
-        setrlimit(RLIMIT_AS, &limit);
-        std::vector<CVexaShfeMdApi*> made;
-        made.reserve(64);
-        for (int i = 0; i < 64; ++i) made.push_back(&CVexaShfeMdApi::CreateVexaShfeMdApi());
+        CVexaShfeMdApi& last = MakeWithoutMemory();
         VexaShfeMdType md{};
         RememberingSpi spi;
-        CVexaShfeMdApi& last = *made.back();
         const bool isRefusing = last.VexaStart("x") == -2 && last.VexaStart(spi, "x") == -2 &&
                                 last.VexaRecvStart(spi, "x") == -1 && last.VexaRecv() == -1 &&
                                 last.VexaRecv(md) == -1 && last.VexaStop() == 0;
         CVexaShfeMdApi::DestroyVexaShfeMdApi(last);
         _exit(isRefusing ? 0 : 1);
     };
-    EXPECT_EXIT(startWithoutMemory(), testing::ExitedWithCode(0), "no memory for a session object");
+    EXPECT_EXIT(startWithoutMemory(), testing::ExitedWithCode(0), "no memory for a session object(.|\n)*_Init error");
+}
+
+TEST(PublicApiDeathTest, WithoutMemoryANullPathIsToldAsEver) {
+    const auto startWithoutMemory = [] {
+        CVexaShfeMdApi& last = MakeWithoutMemory();
+        const LogCapture log;
+        RememberingSpi spi;
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        const bool isNothingLogged =
+            last.VexaStart(spi, nullptr) == -1 && last.VexaRecvStart(spi, nullptr) == -1 && log.lines.empty();
+        const bool isLogged =
+            last.VexaStart(nullptr) == -1 && log.lines.size() == 1 && log.Has(LOG_ERROR, "lpConfig is nullptr");
+        _exit(isNothingLogged && isLogged ? 0 : 1);
+    };
+    EXPECT_EXIT(startWithoutMemory(), testing::ExitedWithCode(0),
+                "VexaStart error, lpConfig is nullptrVexaStart error, lpConfig is nullptr");
 }
 #endif
 

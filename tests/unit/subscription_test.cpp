@@ -1,13 +1,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <random>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "public/log/LogLine.h"
 #include "public/reg/BoardProviderLoader.h"
 #include "software_board/SoftwareBoard.h"
 #include "src/RegisterMap.h"
+#include "src/Selection.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
@@ -41,7 +47,7 @@ protected:
     }
     void Put(EMDQPDataType feed, const char* id) {
         SInstTableType slot{};
-        std::strncpy(slot.inst_id, id, sizeof slot.inst_id - 1);
+        std::memcpy(slot.inst_id, id, std::min(std::strlen(id), sizeof slot.inst_id - 1));
         uint32_t words[WORDS_PER_SLOT];
         std::memcpy(words, &slot, sizeof words);
         const auto first = static_cast<uint32_t>(used[feed]++) * WORDS_PER_SLOT;
@@ -165,6 +171,117 @@ TEST_F(Subscription, CountsBeyondTheTablesAreCapped) {
     EXPECT_TRUE(log.Has(LOG_INFO, "if shfeInstCount > 16384, set shfeInstCount = 16384."));
     EXPECT_TRUE(log.Has(LOG_INFO, "if ineInstCount > 4096, set ineInstCount = 4096."));
     EXPECT_EQ(Subscribed(0).size(), 2U);
+}
+
+/// Ids of few letters, many of them twice, empty or longer than a future's, in four tables; and lists of entries of the
+/// same letters.
+class SubscriptionOrder : public Subscription, public testing::WithParamInterface<uint32_t> {
+protected:
+    SubscriptionOrder() {
+        std::mt19937 random(GetParam());
+        const auto text = [&random](std::size_t longest) {
+            std::string letters;
+            for (std::size_t length = random() % (longest + 1); length > 0; --length) letters += "ab1"[random() % 3];
+            return letters;
+        };
+        for (int32_t& count : used) count = 0;
+        for (const EMDQPDataType feed : ALL_FEEDS) {
+            const int32_t count = feed == SHFE_2PS || feed == SHFE_4PS ? 60 : 25;
+            for (int32_t i = 0; i < count; ++i)
+                Put(feed, (text(random() % 2 == 0 ? 3 : 8) + (random() % 9 == 0 ? "TAS" : "")).c_str());
+        }
+        board.Write(reg::SHFE_INST_COUNT, 60);
+        board.Write(reg::INE_INST_COUNT, 25);
+        U50ConfigInfo& config = api->m_u50ConfigInfo;
+        config.enabled_mask.enabled_mask = static_cast<uint8_t>(1 + random() % 15);
+        for (int i = 0; i < 5; ++i) api->m_setPriceErrorInstId.insert(text(3));
+        std::string insts;
+        for (uint32_t entries = random() % 12; entries > 0; --entries) insts += text(random() % 3 == 0 ? 8 : 2) + ",";
+        config.channelInfo[7].insts.UnSafeCopyFrom(insts.c_str());
+        config.channelInfo[7].options = random() % 2 == 0;
+        config.channelInfo[7].recvall = random() % 5 == 0;
+    }
+    /// Every slot of every table is asked for each entry.
+    void SubscribePlainly() {
+        const auto count = [](EMDQPDataType feed) { return feed == SHFE_2PS || feed == SHFE_4PS ? 60 : 25; };
+        for (const EMDQPDataType feed : ALL_FEEDS) {
+            const reg::TablePort& port = reg::FEEDS[feed].table;
+            api->_ContractUnsubscribe(FeedTable(api->m_u50InstTable, feed), port.readAddr, port.readData,
+                                      port.writeAddr, port.writeData, count(feed), 7);
+        }
+        std::vector<CInstrumentType> entries;
+        api->m_u50ConfigInfo.channelInfo[7].insts.SplitByChar(entries, ',');
+        for (CInstrumentType& entry : entries) {
+            VEXA_LOG(LOG_INFO, "shfeInstCount[60] ineInstCount[25] listen_insts[%s]", entry.data());
+            for (const auto& [feed2ps, feed4ps] : {std::pair{SHFE_2PS, SHFE_4PS}, {INE_2PS, INE_4PS}}) {
+                for (int32_t instNo = 0; instNo < count(feed2ps); ++instNo) {
+                    SubscribeSlot(feed2ps, instNo, entry);
+                    SubscribeSlot(feed4ps, instNo, entry);
+                }
+            }
+        }
+    }
+    void SubscribeSlot(EMDQPDataType feed, int32_t instNo, CInstrumentType& entry) {
+        const reg::TablePort& port = reg::FEEDS[feed].table;
+        api->_ContractSubscribe(FeedTable(api->m_u50InstTable, feed),
+                                (api->m_u50ConfigInfo.enabled_mask.enabled_mask >> feed & 1) != 0, port.readAddr,
+                                port.readData, port.writeAddr, port.writeData, instNo, 7, entry);
+    }
+    /// Levels and texts; every register access is among them.
+    std::vector<std::pair<ELOGLEVEL, std::string>> TakeLines() {
+        std::vector<std::pair<ELOGLEVEL, std::string>> lines;
+        for (const LogCapture::Line& line : log.lines) lines.emplace_back(line.level, line.Text());
+        log.lines.clear();
+        return lines;
+    }
+};
+
+TEST_P(SubscriptionOrder, EveryAccessAndLineIsThatOfAWalkOverAllSlots) {
+    SubscribePlainly();  // from here on both find the same words on the board
+    TakeLines();
+    SubscribePlainly();
+    const auto expected = TakeLines();
+    api->m_u50InstTable = {};
+    ASSERT_EQ(api->_ContractSubscribeManager(7), 0);
+    auto lines = TakeLines();
+    ASSERT_GE(lines.size(), 2U);
+    lines.erase(lines.begin(), lines.begin() + 2);  // both instrument counts
+    EXPECT_EQ(lines, expected);
+    EXPECT_GT(lines.size(), 20'000U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seed, SubscriptionOrder, testing::Range(1U, 41U));
+
+TEST(Selection, EntryThatSelectsNothingVisitsNoSlot) {
+    U50ChannelInfo channel;
+    channel.recvall = false;
+    channel.options = true;
+    CSelection selection(channel);
+    for (int32_t instNo = 0; instNo < 16'384; ++instNo) selection.Add({"cu2612C70000", instNo, SHFE_4PS});
+    selection.Add({"", 16'384, SHFE_2PS});
+    selection.Sort();
+    for (const char* entry : {"c", "al", "cu2701", "cu2612C7000", "cu2612C700000"}) {
+        EXPECT_EQ(selection.Of(entry).size(), 0U) << entry;
+    }
+    ASSERT_EQ(selection.Of("").size(), 1U);
+    EXPECT_EQ(selection.Of("")[0].instNo, 16'384);
+    EXPECT_EQ(selection.Of("cu").size(), 16'384U);
+}
+
+TEST(Selection, OptionsThatAreNotWantedAreNotVisited) {
+    for (const bool recvall : {false, true}) {
+        U50ChannelInfo channel;
+        channel.recvall = recvall;
+        channel.options = false;
+        CSelection selection(channel);
+        selection.Add({"cu2701", 3, SHFE_2PS});
+        for (int32_t instNo = 4; instNo < 16'384; ++instNo) selection.Add({"cu2612C70000", instNo, SHFE_2PS});
+        selection.Add({"cu2611", 16'384, SHFE_2PS});
+        selection.Sort();
+        ASSERT_EQ(selection.Of("cu").size(), 2U);
+        EXPECT_EQ(selection.Of("cu")[0].id, "cu2701");
+        EXPECT_EQ(selection.Of("cu")[1].id, "cu2611");
+    }
 }
 
 TEST(SubscriptionAccess, OneSlotIsReadChangedCommittedAndReadBack) {

@@ -68,4 +68,26 @@ TEST_F(VersionCheck, AnyOtherVerdictIsAnError) {
     }
 }
 
+TEST_F(VersionCheck, LinesOfTheCheckAreKept) {
+    CCommonLog::GetInstance().SetLogLevel(LOG_ERROR);
+    EXPECT_EQ(Check(OLDEST + 5, 2), -1);
+    EXPECT_THAT(api->m_VerReocrd,
+                ElementsAre("master channel addr 0x102, litte Endian  0x33010101.",
+                            "master channel addr 0x102, big Endian  0x01010133.",
+                            "str_it->second is 20260420, hwVersion is 20260425.", "hardware version check is success.",
+                            "you will need to update your soft version.", "iCheckRst == 2, soft  error."));
+}
+
+TEST_F(VersionCheck, LinesOfTheCheckBeforeAreForgotten) {
+    Check(OLDEST, 2);
+    EXPECT_EQ(Check(0x20250101, 1), -1);
+    EXPECT_THAT(api->m_VerReocrd,
+                ElementsAre("master channel addr 0x102, litte Endian  0x33010101.",
+                            "master channel addr 0x102, big Endian  0x01010133.",
+                            "str_it->second is 20260420, hwVersion is 20250101.",
+                            "you will need to update your hardware version.",
+                            "soft version 1.1.1.33, hwVersion is 20260420 > fpga hwVersion is 20250101."));
+    EXPECT_EQ(log.lines.back().Function(), "Chk_SysVersion");
+}
+
 }  // namespace

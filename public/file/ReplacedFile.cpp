@@ -1,0 +1,81 @@
+// A file that takes the place of another one at once. One thread. In: text; out: the whole file in its place, or
+// nothing. Invariant: nothing is opened, truncated or changed through a name that somebody else may have put there.
+#include "public/file/ReplacedFile.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "public/file/WriteWhole.h"
+
+namespace {
+
+constexpr mode_t READABLE_BY_ALL = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
+constexpr int NAMES_TRIED_MAX = 100;
+constexpr std::size_t SUFFIX_LENGTH = 6;
+
+/// Nothing there, or an ordinary file of our own under one name.
+bool MayReplace(const std::string& path) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0) return errno == ENOENT;
+    return S_ISREG(status.st_mode) && status.st_nlink == 1 && status.st_uid == geteuid();
+}
+
+/// Names that cannot be guessed keep others from having them all.
+void PutRandomSuffix(std::string& name) {
+    unsigned char noise[SUFFIX_LENGTH] = {};
+    (void)!getrandom(noise, sizeof noise, GRND_NONBLOCK);
+    std::transform(noise, noise + SUFFIX_LENGTH, name.end() - SUFFIX_LENGTH,
+                   [](unsigned char byte) { return static_cast<char>('a' + byte % 26); });
+}
+
+/// The descriptor, and in `name` under which name; -1 where none could be made.
+int Create(std::string& name) {
+    int descriptor = -1;
+    for (int tries = 0; tries < NAMES_TRIED_MAX && descriptor < 0; ++tries) {
+        PutRandomSuffix(name);
+        descriptor = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, READABLE_BY_ALL);
+        if (descriptor < 0 && errno != EEXIST) break;
+    }
+    return descriptor;
+}
+
+}  // namespace
+
+CReplacedFile::CReplacedFile(std::string path)
+    : m_path(std::move(path)),
+      m_beside(m_path + "." + std::string(SUFFIX_LENGTH, 'x')),
+      m_file(MayReplace(m_path) ? Create(m_beside) : -1),
+      m_isBeside(m_file.IsOpen()) {}
+
+CReplacedFile::~CReplacedFile() {
+    if (m_isBeside) unlink(m_beside.c_str());
+}
+
+void CReplacedFile::Add(std::string_view text) {
+    while (!text.empty()) {
+        const std::size_t count = std::min(text.size(), sizeof m_buffer - m_used);
+        std::copy_n(text.begin(), count, m_buffer + m_used);
+        m_used += count;
+        text.remove_prefix(count);
+        if (m_used == sizeof m_buffer) Flush();
+    }
+}
+
+void CReplacedFile::Flush() {
+    if (!m_hasFailed && WriteWhole(m_file.Get(), m_buffer, m_used) != m_used) m_hasFailed = true;
+    m_used = 0;
+}
+
+bool CReplacedFile::PutInPlace() {
+    Flush();
+    const bool isWhole = !m_hasFailed && close(m_file.Release()) == 0;
+    if (!isWhole || !MayReplace(m_path) || std::rename(m_beside.c_str(), m_path.c_str()) != 0) return false;
+    m_isBeside = false;
+    return true;
+}

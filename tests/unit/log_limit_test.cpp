@@ -1,0 +1,242 @@
+#include "public/log/LogLimit.h"
+
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "public/log/LogLine.h"
+#include "tests/support/IniText.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/VirtualClock.h"
+
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::SizeIs;
+
+namespace {
+
+constexpr int64_t SECOND = 1'000'000'000;
+
+CCommonLog& Log() { return CCommonLog::GetInstance(); }
+
+/// A log in a second that does not end by itself.
+class LogLimit : public testing::Test {
+protected:
+    LogLimit() {
+        clock.step = 0;
+        clock.wall = 1'777'541'400 * SECOND + 123'456'789;
+    }
+
+    static void Warn(int times, const char* text = "the gap is seen again") {
+        for (int i = 0; i < times; ++i) WriteLogLine(LOG_WARNING, "Gap.cpp", 77, "OnGap", "%s", text);
+    }
+    static void WarnElsewhere(int times) {
+        for (int i = 0; i < times; ++i) WriteLogLine(LOG_ERROR, "Gap.cpp", 78, "OnGap", "elsewhere");
+    }
+    std::vector<std::string> Whole() const {
+        std::vector<std::string> lines;
+        for (const LogCapture::Line& line : log.lines) lines.push_back(line.whole);
+        return lines;
+    }
+    /// Lines behind the first `count`.
+    std::vector<std::string> Behind(std::size_t count) const {
+        const std::vector<std::string> all = Whole();
+        return {all.begin() + static_cast<std::ptrdiff_t>(std::min(count, all.size())), all.end()};
+    }
+
+    VirtualClock clock;
+    LogCapture log;
+};
+
+TEST_F(LogLimit, TwoHundredLinesOfAPlaceAreKeptInASecond) {
+    Warn(12'345);
+    EXPECT_THAT(Whole(), SizeIs(200));
+    EXPECT_THAT(Whole(), Each("[Gap.cpp:77][OnGap]the gap is seen again"));
+}
+
+TEST_F(LogLimit, TwoHundredLinesAreNoFlood) {
+    Warn(200);
+    clock.Advance(SECOND);
+    Warn(1);
+    EXPECT_THAT(Whole(), SizeIs(201));
+    EXPECT_THAT(Whole(), Each("[Gap.cpp:77][OnGap]the gap is seen again"));
+}
+
+TEST_F(LogLimit, RestIsToldInFrontOfThePlacesNextLine) {
+    Warn(1'234);
+    clock.Advance(SECOND);
+    Warn(1, "later");
+    EXPECT_THAT(Behind(200), ElementsAre("[Gap.cpp:77][OnGap]1034 more like this", "[Gap.cpp:77][OnGap]later"));
+    EXPECT_EQ(log.lines[200].level, LOG_WARNING);
+}
+
+TEST_F(LogLimit, RestIsToldWithTheNextLineOfAnyPlaceAndOnce) {
+    Warn(201);
+    WarnElsewhere(203);
+    VEXA_LOG(LOG_INFO, "still the same second");
+    clock.Advance(SECOND);
+    WriteLogLine(LOG_DEBUG, "Other.cpp", 5, "Run", "next");
+    Warn(1, "later");
+    EXPECT_THAT(Behind(401), testing::UnorderedElementsAre("[Gap.cpp:77][OnGap]1 more like this",
+                                                           "[Gap.cpp:78][OnGap]3 more like this",
+                                                           "[Other.cpp:5][Run]next", "[Gap.cpp:77][OnGap]later"));
+    EXPECT_EQ(log.lines[403].Text(), "next");
+    EXPECT_EQ(log.Count(LOG_ERROR, "3 more like this"), 1U);
+}
+
+TEST_F(LogLimit, EverySecondOfAFloodTellsItsOwnRest) {
+    for (int second = 0; second < 3; ++second) {
+        Warn(500);
+        clock.Advance(SECOND);
+    }
+    EXPECT_EQ(log.Count(LOG_WARNING, "300 more like this"), 2U);
+    EXPECT_EQ(log.Count(LOG_WARNING, "the gap is seen again"), 600U);
+}
+
+TEST_F(LogLimit, OtherPlacesOfTheSameSecondAreKept) {
+    Warn(1'000);
+    WarnElsewhere(3);
+    EXPECT_THAT(Behind(200), ElementsAre("[Gap.cpp:78][OnGap]elsewhere", "[Gap.cpp:78][OnGap]elsewhere",
+                                         "[Gap.cpp:78][OnGap]elsewhere"));
+}
+
+TEST_F(LogLimit, InformationIsNeverHeldBack) {
+    for (int i = 0; i < 1'000; ++i) {
+        VEXA_LOG(LOG_INFO, "i");
+        VEXA_LOG(LOG_DEBUG, "d");
+        VEXA_LOG(LOG_DEBUG_EX, "x");
+    }
+    EXPECT_THAT(log.lines, SizeIs(3'000));
+}
+
+TEST_F(LogLimit, ClockThatIsSetBackHoldsNothing) {
+    Warn(1'000);
+    clock.wall -= 3'600 * SECOND;
+    Warn(2, "an hour ago");
+    EXPECT_THAT(Behind(200), ElementsAre("[Gap.cpp:77][OnGap]800 more like this", "[Gap.cpp:77][OnGap]an hour ago",
+                                         "[Gap.cpp:77][OnGap]an hour ago"));
+}
+
+TEST_F(LogLimit, HeldLineIsNotFormatted) {
+    Warn(200);
+    const uint64_t before = Log().HeldBackLines();
+    int formatted = 0;
+    WriteLogLine(LOG_WARNING, "Gap.cpp", 77, "OnGap", "text%n", &formatted);
+    EXPECT_EQ(formatted, 0);
+    EXPECT_EQ(Log().HeldBackLines() - before, 1U);
+}
+
+TEST_F(LogLimit, FinishedTextsCountByThePlaceInFrontOfThem) {
+    const std::string text = "[Gap.cpp:77][OnGap]from a handler";
+    for (int i = 0; i < 150; ++i) Log().WriteText(LOG_WARNING, text.data(), text.size());
+    for (int i = 0; i < 150; ++i) Log().WriteLog(LOG_WARNING, "[%s:%d][%s]%s", "Gap.cpp", 77, "OnGap", "whole");
+    Warn(150);
+    EXPECT_THAT(log.lines, SizeIs(200));
+    clock.Advance(SECOND);
+    VEXA_LOG(LOG_INFO, "next");
+    EXPECT_EQ(log.lines[200].whole, "[Gap.cpp:77][OnGap]250 more like this");
+}
+
+TEST_F(LogLimit, TextWithoutAPlaceIsKept) {
+    for (const char* text : {"no place", "[", "[]", "[Gap.cpp]x", "[Gap.cpp:]x", "[Gap.cpp:7x]x", "]["}) {
+        log.lines.clear();
+        for (int i = 0; i < 300; ++i) Log().WriteLog(LOG_ERROR, "%s", text);
+        EXPECT_THAT(log.lines, SizeIs(300)) << text;
+    }
+}
+
+TEST_F(LogLimit, PlaceLongerThanTheTableHoldsIsKept) {
+    const std::string file(300, 'f');
+    for (int i = 0; i < 300; ++i) WriteLogLine(LOG_ERROR, file.c_str(), 7, "Run", "x");
+    EXPECT_THAT(log.lines, SizeIs(300));
+}
+
+TEST_F(LogLimit, LevelThatIsSwitchedOffTellsNothing) {
+    Warn(300);
+    clock.Advance(SECOND);
+    Log().SetLogLevel(LOG_INFO);
+    VEXA_LOG(LOG_INFO, "next");
+    EXPECT_THAT(Behind(200), SizeIs(1));
+}
+
+TEST_F(LogLimit, FileHoldsWhatTheLimitLetThrough) {
+    const TempDirectory directory;
+    setenv("TZ", "UTC", 1);
+    tzset();
+    Log().SetSink(nullptr);
+    Log().SetLogPath(directory.Path().c_str());
+    const uint64_t dropped = Log().DroppedLines();
+    Warn(5'200);
+    clock.Advance(SECOND);
+    VEXA_LOG(LOG_INFO, "next");
+    std::ifstream file(directory.Path() / "vexa_shfe_md_20260430.log");
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);) lines.push_back(line);
+    ASSERT_THAT(lines, SizeIs(202));
+    EXPECT_EQ(lines[199], "2026-04-30 09:30:00.123456 [WARNING] [Gap.cpp:77][OnGap]the gap is seen again");
+    EXPECT_EQ(lines[200], "2026-04-30 09:30:01.123456 [WARNING] [Gap.cpp:77][OnGap]5000 more like this");
+    EXPECT_EQ(Log().DroppedLines(), dropped);
+    Log().SetLogPath("");
+}
+
+std::string Text(int line) { return "[Many.cpp:" + std::to_string(line) + "][Run]x"; }
+
+TEST(LogLimitTable, PlacesThatFindNoRoomAreNotLimited) {
+    const auto limit = std::make_unique<CLogLimit>();
+    LogHeld before;
+    int limited = 0;
+    for (int line = 1; line <= 500; ++line) {
+        int passed = 0;
+        for (int i = 0; i < 210; ++i) passed += limit->Passes(LOG_ERROR, Text(line), 9, before) ? 1 : 0;
+        ASSERT_THAT(passed, testing::AnyOf(200, 210)) << line;
+        limited += passed == 200 ? 1 : 0;
+    }
+    EXPECT_GE(limited, 100);
+    EXPECT_LT(limited, 500);
+    EXPECT_EQ(limit->HeldLines(), static_cast<uint64_t>(limited) * 10);
+}
+
+TEST(LogLimitTable, PlacesOfTheSameHashAreToldApart) {
+    const auto limit = std::make_unique<CLogLimit>();
+    LogHeld before;
+    for (int i = 0; i < 300; ++i) limit->Passes(LOG_ERROR, "[Aa.cpp:7][Run]x", 9, before);
+    EXPECT_TRUE(limit->Passes(LOG_ERROR, "[BB.cpp:7][Run]x", 9, before));
+    EXPECT_TRUE(limit->IsUsedUp("Aa.cpp", 7));
+    EXPECT_FALSE(limit->IsUsedUp("BB.cpp", 7));
+    EXPECT_TRUE(limit->IsHeld(LOG_ERROR, "Aa.cpp", 7, 9));
+    EXPECT_FALSE(limit->IsHeld(LOG_ERROR, "Aa.cpp", 7, 10));
+    EXPECT_FALSE(limit->IsHeld(LOG_ERROR, "Aa.cpp", 7, 8));
+}
+
+TEST(LogLimitTable, EveryLineOfManyThreadsIsKeptOrTold) {
+    constexpr int THREADS = 4;
+    constexpr int LINES = 20'000;
+    const auto limit = std::make_unique<CLogLimit>();
+    std::atomic<uint64_t> passed{0};
+    std::atomic<uint64_t> told{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < LINES; ++i) {
+                const int64_t second = 1 + i / 1'000;
+                LogHeld held;
+                while (limit->TakeHeld(second, held)) told += held.lines;
+                held.lines = 0;
+                passed += limit->Passes(LOG_ERROR, Text(i % 2), second, held) ? 1U : 0U;
+                told += held.lines;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    LogHeld held;
+    while (limit->TakeHeld(1'000, held)) told += held.lines;
+    EXPECT_EQ(passed + told, uint64_t{THREADS} * LINES);
+    EXPECT_EQ(told, limit->HeldLines());
+}
+
+}  // namespace

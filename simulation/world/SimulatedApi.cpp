@@ -41,7 +41,7 @@ const char* SimulatedApi::Inconsistency() const {
         carryOvers += session.frag_buf != nullptr ? 1 : 0;
     }
     if (early != m_earlySegmentCount) return "early segments are alive that no list holds";
-    return carryOvers == m_fragBufCount ? nullptr : "carry-over buffers are alive that no connection holds";
+    return carryOvers == m_carryOverOwners.Count() ? nullptr : "carry-over buffers are alive that no connection holds";
 }
 
 }  // namespace simulation

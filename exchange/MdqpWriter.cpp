@@ -45,8 +45,15 @@ MdqpWriter& MdqpWriter::Field(uint16_t fieldId, const void* data, uint16_t size)
 
 MdqpWriter& MdqpWriter::FieldClaiming(uint16_t fieldId, uint16_t claimedSize, const void* data, uint16_t size) {
     const field_t header{fieldId, claimedSize};
+    m_lastField = m_bytes.size();
     RawBytes(&header, sizeof(header));
     return RawBytes(data, size);
+}
+
+MdqpWriter& MdqpWriter::WithLastFieldClaiming(uint16_t claimedSize) {
+    if (m_lastField == 0) return *this;
+    std::memcpy(m_bytes.data() + m_lastField + offsetof(field_t, field_size), &claimedSize, sizeof(claimedSize));
+    return *this;
 }
 
 MdqpWriter& MdqpWriter::RawBytes(const void* data, std::size_t size) {

@@ -23,6 +23,8 @@ public:
     /// Any field; `claimedSize` is what its header says, whatever stands behind it.
     MdqpWriter& Field(uint16_t fieldId, const void* data, uint16_t size);
     MdqpWriter& FieldClaiming(uint16_t fieldId, uint16_t claimedSize, const void* data, uint16_t size);
+    /// What the header of the last field says becomes this.
+    MdqpWriter& WithLastFieldClaiming(uint16_t claimedSize);
     MdqpWriter& RawBytes(const void* data, std::size_t size);
 
     /// The message's `length` will differ by `delta` from the true one.
@@ -33,6 +35,7 @@ public:
 
 private:
     std::vector<uint8_t> m_bytes;
+    std::size_t m_lastField = 0;  ///< where its header begins; 0 without a field
     int m_lengthOff = 0;
 };
 

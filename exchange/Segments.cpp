@@ -2,6 +2,7 @@
 #include "exchange/Segments.h"
 
 #include <algorithm>
+#include <set>
 
 #include "exchange/Random.h"
 #include "src/Mdqp.h"
@@ -14,17 +15,37 @@ using Messages = std::vector<std::vector<uint8_t>>;
 constexpr uint32_t FLUSH_ONE_IN = 8;  // messages at whose end the server flushes, so that a segment ends there
 constexpr uint32_t ONE_BYTE_ONE_IN = 4;
 constexpr uint32_t SMALL_BYTES = 200;
+constexpr uint32_t CUT_HEADER_ONE_IN = 2;  // messages
+constexpr std::size_t KNOWN_BY_BYTES = 2;  // flag and type: by them a receiver knows the header whose rest it has not
+
+std::size_t SizeOf(const Messages& messages) {
+    std::size_t size = 0;
+    for (const std::vector<uint8_t>& message : messages) size += message.size();
+    return size;
+}
+
+/// The first message alone, as far as it goes. What a long first segment brings behind it is shorter than the first
+/// message: receivers step through the first segment by the size of that.
+std::size_t FirstEnd(const Messages& messages, const Faults& faults, uint64_t seed) {
+    const std::size_t size = messages.front().size();
+    const std::size_t longest = std::min({SizeOf(messages), SEGMENT_BYTES_MAX, 2 * size - 1});
+    const std::size_t shortest = size + sizeof(mdqp_t);
+    if (!faults.Has(EFault::LongFirstSegment) || longest < shortest) return std::min(size, SEGMENT_BYTES_MAX);
+    Random chance(seed, FaultName(EFault::LongFirstSegment));
+    if (chance.OneIn(2)) return longest;
+    return shortest + chance.Below(static_cast<uint32_t>(longest - shortest + 1));
+}
 
 /// A segment is full, or ends where the server flushed. One that would end inside a message's header ends before it:
 /// receivers lose the place in a stream whose segment leaves less than a header behind.
-std::vector<Segment> CutFull(const Messages& messages, uint64_t seed) {
+std::vector<Segment> CutFull(const Messages& messages, std::size_t firstEnd, uint64_t seed) {
     Random chance(seed, "cuts");
-    std::vector<Segment> segments;
-    std::size_t begin = 0;
+    std::vector<Segment> segments{{0, firstEnd}};
+    std::size_t begin = firstEnd;
     std::size_t start = 0;
     for (const std::vector<uint8_t>& message : messages) {
         const std::size_t end = start + message.size();
-        while (end - begin > SEGMENT_BYTES_MAX) {
+        while (end > begin + SEGMENT_BYTES_MAX) {
             const std::size_t full = begin + SEGMENT_BYTES_MAX;
             const bool isInHeader = full > start && full - start < sizeof(mdqp_t);
             segments.push_back({begin, isInHeader ? start : full});
@@ -61,12 +82,10 @@ private:
 };
 
 template <typename Adjust>
-std::vector<Segment> CutByChance(const Messages& messages, uint32_t longest, Random chance, Adjust adjust) {
-    std::size_t size = 0;
-    for (const std::vector<uint8_t>& message : messages) size += message.size();
-    std::vector<Segment> segments;
-    if (size == 0) return segments;
-    segments.push_back({0, std::min(messages.front().size(), SEGMENT_BYTES_MAX)});
+std::vector<Segment> CutByChance(const Messages& messages, std::size_t firstEnd, uint32_t longest, Random chance,
+                                 Adjust adjust) {
+    const std::size_t size = SizeOf(messages);
+    std::vector<Segment> segments{{0, firstEnd}};
     while (segments.back().end < size) {
         const std::size_t begin = segments.back().end;
         const std::size_t length = chance.OneIn(ONE_BYTE_ONE_IN) ? 1 : 1 + chance.Below(longest);
@@ -75,19 +94,46 @@ std::vector<Segment> CutByChance(const Messages& messages, uint32_t longest, Ran
     return segments;
 }
 
-}  // namespace
-
-std::vector<Segment> CutSegments(const Messages& messages, const Faults& faults, uint64_t seed) {
+std::vector<Segment> CutWhole(const Messages& messages, const Faults& faults, uint64_t seed) {
+    const std::size_t firstEnd = FirstEnd(messages, faults, seed);
     if (faults.Has(EFault::SplitAnywhere)) {
-        return CutByChance(messages, SEGMENT_BYTES_MAX, Random(seed, FaultName(EFault::SplitAnywhere)),
+        return CutByChance(messages, firstEnd, SEGMENT_BYTES_MAX, Random(seed, FaultName(EFault::SplitAnywhere)),
                            [](std::size_t end) { return end; });
     }
     if (faults.Has(EFault::SplitSmall)) {
         HeaderEnds headers(messages);
-        return CutByChance(messages, SMALL_BYTES, Random(seed, FaultName(EFault::SplitSmall)),
+        return CutByChance(messages, firstEnd, SMALL_BYTES, Random(seed, FaultName(EFault::SplitSmall)),
                            [&](std::size_t end) { return headers.AtOrBehind(end); });
     }
-    return CutFull(messages, seed);
+    return CutFull(messages, firstEnd, seed);
+}
+
+/// Further ends, wherever they fall: in front of a message, behind two to seven bytes of its header, now and then
+/// behind one more.
+std::vector<Segment> CutHeaders(const std::vector<Segment>& whole, const Messages& messages, Random chance) {
+    std::set<std::size_t> ends;
+    for (const Segment& segment : whole) ends.insert(segment.end);
+    std::size_t start = 0;
+    for (const std::vector<uint8_t>& message : messages) {
+        if (start >= whole.front().end && chance.OneIn(CUT_HEADER_ONE_IN)) {
+            const std::size_t cut = start + KNOWN_BY_BYTES + chance.Below(sizeof(mdqp_t) - KNOWN_BY_BYTES);
+            ends.insert({start, cut});
+            if (chance.OneIn(ONE_BYTE_ONE_IN)) ends.insert(cut + 1);
+        }
+        start += message.size();
+    }
+    std::vector<Segment> segments;
+    for (const std::size_t end : ends) segments.push_back({segments.empty() ? 0 : segments.back().end, end});
+    return segments;
+}
+
+}  // namespace
+
+std::vector<Segment> CutSegments(const Messages& messages, const Faults& faults, uint64_t seed) {
+    if (SizeOf(messages) == 0) return {};
+    const std::vector<Segment> whole = CutWhole(messages, faults, seed);
+    if (!faults.Has(EFault::SplitHeaders)) return whole;
+    return CutHeaders(whole, messages, Random(seed, FaultName(EFault::SplitHeaders)));
 }
 
 }  // namespace exchange

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "exchange/Random.h"
 #include "src/Mdqp.h"
 
 namespace exchange {
@@ -13,11 +12,12 @@ namespace {
 
 constexpr uint32_t SWAPS = 8;
 constexpr uint32_t SWAP_WINDOW = 3;
-constexpr uint32_t DELAYED_ONE_IN = 16;     // segments
-constexpr std::size_t DELAY_MIN = 2;        // places
-constexpr uint32_t DELAY_SPREAD = 4;        // places
-constexpr uint32_t VISITED_ONE_IN = 16;     // segments
-constexpr std::size_t EARLY_AT_MOST = 400;  // behind a segment that never comes; receivers keep fewer than 500
+constexpr uint32_t DELAYED_ONE_IN = 16;      // segments
+constexpr std::size_t DELAY_MIN = 2;         // places
+constexpr uint32_t DELAY_SPREAD = 4;         // places
+constexpr uint32_t VISITED_ONE_IN = 16;      // segments
+constexpr uint32_t ACKNOWLEDGED_ONE_IN = 4;  // segments
+constexpr std::size_t EARLY_AT_MOST = 400;   // behind a segment that never comes; receivers keep fewer than 500
 constexpr std::size_t FLOOD_SEGMENTS = 512;
 constexpr std::size_t FRAME_HEADERS = 14 + 20 + 20;
 constexpr uint32_t BEYOND_MAX = 1000;  // bytes by which a total length is too large
@@ -60,6 +60,14 @@ bool SnapshotConnection::IsWrapped(const Segment& segment) const {
     return m_initialSeq + static_cast<uint32_t>(segment.begin) < m_initialSeq;
 }
 
+/// A second one of this segment would meet a receiver that has wrapped around, and be kept as an early one for ever.
+bool SnapshotConnection::IsLastBeforeWrap(const std::vector<Segment>& order, std::size_t at) const {
+    const Segment& segment = order[at];
+    if (IsWrapped(segment)) return false;
+    const bool isNextWrapped = at + 1 < order.size() && IsWrapped(order[at + 1]);
+    return isNextWrapped || IsWrapped({segment.end, segment.end});
+}
+
 /// The first segment stays in front: it names the feed.
 void SnapshotConnection::DelaySome(std::vector<Segment>& order, uint64_t seed) const {
     Random chance(seed, FaultName(EFault::Drop));
@@ -83,8 +91,9 @@ void SnapshotConnection::SwapSome(std::vector<Segment>& order, uint64_t seed) co
     }
 }
 
+/// Of a stream of one segment that one stays: what ends a connection needs one that has begun.
 void SnapshotConnection::CutShort(std::vector<Segment>& order, const Faults& faults) {
-    const std::size_t half = order.size() / 2;
+    const std::size_t half = std::max(order.size() / 2, std::min<std::size_t>(order.size(), 1));
     const bool isReset = faults.Has(EFault::Reset);
     if (isReset || faults.Has(EFault::Stall)) {
         order.resize(half);
@@ -100,6 +109,12 @@ void SnapshotConnection::CutShort(std::vector<Segment>& order, const Faults& fau
 }
 
 // ---- the arrivals ---------------------------------------------------------------------------------------------------
+
+/// With the number of the segment that comes next, or of what comes behind it.
+void SnapshotConnection::PlanAcknowledgement(const Segment& next, Random& chance) {
+    const std::size_t position = chance.OneIn(2) ? next.begin : next.end;
+    m_arrivals.push_back({{position, position}, EArrival::Acknowledgement});
+}
 
 /// What visits a segment comes right in front of it. Nobody but the server itself comes before the first segment with
 /// right checksum and ports: a receiver would take it for the connection.
@@ -119,6 +134,7 @@ void SnapshotConnection::PlanArrivals(const std::vector<Segment>& order, const F
     invite(EFault::ForeignPort, EArrival::ForeignPort, 0);
     invite(EFault::ForeignHost, EArrival::ForeignHost, 1);
     Random repeats(seed, FaultName(EFault::Duplicate));
+    Random acknowledgements(seed, FaultName(EFault::BareAck));
     const std::size_t half = order.size() / 2;
     for (std::size_t at = 0; at < order.size(); ++at) {
         if (at == half && faults.Has(EFault::ResetWithoutAck)) {
@@ -126,12 +142,17 @@ void SnapshotConnection::PlanArrivals(const std::vector<Segment>& order, const F
             const std::size_t end = InOrderEnd({begin, begin + static_cast<std::ptrdiff_t>(half)});
             m_arrivals.push_back({{end, end}, EArrival::ResetWithoutAck});
         }
+        if (faults.Has(EFault::BareAck) && acknowledgements.OneIn(ACKNOWLEDGED_ONE_IN)) {
+            PlanAcknowledgement(order[at], acknowledgements);
+        }
         for (Visitor& visitor : visitors) {
             if (at < visitor.first || !visitor.chance.OneIn(VISITED_ONE_IN)) continue;
             m_arrivals.push_back({order[at], visitor.kind, visitor.chance.Below(UINT32_MAX)});
         }
         m_arrivals.push_back({order[at]});
-        if (faults.Has(EFault::Duplicate) && repeats.OneIn(VISITED_ONE_IN)) m_arrivals.push_back({order[at]});
+        if (faults.Has(EFault::Duplicate) && repeats.OneIn(VISITED_ONE_IN) && !IsLastBeforeWrap(order, at)) {
+            m_arrivals.push_back({order[at]});
+        }
     }
 }
 
@@ -179,6 +200,7 @@ std::vector<uint8_t> SnapshotConnection::FrameOf(const Arrival& arrival) const {
         case EArrival::ForeignHost:
             foreign.srcIp ^= 1 + arrival.draw % UINT8_MAX;
             return ForeignFrame(arrival, foreign);
+        case EArrival::Acknowledgement: return Writer(m_endpoints, position).Flags(TCP_ACK).Frame();
         case EArrival::ResetWithoutAck: return Writer(m_endpoints, position).Flags(TCP_RST).Frame();
         case EArrival::Reset: return Writer(m_endpoints, position).Flags(TCP_RST | TCP_ACK).Frame();
     }

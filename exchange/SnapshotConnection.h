@@ -7,6 +7,7 @@
 
 #include "exchange/Faults.h"
 #include "exchange/FrameWriter.h"
+#include "exchange/Random.h"
 #include "exchange/Segments.h"
 
 namespace exchange {
@@ -33,6 +34,7 @@ private:
         LyingCopy,
         ForeignPort,
         ForeignHost,
+        Acknowledgement,
         ResetWithoutAck,
         Reset,
     };
@@ -46,9 +48,11 @@ private:
     enum class EEnding : uint8_t { Acknowledgements, Silence, Over };
 
     bool IsWrapped(const Segment& segment) const;
+    bool IsLastBeforeWrap(const std::vector<Segment>& order, std::size_t at) const;
     void DelaySome(std::vector<Segment>& order, uint64_t seed) const;
     void SwapSome(std::vector<Segment>& order, uint64_t seed) const;
     void CutShort(std::vector<Segment>& order, const Faults& faults);
+    void PlanAcknowledgement(const Segment& next, Random& chance);
     void PlanArrivals(const std::vector<Segment>& order, const Faults& faults, uint64_t seed);
     void PlanEnding(const std::vector<Segment>& order, const Faults& faults);
 

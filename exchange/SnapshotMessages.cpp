@@ -18,6 +18,7 @@ constexpr uint32_t MANY_INSTRUMENTS = 12;  // a message of them is several segme
 constexpr uint32_t UNKNOWN_ONE_IN = 8;     // instruments
 constexpr uint32_t STRAY_ONE_IN = 16;      // instruments
 constexpr uint32_t ABSENT_ONE_IN = 10;     // instruments
+constexpr uint32_t LYING_ONE_IN = 2;       // messages
 constexpr uint16_t UNKNOWN_FIELD_FIRST = 0x0201;
 constexpr uint32_t UNKNOWN_FIELDS = 64;
 constexpr uint32_t UNKNOWN_BYTES_MAX = 40;
@@ -69,6 +70,14 @@ void WriteUnknownField(MdqpWriter& writer, Random& random) {
     writer.Field(id, bytes, static_cast<uint16_t>(random.Below(UNKNOWN_BYTES_MAX + 1)));
 }
 
+/// For the order statistics that end a message. Too little leads into the record's last eight bytes, too much beyond
+/// the message, so that a receiver's walk ends either way.
+uint16_t WrongSize(Random& random) {
+    constexpr uint32_t RIGHT = sizeof(order_statistics_info_t);
+    if (random.OneIn(2)) return static_cast<uint16_t>(RIGHT - 1 - random.Below(sizeof(mdqp_t)));
+    return static_cast<uint16_t>(RIGHT + 1 + random.Below(std::numeric_limits<uint16_t>::max() - RIGHT));
+}
+
 /// As long as a message can be, with its header longer than receivers carry over.
 std::vector<uint8_t> OversizedMessage() {
     const std::vector<uint8_t> nothing(std::numeric_limits<uint16_t>::max() - sizeof(field_t));
@@ -83,11 +92,13 @@ struct SnapshotFaults {
         : faults(asked),
           unknown(seed, FaultName(EFault::UnknownField)),
           stray(seed, FaultName(EFault::InstrumentOutOfRange)),
+          sizes(seed, FaultName(EFault::WrongFieldSize)),
           spoiling(seed, "spoiled book") {}
 
     const Faults& faults;
     Random unknown;
     Random stray;
+    Random sizes;
     Random spoiling;
     std::size_t spoiled = NO_INSTRUMENT;
 };
@@ -142,6 +153,9 @@ Messages WriteMessages(MdqpWriter first, const Listed& listed, SnapshotFaults& w
     std::size_t next = 0;
     const auto write = [&](MdqpWriter& writer, std::size_t count) {
         for (; count > 0 && next < total; --count, ++next) WriteInstrument(writer, listed, next, wrong);
+        if (wrong.faults.Has(EFault::WrongFieldSize) && wrong.sizes.OneIn(LYING_ONE_IN)) {
+            writer.WithLastFieldClaiming(WrongSize(wrong.sizes));
+        }
         messages.push_back(writer.Bytes());
     };
     write(first, 1);

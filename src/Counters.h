@@ -14,11 +14,11 @@ enum class ECounter : uint32_t {
     ChecksumWrong,
     SegmentOtherHost,     ///< addresses differ from the connection's
     SegmentRepeated,      ///< below the expected sequence number, or stored already
-    SegmentEarlyDropped,  ///< too long for an early entry, or no memory
+    SegmentEarlyDropped,  ///< empty, too long for an early entry, or no memory
     SegmentRefused,       ///< does not begin a connection: no snapshot header, no or a foreign or finished feed
-    PayloadNotMdqp,
-    CarryOverGivenUp,  ///< "ignore tcp message!"
-    FieldMalformed,    ///< a field that would reach beyond its message, or is too short for its record
+    PayloadNotMdqp,       ///< begins with no message, or comes behind bytes that do not
+    CarryOverGivenUp,     ///< "ignore tcp message!"
+    FieldMalformed,       ///< a record or a message that would be read beyond what is there
     FieldUnknown,
     InstNoOutOfRange,
     MessageOfNoFeed,

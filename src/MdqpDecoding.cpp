@@ -119,9 +119,10 @@ int32_t CVexaShfeMdApiImpl::_ParseMdqp(mdqp_t* mdqp, uint16_t dstport, CVexaShfe
 // `left` bytes of the message lie behind the field's header.
 void CVexaShfeMdApiImpl::_HandleField(EMDQPDataType feed, const field_t& field, const uint8_t* data, std::size_t left,
                                       uint16_t fieldIdBefore, uint16_t dstport) {
+    // What the field says of its size leads to the next field and no further: a record is as long as its kind.
     // A copy: records lie at any offset.
     const auto with = [&](auto record, auto handle) {
-        if (field.field_size < sizeof record || field.field_size > left) {
+        if (sizeof record > left) {
             m_counters.Add(ECounter::FieldMalformed);
             return;
         }

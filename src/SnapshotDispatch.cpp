@@ -23,9 +23,11 @@ constexpr uint32_t PSEUDO_HEADER_BYTES = 12;
 static_assert(snapshot_frame::ETHERNET_BYTES + 15 * 4 < TCP_LENGTH_LIMIT);
 static_assert(PSEUDO_HEADER_BYTES + TCP_LENGTH_LIMIT <= DMA_MESSAGE_CAPACITY);
 
+/// Only segments hold a frame; an event or an update is no packet that an analyser could read.
 void CaptureMessage(const CWriteShot& capture, const unsigned char* message, uint32_t length) {
     capture.WriteShotBinLog(message, length);
-    if (length < DMA_TCP_FRAME_OFFSET) return;
+    const bool isSegment = snapshot_frame::Raw<U50Event>(message).dma_type == DMA_TCP;
+    if (!isSegment || length < DMA_TCP_FRAME_OFFSET) return;
     capture.WriteShotPcapLog(message + DMA_TCP_FRAME_OFFSET, length - DMA_TCP_FRAME_OFFSET);
 }
 

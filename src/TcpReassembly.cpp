@@ -13,15 +13,18 @@
 namespace {
 
 constexpr uint32_t HEADER_BYTES = sizeof(mdqp_t);
+constexpr uint32_t MARK_BYTES = offsetof(mdqp_t, length);  // flag and type, by which a message is known
 
 uint32_t MessageBytes(const uint8_t* header) {
     return HEADER_BYTES + snapshot_frame::Raw<uint16_t>(header + offsetof(mdqp_t, length));
 }
 
-bool IsMdqpHeader(const uint8_t* bytes, uint32_t length) {
-    if (length < HEADER_BYTES) return false;
-    const auto header = snapshot_frame::Raw<mdqp_t>(bytes);
-    return (header.flag == mdqp::FLAG_LAST || header.flag == mdqp::FLAG_MORE) && header.type_id == mdqp::TYPE_SNAPSHOT;
+/// Of a header that its segment cuts short the first two bytes are enough.
+bool IsMessageStart(const uint8_t* bytes, uint32_t length) {
+    if (length < MARK_BYTES) return false;
+    const uint8_t flag = bytes[offsetof(mdqp_t, flag)];
+    return (flag == mdqp::FLAG_LAST || flag == mdqp::FLAG_MORE) &&
+           bytes[offsetof(mdqp_t, type_id)] == mdqp::TYPE_SNAPSHOT;
 }
 
 /// Entries keep whole frames that were checked when they came.
@@ -82,15 +85,12 @@ void LinkAfterLast(tcp_session_t& session, tcp_lost_buf_t* last, tcp_lost_buf_t*
 int32_t CVexaShfeMdApiImpl::_InitTcpSession(tcp_session_t& refSession, int32_t dstPort) {
     _MarkSession(static_cast<uint16_t>(dstPort));
     if (refSession.frag_buf == nullptr) {
-        // calloc leaves fresh memory untouched: a buffer that is never filled costs next to nothing.
-        if (m_fragBufCount < FRAG_BUF_BUDGET) {
-            refSession.frag_buf = static_cast<uint8_t*>(std::calloc(FRAG_BUF_SIZE, sizeof(uint8_t)));
-        }
+        refSession.frag_buf = _NewFragBuf();
         if (refSession.frag_buf == nullptr) {
             VEXA_LOG(LOG_ERROR, "failed to allocate memcory for fragment memory.");
             return -1;
         }
-        ++m_fragBufCount;
+        m_carryOverOwners.Add(refSession);
         VEXA_LOG(LOG_DEBUG, " dstPort:%d frag_buf:%p", dstPort, static_cast<void*>(refSession.frag_buf));
     }
     // What an earlier connection of this port left behind is no part of the new one's stream.
@@ -101,7 +101,7 @@ int32_t CVexaShfeMdApiImpl::_InitTcpSession(tcp_session_t& refSession, int32_t d
 
 void CVexaShfeMdApiImpl::ResetSession(tcp_session_t& refSession) {
     _FreeEarlySegments(refSession);
-    _FreeFragBuf(refSession);
+    std::free(_DetachFragBuf(refSession));
     refSession = tcp_session_t{};
 }
 
@@ -111,11 +111,22 @@ void CVexaShfeMdApiImpl::_FreeEarlySegments(tcp_session_t& session) {
     session.lost_buf_size = 0;
 }
 
-void CVexaShfeMdApiImpl::_FreeFragBuf(tcp_session_t& session) {
-    if (session.frag_buf == nullptr) return;
-    std::free(session.frag_buf);
+// Every port gets a buffer before its payload is looked at, so that strays must not keep one from a connection that
+// brings a feed. A buffer that changes hands keeps its bytes: nobody reads behind the new owner's offset.
+uint8_t* CVexaShfeMdApiImpl::_NewFragBuf() {
+    // calloc leaves fresh memory untouched: a buffer that is never filled costs next to nothing.
+    if (!m_carryOverOwners.IsFull()) return static_cast<uint8_t*>(std::calloc(FRAG_BUF_SIZE, sizeof(uint8_t)));
+    tcp_session_t* unused = m_carryOverOwners.OldestUnused();
+    return unused == nullptr ? nullptr : _DetachFragBuf(*unused);
+}
+
+// The buffer is the caller's.
+uint8_t* CVexaShfeMdApiImpl::_DetachFragBuf(tcp_session_t& session) {
+    uint8_t* buffer = session.frag_buf;
+    if (buffer != nullptr) m_carryOverOwners.Remove(session);
     session.frag_buf = nullptr;
-    if (m_fragBufCount > 0) --m_fragBufCount;
+    KeepNothing(session);
+    return buffer;
 }
 
 // ---- the checksum -------------------------------------------------------------------------------------------------
@@ -154,17 +165,21 @@ bool CVexaShfeMdApiImpl::_DeliverPayload(tcp_session_t& session, const SnapshotF
         _DeliverBehindCarryOver(session, frame);
         return true;
     }
-    if (!IsMdqpHeader(frame.payload, frame.payloadLength)) {
+    if (!IsMessageStart(frame.payload, frame.payloadLength)) {
         // A bare acknowledgement carries nothing that could be dropped.
         if (frame.payloadLength > 0) m_counters.Add(ECounter::PayloadNotMdqp);
         return false;
     }
-    _DeliverMessages(session, frame, EMessageStep::OwnLength);
+    if (frame.payloadLength < HEADER_BYTES) {
+        KeepTail(session, frame.payload, frame.payloadLength);
+    } else {
+        _DeliverMessages(session, frame, EMessageStep::OwnLength);
+    }
     return true;
 }
 
-// The payload begins with a message. A connection's first segment is stepped through by the size of its first message;
-// what a later header of it says counts only against reading beyond what has arrived.
+// The payload begins with a message's whole header. A connection's first segment is stepped through by the size of its
+// first message; what a later header of it says counts only against reading beyond what has arrived.
 void CVexaShfeMdApiImpl::_DeliverMessages(tcp_session_t& session, const SnapshotFrame& frame, EMessageStep step) {
     const uint8_t* message = frame.payload;
     uint32_t arrived = frame.payloadLength;  // from `message` on
@@ -189,22 +204,22 @@ void CVexaShfeMdApiImpl::_DeliverMessages(tcp_session_t& session, const Snapshot
     KeepTail(session, message, arrived);
 }
 
+// Also behind a payload that is empty: a connection's first segment may leave whole messages here, down to the feed's
+// last one, behind which nothing but acknowledgements comes.
 void CVexaShfeMdApiImpl::_DeliverBehindCarryOver(tcp_session_t& session, const SnapshotFrame& frame) {
     if (session.frag_buf_offset + frame.payloadLength >= FRAG_BUF_LIMIT) {
         SNAPSHOT_LOG(LOG_WARNING, "ignore tcp message!");
         m_counters.Add(ECounter::CarryOverGivenUp);
         session.init = 0;
-        KeepNothing(session);
-        _FreeFragBuf(session);
+        std::free(_DetachFragBuf(session));
         _FreeEarlySegments(session);
         return;
     }
-    if (frame.payloadLength == 0) return;
     std::memcpy(session.frag_buf + session.frag_buf_offset, frame.payload, frame.payloadLength);
     session.frag_buf_offset += frame.payloadLength;
-    if (session.frag_buf_offset < HEADER_BYTES) return;
-    if (!IsMdqpHeader(session.frag_buf, session.frag_buf_offset)) {
-        m_counters.Add(ECounter::PayloadNotMdqp);
+    if (session.frag_buf_offset < MARK_BYTES) return;
+    if (!IsMessageStart(session.frag_buf, session.frag_buf_offset)) {
+        if (frame.payloadLength > 0) m_counters.Add(ECounter::PayloadNotMdqp);
         return;
     }
     _DeliverCarryOver(session);
@@ -226,9 +241,10 @@ void CVexaShfeMdApiImpl::_DeliverCarryOver(tcp_session_t& session) {
     }
 }
 
-// A header that announces more than has arrived would be read past the end.
+// A header that announces more than has arrived would be read past the end; of no feed, nothing behind the header is.
 void CVexaShfeMdApiImpl::_HandOver(const uint8_t* message, uint32_t arrived, uint16_t dstPort) {
-    if (MessageBytes(message) > arrived) {
+    EMDQPDataType feed{};
+    if (MessageBytes(message) > arrived && _FindFeed(dstPort, feed)) {
         m_counters.Add(ECounter::FieldMalformed);
         return;
     }
@@ -239,6 +255,11 @@ void CVexaShfeMdApiImpl::_HandOver(const uint8_t* message, uint32_t arrived, uin
 // ---- segments that came early -------------------------------------------------------------------------------------
 
 void CVexaShfeMdApiImpl::_StoreEarlySegment(tcp_session_t& session, const SnapshotFrame& frame) {
+    // Stored, a bare acknowledgement would make the data of the same number a repetition, and the stream would stall.
+    if (frame.payloadLength == 0) {
+        m_counters.Add(ECounter::SegmentEarlyDropped);
+        return;
+    }
     if (session.lost_flag != 1) {
         if (tcp_lost_buf_t* entry = _NewEarlySegment(frame)) LinkFirst(session, entry);
         return;

@@ -18,6 +18,7 @@
 #include "public/signal/SignalProcess.h"
 #include "public/string/qel_string_base.h"
 #include "public/write_shot/write_shot.h"
+#include "src/CarryOverOwners.h"
 #include "src/Counters.h"
 #include "src/Feed.h"
 #include "src/Mdqp.h"
@@ -111,7 +112,8 @@ protected:
     static uint16_t TcpCheckSum(void* data, int32_t len);
     enum class EMessageStep { OwnLength, FirstLength };
     void _FreeEarlySegments(tcp_session_t& session);
-    void _FreeFragBuf(tcp_session_t& session);
+    uint8_t* _NewFragBuf();
+    uint8_t* _DetachFragBuf(tcp_session_t& session);
     void _ReceiveSegment(tcp_session_t& session, const SnapshotFrame& frame);
     bool _DeliverPayload(tcp_session_t& session, const SnapshotFrame& frame);
     void _DeliverMessages(tcp_session_t& session, const SnapshotFrame& frame, EMessageStep step);
@@ -230,7 +232,7 @@ protected:
 
     // ---- memory of the reassembly, all connections together ----
     uint32_t m_earlySegmentCount = 0;
-    uint32_t m_fragBufCount = 0;
+    CCarryOverOwners m_carryOverOwners;
 
     // ---- what was dropped, refused or begun again ----
     void _TellCounters();

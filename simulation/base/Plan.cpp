@@ -112,8 +112,8 @@ void PlanConfiguration(Plan& plan, Random& random) {
     plan.hasWitness = random.OneIn(2);
 }
 
-/// A poll takes five milliseconds here: an attempt needs longer where many snapshots come before a good one, or tiny
-/// segments.
+/// A poll takes five milliseconds here: an attempt needs longer where many snapshots come before a good one, tiny
+/// segments, or acknowledgements between them.
 int32_t SecondsForFaults(const Plan& plan) {
     const auto has = [&](exchange::EFault fault) {
         return std::find(plan.faults.begin(), plan.faults.end(), exchange::FaultName(fault)) != plan.faults.end();
@@ -124,7 +124,7 @@ int32_t SecondsForFaults(const Plan& plan) {
     }
     const int32_t instruments = plan.shfeInstruments + plan.ineInstruments;
     const bool isTiny = has(exchange::EFault::SplitSmall);
-    const int32_t msEach = isTiny ? 160 : 12;
+    const int32_t msEach = (isTiny ? 160 : 12) * (has(exchange::EFault::BareAck) ? 2 : 1);
     const int32_t floodSeconds = has(exchange::EFault::EarlyFlood) ? 8 : 0;
     const int32_t oversizedSeconds = has(exchange::EFault::OversizedMessage) ? (isTiny ? 20 : 2) : 0;
     const int32_t streams = has(exchange::EFault::SecondConnection) ? 2 : 1;

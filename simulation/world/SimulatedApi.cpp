@@ -4,6 +4,7 @@ namespace simulation {
 namespace {
 
 constexpr uint32_t IP_AT = 14;
+constexpr uint32_t CARRY_OVERS_MAX = 512;
 
 uint32_t SeqOf(const tcp_lost_buf_t& entry) {
     const uint8_t* seq = entry.buf + IP_AT + (entry.buf[IP_AT] & 0x0F) * 4 + 4;
@@ -40,8 +41,9 @@ const char* SimulatedApi::Inconsistency() const {
         early += count;
         carryOvers += session.frag_buf != nullptr ? 1 : 0;
     }
+    if (carryOvers > CARRY_OVERS_MAX) return "there are too many carry-over buffers";
     if (early != m_earlySegmentCount) return "early segments are alive that no list holds";
-    return carryOvers == m_fragBufCount ? nullptr : "carry-over buffers are alive that no connection holds";
+    return carryOvers == m_carryOverOwners.Count() ? nullptr : "carry-over buffers are alive that no connection holds";
 }
 
 }  // namespace simulation

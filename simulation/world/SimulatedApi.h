@@ -11,7 +11,7 @@ class SimulatedApi : public CVexaShfeMdApiImpl {
 public:
     uint8_t FinishedMask() const { return m_finishedMask.enabled_mask; }
     uint32_t EarlySegments() const { return m_earlySegmentCount; }
-    uint32_t CarryOvers() const { return m_fragBufCount; }
+    uint32_t CarryOvers() const { return m_carryOverOwners.Count(); }
     const CCounters& Counters() const { return m_counters; }
     uint64_t PriceChecksFailed() const { return m_counters[ECounter::PriceCheckFailed]; }
     /// How often everything was cleared, bring-ups apart.

@@ -139,19 +139,18 @@ void PrintTo(const Mark& mark, std::ostream* out) { *out << mark.name; }
 
 class Disturbance : public testing::TestWithParam<Mark> {};
 
-INSTANTIATE_TEST_SUITE_P(EachOne, Disturbance,
-                         testing::Values(Mark{"duplicate", ECounter::SegmentRepeated},
-                                         Mark{"corrupt-checksum", ECounter::ChecksumWrong},
-                                         Mark{"corrupt-length", ECounter::FrameMalformed},
-                                         Mark{"foreign-host", ECounter::SegmentOtherHost},
-                                         Mark{"unknown-field", ECounter::FieldUnknown},
-                                         Mark{"instrument-out-of-range", ECounter::InstNoOutOfRange},
-                                         Mark{"second-connection", ECounter::MessageOfNoFeed}),
-                         [](const testing::TestParamInfo<Mark>& mark) {
-                             std::string name = mark.param.name;
-                             std::replace(name.begin(), name.end(), '-', '_');
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    EachOne, Disturbance,
+    testing::Values(Mark{"duplicate", ECounter::SegmentRepeated}, Mark{"corrupt-checksum", ECounter::ChecksumWrong},
+                    Mark{"corrupt-length", ECounter::FrameMalformed}, Mark{"foreign-host", ECounter::SegmentOtherHost},
+                    Mark{"bare-ack", ECounter::SegmentEarlyDropped}, Mark{"unknown-field", ECounter::FieldUnknown},
+                    Mark{"instrument-out-of-range", ECounter::InstNoOutOfRange},
+                    Mark{"second-connection", ECounter::MessageOfNoFeed}),
+    [](const testing::TestParamInfo<Mark>& mark) {
+        std::string name = mark.param.name;
+        std::replace(name.begin(), name.end(), '-', '_');
+        return name;
+    });
 
 /// What every start counts: frames that are no TCP, and acknowledgements behind a finished feed.
 bool IsOrdinary(ECounter counter) { return counter == ECounter::FrameForeign || counter == ECounter::SegmentRefused; }
@@ -170,8 +169,8 @@ TEST_P(Disturbance, CountsWhatItDropsAndNothingElse) {
 class Silent : public testing::TestWithParam<std::string> {};
 
 INSTANTIATE_TEST_SUITE_P(EachOne, Silent,
-                         testing::Values("reorder", "drop", "split-small", "absent-values", "sequence-wrap",
-                                         "reset-without-ack"),
+                         testing::Values("reorder", "drop", "split-small", "split-headers", "long-first-segment",
+                                         "wrong-field-size", "absent-values", "sequence-wrap", "reset-without-ack"),
                          [](const testing::TestParamInfo<std::string>& name) {
                              std::string text = name.param;
                              std::replace(text.begin(), text.end(), '-', '_');

@@ -76,7 +76,7 @@ public:
     OPEN(m_isStopflag);
     OPEN(m_counters);
     OPEN(m_earlySegmentCount);
-    OPEN(m_fragBufCount);
+    OPEN(m_carryOverOwners);
     OPEN(m_dirtySessionCount);
     OPEN(shfe_cnt_flag);
     OPEN(ine_cnt_flag);

@@ -297,17 +297,59 @@ TEST_F(MdqpDecoding, KnownFieldsWithoutUseAreSilent) {
 // ---- fields that lie
 // --------------------------------------------------------------------------------------------------
 
-TEST_F(MdqpDecoding, FieldTooShortForItsRecordIsDroppedAndTheNextHandled) {
-    const uint8_t data[100] = {};
-    Parse(MdqpWriter().Field(mdqp::FIELD_INST_INFO, data, 100).InstInfo(Info(4)));
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 1U);
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 5U);
+TEST_F(MdqpDecoding, FieldThatClaimsToRunPastItsMessageIsReadAndEndsTheWalk) {
+    int32_t instNo = 3;
+    for (const uint16_t claimed : {113, 230, 700, 65535}) {
+        instNo += 10;
+        const inst_info_t info = Info(instNo);
+        Parse(MdqpWriter().FieldClaiming(0x0101, claimed, &info, sizeof info).PacketNo(77).PacketNo(78));
+        EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, static_cast<uint64_t>(instNo) + 1) << claimed;
+        EXPECT_STREQ(Slot(instNo).inst_id, "cu2612");
+    }
+    EXPECT_THAT(board.accesses, IsEmpty());
+    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 0U);
 }
 
-TEST_F(MdqpDecoding, FieldThatRunsPastItsMessageIsDropped) {
-    const uint8_t data[20] = {};
-    Parse(MdqpWriter().FieldClaiming(mdqp::FIELD_INST_INFO, 112, data, sizeof data));
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 1U);
+TEST_F(MdqpDecoding, RecordsOfEveryKindAreReadWhateverTheirFieldsSayOfTheirSize) {
+    deal_info_t deal = Deal(5);
+    deal.volume = 12;
+    const price_detail_t level{5, '1', 100.5, 13};
+    const order_statistics_info_t statistics{5, 14, 1, 15, 1};
+    const packet_no_t packetNo{77};
+    const uint8_t zeros[8] = {};
+    for (const uint16_t off : {1, 9, 60000, 65536 - 1, 65536 - 3}) {
+        const auto claim = [&](std::size_t size) { return static_cast<uint16_t>(size + off); };
+        Slot(5) = SInstTableType{};
+        board.Forget();
+        Parse(MdqpWriter().FieldClaiming(0x0102, claim(154), &deal, sizeof deal));
+        Parse(MdqpWriter().FieldClaiming(0x0103, claim(17), &level, sizeof level));
+        Parse(MdqpWriter().FieldClaiming(0x0104, claim(28), &statistics, sizeof statistics));
+        Parse(MdqpWriter().FieldClaiming(0x1004, claim(4), &packetNo, sizeof packetNo).RawBytes(zeros, 8));
+        EXPECT_EQ(Slot(5).volume, 12U) << off;
+        EXPECT_EQ(Slot(5).ask1_price, 10050) << off;
+        EXPECT_EQ(Slot(5).ask_volume, 15U) << off;
+        EXPECT_THAT(board.accesses, ::testing::Contains(W(0x11110, 77))) << off;
+    }
+    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 0U);
+}
+
+TEST_F(MdqpDecoding, FieldThatClaimsLessThanItsRecordIsReadAndLeadsIntoIt) {
+    inst_info_t info = Info(6);
+    const field_t hidden{0x0BAD, 68};  // where the next field begins by the first one's size
+    std::memcpy(reinterpret_cast<char*>(&info) + 40, &hidden, sizeof hidden);
+    Parse(MdqpWriter().FieldClaiming(0x0101, 40, &info, sizeof info).InstInfo(Info(9)));
+    EXPECT_STREQ(Slot(6).inst_id, "cu2612");
+    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 10U);
+    EXPECT_THAT(log.Texts(LOG_ERROR), ElementsAre("unknown field id: bad"));
+    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 0U);
+}
+
+TEST_F(MdqpDecoding, RecordThatWouldBeReadPastItsMessageIsDropped) {
+    const uint8_t data[111] = {};
+    for (const uint16_t claimed : {111, 112, 40000}) {
+        Parse(MdqpWriter().FieldClaiming(0x0101, claimed, data, sizeof data));
+    }
+    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 3U);
     EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
 }
 

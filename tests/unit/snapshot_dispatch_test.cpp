@@ -467,6 +467,15 @@ protected:
         std::filesystem::remove_all(m_directory);
     }
 
+    /// Of the file that holds the packets.
+    uint64_t PacketBytes() const {
+        CWriteShot::GetInstance().CloseShotPcapLog();
+        for (const auto& file : std::filesystem::directory_iterator(m_directory)) {
+            if (file.path().extension() == ".pcap") return file.file_size();
+        }
+        return 0;
+    }
+
     uint64_t Captured() const { return CWriteShot::GetInstance().GetBinShotCnt() - m_before; }
 
     std::filesystem::path m_directory;
@@ -479,6 +488,17 @@ TEST_F(Captures, HoldEveryMessageWhenSwitchedOn) {
     Hand(EventMessage());
     Hand(MessageOfType(DMA_TCP, 5));
     EXPECT_EQ(Captured(), 3U);
+}
+
+TEST_F(Captures, OfPacketsHoldSegmentsAlone) {
+    api->m_u50ConfigInfo.dma_data_flag = true;
+    const Bytes segment = Segment(FIRST_SEQ, FirstMessage(SHFE_TOPIC)).DmaMessage();
+    Hand(EventMessage());
+    Hand(segment);
+    Hand(MessageOfType(DMA_UDP, DMA_READABLE_BYTES));
+    Hand(MessageOfType(77, 300));
+    EXPECT_EQ(Captured(), 4U);
+    EXPECT_EQ(PacketBytes(), 24 + 16 + (segment.size() - 12));  // heads of the file and of its one packet
 }
 
 TEST_F(Captures, HoldNothingWhenSwitchedOff) {

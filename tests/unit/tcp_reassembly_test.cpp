@@ -349,16 +349,6 @@ TEST_F(TcpReassembly, WrongTypeIsNoMessage) {
     EXPECT_EQ(Counted(ECounter::PayloadNotMdqp), 1U);
 }
 
-TEST_F(TcpReassembly, PayloadTooShortForAHeaderIsNoMessage) {
-    uint32_t next = Begin();
-    for (std::size_t length = 1; length < sizeof(mdqp_t); ++length) {
-        Arrive(next, Cut(Numbered(1), 0, length));
-        next += static_cast<uint32_t>(length);
-    }
-    EXPECT_EQ(Counted(ECounter::PayloadNotMdqp), sizeof(mdqp_t) - 1);
-    EXPECT_EQ(Session().frag_flag, 0);
-}
-
 TEST_F(TcpReassembly, DrainedPayloadThatIsNoMessageStopsTheDrain) {
     const uint32_t next = Begin();
     Arrive(next + MESSAGE_BYTES, Bytes(MESSAGE_BYTES, 0xEE));
@@ -370,17 +360,6 @@ TEST_F(TcpReassembly, DrainedPayloadThatIsNoMessageStopsTheDrain) {
     Arrive(next + 2 * MESSAGE_BYTES, Numbered(3));
     EXPECT_THAT(Decoded(), ElementsAre(1, 3));
     EXPECT_EQ(api->m_earlySegmentCount, 0U);
-}
-
-TEST_F(TcpReassembly, CarriedBytesThatAreNoMessageStayAsTheyAre) {
-    const uint32_t next = Begin();
-    Session().frag_flag = 1;
-    Arrive(next, Bytes(5, 0xEE));
-    EXPECT_EQ(Counted(ECounter::PayloadNotMdqp), 0U);
-    Arrive(next + 5, Bytes(5, 0xEE));
-    EXPECT_EQ(Counted(ECounter::PayloadNotMdqp), 1U);
-    EXPECT_EQ(uint32_t{Session().frag_buf_offset}, 10U);
-    EXPECT_EQ(Session().frag_flag, 1);
 }
 
 TEST_F(TcpReassembly, CarryOverIsKeptBelowItsLimit) {
@@ -398,7 +377,7 @@ TEST_F(TcpReassembly, CarryOverAtItsLimitAbandonsTheConnection) {
     EXPECT_EQ(Session().frag_flag, 0);
     EXPECT_EQ(uint32_t{Session().frag_buf_offset}, 0U);
     EXPECT_EQ(FragBuf(), nullptr);
-    EXPECT_EQ(api->m_fragBufCount, 0U);
+    EXPECT_EQ(api->m_carryOverOwners.Count(), 0U);
 }
 
 TEST_F(TcpReassembly, AbandonedConnectionBeginsAgainWithAnIdentification) {
@@ -477,7 +456,7 @@ TEST_F(EarlyFlood, OneMoreClearsEverything) {
     EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
     EXPECT_EQ(api->m_u50DstPort.port_shfe_2ps, 0);
     EXPECT_EQ(api->m_earlySegmentCount, 0U);
-    EXPECT_EQ(api->m_fragBufCount, 0U);
+    EXPECT_EQ(api->m_carryOverOwners.Count(), 0U);
     EXPECT_EQ(Counted(ECounter::EarlyOverflow), 1U);
 }
 
@@ -513,65 +492,6 @@ TEST_F(TcpReassembly, ListGoesOnWhenOneOfItsSegmentsFindsNoRoom) {
     Arrive(next + 2 * MESSAGE_BYTES, Numbered(3));
     Arrive(next, Numbered(1));
     EXPECT_THAT(Decoded(), ElementsAre(1, 2));
-}
-
-// ---- the session's memory -----------------------------------------------------------------------------------------
-
-TEST_F(TcpReassembly, NewSessionHasAZeroedBuffer) {
-    EXPECT_EQ(api->_InitTcpSession(Session(), LOCAL_PORT), 0);
-    const uint8_t* buffer = Session().frag_buf;
-    EXPECT_TRUE(std::all_of(buffer, buffer + FRAG_BUF_SIZE, [](uint8_t byte) { return byte == 0; }));
-    ASSERT_EQ(log.Texts().size(), 1U);
-    EXPECT_THAT(log.Texts()[0], ::testing::StartsWith(" dstPort:40001 frag_buf:0x"));
-    EXPECT_EQ(log.lines[0].level, LOG_DEBUG);
-    EXPECT_EQ(log.lines[0].Function(), "_InitTcpSession");
-}
-
-TEST_F(TcpReassembly, BufferIsTakenOverByTheNextConnection) {
-    api->_InitTcpSession(Session(), LOCAL_PORT);
-    uint8_t* buffer = Session().frag_buf;
-    buffer[0] = 7;
-    Session().frag_buf_offset = 3;
-    EXPECT_EQ(api->_InitTcpSession(Session(), LOCAL_PORT), 0);
-    EXPECT_EQ(FragBuf(), buffer);
-    EXPECT_EQ(buffer[0], 7);
-    EXPECT_EQ(uint32_t{Session().frag_buf_offset}, 0U);
-    EXPECT_EQ(api->m_fragBufCount, 1U);
-}
-
-TEST_F(TcpReassembly, BufferBeyondTheBudgetIsRefused) {
-    api->m_fragBufCount = FRAG_BUF_BUDGET;
-    EXPECT_EQ(api->_InitTcpSession(Session(), LOCAL_PORT), -1);
-    EXPECT_THAT(log.Texts(), ElementsAre("failed to allocate memcory for fragment memory."));
-    EXPECT_EQ(log.lines[0].level, LOG_ERROR);
-}
-
-TEST_F(TcpReassembly, FirstSegmentWithoutABufferIsDropped) {
-    api->m_fragBufCount = FRAG_BUF_BUDGET;
-    Begin();
-    EXPECT_EQ(Session().init, 0);
-    EXPECT_EQ(Counted(ECounter::SegmentRefused), 1U);
-}
-
-TEST_F(TcpReassembly, ResetFreesEverythingAndZeroesTheSlot) {
-    const uint32_t next = Begin();
-    Arrive(next, Cut(Numbered(1), 0, 10));
-    Arrive(next + 100, Numbered(2));
-    Arrive(next + 200, Numbered(3));
-    api->ResetSession(Session());
-    const tcp_session_t empty{};
-    EXPECT_EQ(std::memcmp(&Session(), &empty, sizeof empty), 0);
-    EXPECT_EQ(api->m_earlySegmentCount, 0U);
-    EXPECT_EQ(api->m_fragBufCount, 0U);
-}
-
-TEST_F(TcpReassembly, EveryPortThatWasTouchedIsClearedTogether) {
-    for (uint32_t port = 0; port < TCP_SESSION_COUNT; port += 4095) Begin(77, static_cast<uint16_t>(port));
-    EXPECT_EQ(api->m_dirtySessionCount, 17U);
-    TestableApi::_Cleandata(*api);
-    EXPECT_EQ(api->m_fragBufCount, 0U);
-    EXPECT_EQ(api->m_dirtySessionCount, 0U);
-    EXPECT_EQ(uint16_t{Session(65520).dst_port}, 0U);
 }
 
 }  // namespace

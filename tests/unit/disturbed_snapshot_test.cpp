@@ -1,0 +1,89 @@
+// Whole snapshots under random sets of disturbances, segment by segment into the library: each finishes at once, and
+// all of its instruments are there.
+#include "exchange/Exchange.h"
+#include "exchange/Random.h"
+#include "exchange/SnapshotConnection.h"
+#include "tests/unit/SnapshotFixture.h"
+
+namespace {
+
+using exchange::EFault;
+
+constexpr uint64_t SEEDS_IN_A_TEST = 300;
+
+class DisturbedSnapshot : public SnapshotFixture, public ::testing::WithParamInterface<uint64_t> {
+protected:
+    void SetUp() override {
+        SnapshotFixture::SetUp();
+        Unplug();
+        CCommonLog::GetInstance().SetLogLevel(LOG_NONE);
+    }
+
+    /// Each disturbance with a chance of one half.
+    static exchange::Faults SomeDisturbances(exchange::Random& chance, std::string& names) {
+        exchange::Faults faults;
+        for (const exchange::FaultRow& row : exchange::FaultTable()) {
+            const bool isMeant = row.place == exchange::EFaultPlace::EveryConnection && row.isRecovered;
+            if (!isMeant || chance.OneIn(2)) continue;
+            faults.Set(row.kind);
+            names += std::string(row.name) + " ";
+        }
+        return faults;
+    }
+
+    /// The stream, and one acknowledgement, on which a receiver finishes at the latest. Gives the frames before that.
+    uint32_t ArriveAll(exchange::SnapshotConnection& connection) {
+        uint32_t segments = 0;
+        Bytes frame;
+        for (; !connection.IsSent() && connection.NextFrame(frame); ++segments) HandFrame(frame);
+        connection.NextFrame(frame);
+        HandFrame(frame);
+        return segments;
+    }
+
+    void HandFrame(const Bytes& frame) { Hand(Join({{DMA_TCP, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, frame})); }
+
+    void ExpectTruth(const exchange::Exchange& market) {
+        const std::vector<exchange::Instrument>& instruments = market.Instruments(SHFE_2PS);
+        EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, instruments.size());
+        for (const exchange::Instrument& instrument : instruments) {
+            SCOPED_TRACE(instrument.id);
+            const VexaShfeMdType& truth = market.Truth(SHFE_2PS, instrument.instNo);
+            const SInstTableType& slot = api->m_u50InstTable.shfe2psInstTable[instrument.instNo];
+            EXPECT_EQ(slot.inst_id, instrument.id);
+            EXPECT_EQ(uint32_t{slot.change_no}, uint32_t{truth.change_no});
+            EXPECT_EQ(uint32_t{slot.volume}, uint32_t{truth.volume});
+            EXPECT_EQ(int32_t{slot.bid1_price}, int32_t{truth.bid1_px});
+            EXPECT_EQ(int32_t{slot.ask5_price}, int32_t{truth.ask5_px});
+            EXPECT_EQ(uint32_t{slot.ask_volume}, uint32_t{truth.ask_volume});
+            EXPECT_EQ(int64_t{slot.ask_amount}, int64_t{truth.ask_amount});
+        }
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(ManySeeds, DisturbedSnapshot, ::testing::Range<uint64_t>(0, 4));
+
+TEST_P(DisturbedSnapshot, FinishesWithAllItsInstruments) {
+    uint32_t ofOneSegment = 0;
+    for (uint64_t seed = GetParam() * SEEDS_IN_A_TEST; seed < (GetParam() + 1) * SEEDS_IN_A_TEST; ++seed) {
+        exchange::Random chance(seed, "disturbances");
+        std::string names;
+        const exchange::Faults faults = SomeDisturbances(chance, names);
+        SCOPED_TRACE(std::to_string(seed) + ": " + names);
+        exchange::ExchangeOptions options;
+        options.seed = seed;
+        options.ineInstruments = 1;
+        options.shfeInstruments = chance.Between(1, chance.OneIn(2) ? 3 : 60);
+        exchange::Exchange market(options);
+        const uint32_t seq = faults.Has(EFault::SequenceWrap) ? 0U - 1 - chance.Below(8192) : chance.Below(2'000'000);
+        exchange::SnapshotConnection connection({SERVER, HOST, SNAP_PORT, LOCAL_PORT}, seq,
+                                                market.SnapshotMessages(SHFE_2PS, faults), faults, seed);
+        TestableApi::_Cleandata(*api);
+        ofOneSegment += ArriveAll(connection) <= 2 && faults.Has(EFault::LongFirstSegment) ? 1 : 0;
+        EXPECT_EQ(api->m_finishedMask.enabled_mask, FeedBit(SHFE_2PS));
+        ExpectTruth(market);
+    }
+    EXPECT_GT(ofOneSegment, 0U);
+}
+
+}  // namespace

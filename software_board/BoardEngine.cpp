@@ -281,9 +281,10 @@ void BoardEngine::Note(EMDQPDataType feed) {
 
 void BoardEngine::Apply(const exchange::LiveUpdate& update) {
     SInstTableType& shared = board_tables::Slot(m_memory, update.feed, update.instNo);
-    SInstTableType slot = board_tables::CopyOf(shared);
+    const SInstTableType before = board_tables::CopyOf(shared);
+    SInstTableType slot = before;
     LayOver(update, slot);
-    board_tables::Assign(shared, slot);
+    board_tables::Assign(shared, before, slot);
     if ((slot.config & SLOT_IN_USE) == 0) return;
     const uint32_t maxInstNo = Load(m_memory.registers.values[reg::FEEDS[update.feed].maxInstNo]);
     const VexaShfeMdType record = RecordOf(slot, update.instNo, maxInstNo);

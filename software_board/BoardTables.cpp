@@ -44,8 +44,10 @@ TablePort& PortOf(BoardMemory& memory, EMDQPDataType feed) {
 }
 
 /// A slot as the host and the tools see it: words, whatever members they make up.
-static_assert(offsetof(BoardMemory, slots) % sizeof(uint32_t) == 0);
 using SlotWord [[gnu::may_alias]] = uint32_t;
+using SlotPair [[gnu::may_alias]] = uint64_t;  // two words at once, where a whole slot is copied
+using SlotWords = std::array<uint64_t, WORDS_PER_SLOT / 2>;
+static_assert(offsetof(BoardMemory, slots) % sizeof(uint64_t) == 0 && sizeof(SlotWords) == sizeof(SInstTableType));
 
 const SlotWord* WordsOf(const SInstTableType& slot) { return reinterpret_cast<const SlotWord*>(&slot); }
 SlotWord* WordsOf(SInstTableType& slot) { return reinterpret_cast<SlotWord*>(&slot); }
@@ -87,18 +89,19 @@ uint32_t Read(const BoardMemory& memory, uint32_t index) {
 }
 
 SInstTableType CopyOf(const SInstTableType& shared) {
-    std::array<uint32_t, WORDS_PER_SLOT> words;
-    const SlotWord* from = WordsOf(shared);
-    for (uint32_t word = 0; word < WORDS_PER_SLOT; ++word) words[word] = __atomic_load_n(from + word, __ATOMIC_RELAXED);
+    SlotWords words;
+    const auto* from = reinterpret_cast<const SlotPair*>(&shared);
+    for (std::size_t pair = 0; pair < words.size(); ++pair)
+        words[pair] = __atomic_load_n(from + pair, __ATOMIC_RELAXED);
     return std::bit_cast<SInstTableType>(words);
 }
 
-void Assign(SInstTableType& shared, const SInstTableType& slot) {
-    const auto words = std::bit_cast<std::array<uint32_t, WORDS_PER_SLOT>>(slot);
-    SlotWord* to = WordsOf(shared);
-    for (uint32_t word = 0; word < WORDS_PER_SLOT; ++word) {
-        if (__atomic_load_n(to + word, __ATOMIC_RELAXED) == words[word]) continue;
-        __atomic_store_n(to + word, words[word], __ATOMIC_RELAXED);
+void Assign(SInstTableType& shared, const SInstTableType& before, const SInstTableType& after) {
+    const auto old = std::bit_cast<SlotWords>(before);
+    const auto words = std::bit_cast<SlotWords>(after);
+    auto* to = reinterpret_cast<SlotPair*>(&shared);
+    for (std::size_t pair = 0; pair < words.size(); ++pair) {
+        if (old[pair] != words[pair]) __atomic_store_n(to + pair, words[pair], __ATOMIC_RELAXED);
     }
 }
 

@@ -17,9 +17,10 @@ uint32_t Read(const BoardMemory& memory, uint32_t index);
 void OpenPorts(BoardMemory& memory);
 bool IsOpen(const BoardMemory& memory, EMDQPDataType feed);
 
-/// A slot's words one by one, whoever writes them meanwhile; of those that are equal none is written.
+/// A slot's words one by one, whoever writes them meanwhile.
 SInstTableType CopyOf(const SInstTableType& shared);
-void Assign(SInstTableType& shared, const SInstTableType& slot);
+/// Writes the words that have changed since.
+void Assign(SInstTableType& shared, const SInstTableType& before, const SInstTableType& after);
 
 /// `instNo` must lie within the feed's table.
 SInstTableType& Slot(BoardMemory& memory, EMDQPDataType feed, int32_t instNo);

@@ -163,7 +163,9 @@ bool SharedMapping::Map(int descriptor, bool isReadOnly) {
 void SharedMapping::Close() {
     if (m_lock >= 0) {
         Store(m_board->hasEnded, 1U);
-        unlink(m_path.c_str());
+        struct stat status {};
+        // Removed by somebody meanwhile, its name may be another board's by now.
+        if (fstat(m_lock, &status) == 0 && status.st_nlink > 0) unlink(m_path.c_str());
         close(m_lock);
         m_lock = -1;
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bitset>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -155,7 +156,7 @@ std::string BoardLine(const SharedBoard& board, double updatesPerSecond, std::si
     const uint64_t delivered = Load(board.memory.statistics.delivered);
     const uint64_t dropped = Load(board.memory.statistics.overruns);
     const double shownRate = std::clamp(updatesPerSecond, 0.0, RATE_MAX);
-    const std::string rate = std::to_string(static_cast<uint64_t>(shownRate + 0.5));
+    const std::string rate = std::to_string(std::llround(shownRate));
     const std::string instruments =
         std::to_string(Load(board.instruments[SHFE_2PS])) + "+" + std::to_string(Load(board.instruments[INE_2PS]));
     const std::string counts = "  delivered " + std::to_string(delivered) + "  dropped " + std::to_string(dropped);

@@ -100,7 +100,7 @@ protected:
     int32_t Poll(VexaBoardStream* stream) { return provider.receive(stream, Keep, &messages); }
     /// Polls until there is a message of this type.
     bool Receives(VexaBoardStream* stream, unsigned char type) {
-        for (int poll = 0; poll < 10'000'000; ++poll) {
+        for (int poll = 0; poll < 300'000; ++poll) {
             messages.clear();
             if (Poll(stream) == 1 && messages.back()[0] == type) return true;
             sched_yield();

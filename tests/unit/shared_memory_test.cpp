@@ -5,6 +5,7 @@
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,6 +47,17 @@ TEST_F(SharedBoardMemory, IsOwnerOnlyAndGoesWithItsServer) {
     EXPECT_EQ(status.st_mode & 0777, 0600U);
     EXPECT_EQ(static_cast<std::size_t>(status.st_size), sizeof(SharedBoard));
     server.Close();
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST_F(SharedBoardMemory, DoesNotTakeItsNameFromTheNextOne) {
+    ASSERT_TRUE(server.Create(bus, error)) << error;
+    std::filesystem::remove(path);
+    SharedMapping next;
+    ASSERT_TRUE(next.Create(bus, error)) << error;
+    server.Close();
+    EXPECT_TRUE(std::filesystem::exists(path));
+    next.Close();
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
@@ -128,6 +140,17 @@ TEST(ProcessIds, OwnProcessIsAliveAndAnEndedOneIsNot) {
     if (child == 0) _exit(0);
     waitpid(child, nullptr, 0);
     EXPECT_FALSE(IsAlive(static_cast<uint32_t>(child)));
+}
+
+TEST(ProcessIds, ProcessThatCannotBeLookedAtIsNotTakenForEnded) {
+    const ProcessId self = OwnProcessId();
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const bool isAlive = IsAlive(self);
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_TRUE(isAlive);
 }
 
 TEST(ProcessIds, SameNumberWithAnotherStartIsAnotherProcess) {

@@ -85,13 +85,15 @@ void LinkAfterLast(tcp_session_t& session, tcp_lost_buf_t* last, tcp_lost_buf_t*
 int32_t CVexaShfeMdApiImpl::_InitTcpSession(tcp_session_t& refSession, int32_t dstPort) {
     _MarkSession(static_cast<uint16_t>(dstPort));
     if (refSession.frag_buf == nullptr) {
+        const bool isMade = !m_carryOverOwners.IsFull();
         refSession.frag_buf = _NewFragBuf();
         if (refSession.frag_buf == nullptr) {
             VEXA_LOG(LOG_ERROR, "failed to allocate memcory for fragment memory.");
             return -1;
         }
         m_carryOverOwners.Add(refSession);
-        VEXA_LOG(LOG_DEBUG, " dstPort:%d frag_buf:%p", dstPort, static_cast<void*>(refSession.frag_buf));
+        // One that changes hands was told when it was made: a scan of all ports would fill the log.
+        if (isMade) VEXA_LOG(LOG_DEBUG, " dstPort:%d frag_buf:%p", dstPort, static_cast<void*>(refSession.frag_buf));
     }
     // What an earlier connection of this port left behind is no part of the new one's stream.
     _FreeEarlySegments(refSession);

@@ -132,7 +132,7 @@ int Run(int argc, char** argv) {
         PrintTable(*board, FEEDS_BY_NAME.at(arguments.feed), arguments.instrument);
     });
 
-    CLI::App* inject = command("inject", "let faults happen on a running board, or end them all");
+    CLI::App* inject = command("inject", "let faults happen on a running board, or end them");
     inject->add_option("FAULT", arguments.fault, "comma-separated, each with @N or without: " + exchange::FaultNames())
         ->check(FaultList());
     inject->add_flag("--clear", arguments.areCleared,

@@ -95,11 +95,17 @@ TEST_F(Strays, OldestBufferThatNobodyUsesIsTakenOver) {
     EXPECT_TRUE(HasBuffer(FIRST_STRAY + 4));
 }
 
-TEST_F(Strays, NewOwnerOfABufferIsTold) {
-    Scan(512);
+// As a scan of all ports would fill the log otherwise.
+TEST_F(Strays, BufferIsToldWhenItIsMadeAndNotWhenItChangesHands) {
+    Scan(511);
+    EXPECT_EQ(log.Texts(LOG_DEBUG).size(), 511U);
+    EXPECT_THAT(log.Texts(LOG_DEBUG), ::testing::Each(::testing::HasSubstr(" frag_buf:0x")));
+    log.lines.clear();
+    Begin(INE_TOPIC, 60777);
+    EXPECT_THAT(log.Texts()[0], ::testing::StartsWith(" dstPort:60777 frag_buf:0x"));
     log.lines.clear();
     Begin();
-    EXPECT_THAT(log.Texts()[0], ::testing::StartsWith(" dstPort:40001 frag_buf:0x"));
+    EXPECT_THAT(log.Texts()[0], "mdqp packet. TCP dst port: 40001");
 }
 
 TEST_F(Strays, AllPortsLeaveTheMemoryBoundedAndConnectionsInUseAlone) {
@@ -127,8 +133,10 @@ TEST_F(Strays, OfAWrongTopicAreToldByTheirTopicAlone) {
     for (uint32_t port = FIRST_STRAY; port < FIRST_STRAY + 2000; ++port) {
         Arrive(FIRST_SEQ, FirstMessage(-1), static_cast<uint16_t>(port));
     }
-    EXPECT_THAT(log.Texts(TROUBLE), ::testing::Each("invalide topic id[-1]"));
-    EXPECT_EQ(log.Count(LOG_WARNING, "invalide topic id[-1]"), 2000U);
+    // Of so many the log keeps a part, and tells how many it does not.
+    EXPECT_THAT(log.Texts(TROUBLE),
+                ::testing::Each(::testing::AnyOf("invalide topic id[-1]", ::testing::EndsWith(" more like this"))));
+    EXPECT_GT(log.Count(LOG_WARNING, "invalide topic id[-1]"), 199U);
     EXPECT_EQ(Counted(ECounter::SegmentRefused), 2000U);
 }
 

@@ -49,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(EveryFault, Recovers, testing::ValuesIn(EveryFaultInBot
 
 TEST_P(Recovers, AndEveryLastRecordEqualsTheTruth) {
     SessionWorld world(WithFaults(GetParam().name, GetParam().seed));
-    world.configKeys += "wait_snap_timeout=120\n";
+    world.configKeys += "wait_snap_timeout=240\n";
     ASSERT_EQ(world.Start(GetParam().delivery), 0);
     ASSERT_TRUE(world.Receive(GetParam().name == "all" ? 4000 : 1500));
     ASSERT_TRUE(world.ReceiveTheRest());
@@ -342,7 +342,7 @@ TEST(LostPackets, LeaveTheStoredChecksumAsItWas) {
 TEST(SameSeed, GivesTheSameSession) {
     const auto run = [] {
         SessionWorld world(WithFaults("all", 7));
-        world.configKeys += "wait_snap_timeout=120\n";
+        world.configKeys += "wait_snap_timeout=240\n";
         EXPECT_EQ(world.Start(Delivery::Callback), 0);
         EXPECT_TRUE(world.Receive(1500));
         std::string bytes;

@@ -11,7 +11,8 @@ constexpr std::initializer_list<ECounter> OF_FRAMES{ECounter::MessageTooLong, EC
 }  // namespace
 
 const char* CountedName(ECounted expected) {
-    constexpr const char* NAMES[] = {"nothing", "a foreign message", "an unsound frame", "a sound frame", "a loss"};
+    constexpr const char* NAMES[] = {"nothing",       "a foreign message", "an unsound frame",
+                                     "a sound frame", "a frame astray",    "a loss"};
     return NAMES[static_cast<std::size_t>(expected)];
 }
 
@@ -25,7 +26,9 @@ bool IsCountedOnce(const CCounters& before, const CCounters& after, ECounted exp
         case ECounted::Nothing: return all == 0;
         case ECounted::Foreign: return all == 1 && moved(ECounter::FrameForeign) == 1;
         case ECounted::Unsound: return all == 1 && ofFrames == 1;
-        case ECounted::Sound: return ofFrames == 0;
+        case ECounted::Sound:
+            return ofFrames == 0 && moved(ECounter::PayloadNotMdqp) == 0 && moved(ECounter::FieldMalformed) == 0;
+        case ECounted::Astray: return ofFrames == 0;
         case ECounted::EventLoss: return all == 1 && moved(ECounter::EventLoss) == 1;
     }
     return false;

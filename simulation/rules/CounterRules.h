@@ -12,7 +12,9 @@ enum class ECounted : uint8_t {
     Nothing,   ///< an update, or an event that is no loss
     Foreign,   ///< no frame, while the snapshot loads
     Unsound,   ///< a frame with something wrong, or from elsewhere
-    Sound,     ///< a frame whose segment may still be refused, or give way to stored ones that are dropped
+    Sound,     ///< a frame whose segment may still be refused, or give way to stored ones that are dropped; what it
+               ///< holds is right
+    Astray,    ///< the same of a stream that a receiver may lose its place in
     EventLoss  ///< an event that begins a recovery
 };
 

@@ -72,7 +72,8 @@ ECounted World::Expect(int32_t channel, const unsigned char* data, unsigned int 
     const unsigned char* frame = data + DMA_TCP_FRAME_OFFSET;
     const uint32_t frameLength = length - DMA_TCP_FRAME_OFFSET;
     if (channel == 0) m_snapshot.OnFrame(frame, frameLength, EnabledFeeds());
-    return SnapshotRules::IsSound(frame, frameLength) ? ECounted::Sound : ECounted::Unsound;
+    if (!SnapshotRules::IsSound(frame, frameLength)) return ECounted::Unsound;
+    return m_faults.Has(exchange::EFault::SplitAnywhere) ? ECounted::Astray : ECounted::Sound;
 }
 
 void World::HandOver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user) {

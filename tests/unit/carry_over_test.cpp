@@ -9,9 +9,8 @@ using ::testing::IsEmpty;
 class CarryOver : public SnapshotFixture {
 protected:
     static constexpr uint32_t FIRST_BYTES = 100;
-    static constexpr uint16_t HEADS_OF_FIRST = 8 + 10 + 4;    ///< message, snap_t, padding field
-    static constexpr uint16_t HEADS_OF_NUMBERED = 8 + 8 + 4;  ///< message, packet_no_t, padding field
-    static constexpr uint32_t MESSAGE_BYTES = 40;             ///< of Numbered with its padding
+    static constexpr uint16_t HEADS_OF_FIRST = 8 + 10 + 4;  ///< message, snap_t, padding field
+    static constexpr uint32_t MESSAGE_BYTES = 40;           ///< of Numbered with its padding
 
     /// A first segment of 100 bytes and this message behind it, which is shorter and so kept. Gives the next number.
     uint32_t BeginWith(const Bytes& message, int16_t topic = SHFE_TOPIC, uint16_t localPort = LOCAL_PORT) {

@@ -190,9 +190,12 @@ TEST_P(Silent, LosesNothingAndCountsNothing) {
 }
 
 TEST(ForeignPort, IsDroppedAsForeign) {
-    SessionWorld plain;
-    ASSERT_EQ(plain.Start(Delivery::Callback), 0);
-    const uint64_t ordinary = plain.api->m_counters[ECounter::FrameForeign];
+    uint64_t ordinary = 0;
+    {
+        SessionWorld plain;
+        ASSERT_EQ(plain.Start(Delivery::Callback), 0);
+        ordinary = plain.api->m_counters[ECounter::FrameForeign];
+    }
     SessionWorld world(WithFaults("foreign-port"));
     ASSERT_EQ(world.Start(Delivery::Callback), 0);
     EXPECT_GT(world.api->m_counters[ECounter::FrameForeign], ordinary + 5);

@@ -14,6 +14,7 @@
 
 namespace {
 
+constexpr std::size_t SAMPLE_PART = 8;  // of a file's bytes
 constexpr std::size_t FILE_BYTES_MAX = std::size_t{64} << 20;
 
 /// The whole file; false for what is no regular file or too large, without ever waiting on it.
@@ -63,7 +64,12 @@ bool CIniReader::ReadConfig(const std::string& path) {
 void CIniReader::TakeLines() {
     const std::string_view text = *m_text;
     std::string_view section;
+    std::size_t sampleEnd = text.size() / SAMPLE_PART;
     for (std::size_t start = 0; start < text.size();) {
+        if (start > sampleEnd) {
+            ExpectRest();
+            sampleEnd = text.size();
+        }
         const std::size_t end = std::min(text.find('\n', start), text.size());
         std::string_view key;
         std::string_view value;
@@ -73,6 +79,15 @@ void CIniReader::TakeLines() {
         }
         start = end + 1;
     }
+}
+
+// A file is much like its beginning: tables that are made large enough at once need not be moved again and again.
+void CIniReader::ExpectRest() {
+    m_sectionNames.Reserve(m_sectionNames.Names().size() * SAMPLE_PART);
+    m_keyNames.Reserve(m_keyNames.Names().size() * SAMPLE_PART);
+    m_spans.reserve(m_spans.size() * SAMPLE_PART);
+    m_newest.reserve(m_newest.size() * SAMPLE_PART);
+    m_entries.reserve(m_entries.size() * SAMPLE_PART);
 }
 
 // A section that is opened again takes over the entries of the section read last: files rely on it. Entries are never

@@ -57,6 +57,7 @@ private:
     static bool AnalyseLine(std::string_view line, std::string_view& section, std::string_view& key,
                             std::string_view& value);
     void TakeLines();
+    void ExpectRest();
     bool Open(std::string_view section);
     void Take(std::string_view key, std::string_view value);
     const Entry* FindEntry(uint32_t section, uint32_t key) const;

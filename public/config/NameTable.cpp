@@ -60,12 +60,19 @@ uint32_t CNameTable::Add(std::string_view name) {
     m_names.push_back(name);
     const auto count = static_cast<uint32_t>(m_names.size());
     m_places[place] = {count, hash};
-    if (m_names.size() > m_places.size() / 4 * 3) Grow();
+    if (m_names.size() > m_places.size() / 4 * 3) Widen(m_places.size() * 2);
     return count - 1;
 }
 
-void CNameTable::Grow() {
-    std::vector<Place> wider(m_places.size() * 2);
+void CNameTable::Reserve(std::size_t names) {
+    std::size_t places = m_places.size();
+    while (names > places / 4 * 3) places *= 2;
+    if (places > m_places.size()) Widen(places);
+    m_names.reserve(names);
+}
+
+void CNameTable::Widen(std::size_t places) {
+    std::vector<Place> wider(places);
     for (const Place& place : m_places) {
         if (place.taken == 0) continue;
         std::size_t at = place.hash & (wider.size() - 1);

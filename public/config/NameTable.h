@@ -14,6 +14,9 @@ public:
     /// The name's number; a new one is the count of those before it. The text must stay where it is.
     uint32_t Add(std::string_view name);
 
+    /// Makes room for so many names in all.
+    void Reserve(std::size_t names);
+
     /// Its number, or NONE.
     uint32_t Find(std::string_view name) const;
 
@@ -28,7 +31,7 @@ private:
 
     uint32_t HashOf(std::string_view name) const;
     std::size_t PlaceOf(std::string_view name, uint32_t hash) const;
-    void Grow();
+    void Widen(std::size_t places);
 
     uint64_t m_seed;
     std::vector<Place> m_places;

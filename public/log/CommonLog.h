@@ -52,8 +52,8 @@ public:
     /// Lines that could not be written since the process began.
     uint64_t DroppedLines() const { return m_dropped.load(std::memory_order_relaxed); }
 
-    /// Puts `sink` in place of the file; null goes back to the file. `sink` must outlive its use, in whatever thread. What
-    /// was held back before is forgotten: two runs under the same clock see the same lines.
+    /// Puts `sink` in place of the file; null goes back to the file. `sink` must outlive its use, in whatever thread.
+    /// What was held back before is forgotten: two runs under the same clock see the same lines.
     void SetSink(ILogSink* sink);
 
     CCommonLog(const CCommonLog&) = delete;

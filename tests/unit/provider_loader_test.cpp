@@ -91,7 +91,8 @@ TEST_F(ProviderLoader, PathThatIsNoRegularFileIsRefusedAndNotWaitedFor) {
     const TempDirectory directory;
     const std::string fifo = directory.Path().string() + "/fifo.so";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    for (const std::string& path : {fifo, directory.Path().string(), std::string("/dev/zero"), std::string("/dev/tty0x")}) {
+    for (const std::string& path :
+         {fifo, directory.Path().string(), std::string("/dev/zero"), std::string("/dev/tty0x")}) {
         log.lines.clear();
         setenv(VARIABLE, path.c_str(), 1);
         EXPECT_EQ(LoadBoardProvider().provider, nullptr);

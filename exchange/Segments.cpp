@@ -123,6 +123,7 @@ std::vector<Segment> CutHeaders(const std::vector<Segment>& whole, const Message
         start += message.size();
     }
     std::vector<Segment> segments;
+    segments.reserve(ends.size());
     for (const std::size_t end : ends) segments.push_back({segments.empty() ? 0 : segments.back().end, end});
     return segments;
 }
@@ -131,7 +132,7 @@ std::vector<Segment> CutHeaders(const std::vector<Segment>& whole, const Message
 
 std::vector<Segment> CutSegments(const Messages& messages, const Faults& faults, uint64_t seed) {
     if (SizeOf(messages) == 0) return {};
-    const std::vector<Segment> whole = CutWhole(messages, faults, seed);
+    std::vector<Segment> whole = CutWhole(messages, faults, seed);
     if (!faults.Has(EFault::SplitHeaders)) return whole;
     return CutHeaders(whole, messages, Random(seed, FaultName(EFault::SplitHeaders)));
 }

@@ -132,7 +132,18 @@ std::unique_ptr<VexaBoardStream> MakeStream(const char* argument, uint16_t bus, 
     return std::make_unique<OwnStream>(*board, channel);
 }
 
-thread_local std::string g_lastError;
+constexpr const char* REGISTERS_FAILED =
+    "the board has ended or does not answer; registers go over to the next one with a bring-up";
+constexpr const char* STREAM_FAILED =
+    "the board has ended; the stream goes over to the next one that has its channel free";
+
+thread_local std::string g_refusal;
+thread_local const char* g_lastError = "";
+
+int32_t Fail(const char* why) {
+    g_lastError = why;
+    return -1;
+}
 
 /// The caller may be C: nothing is thrown.
 template <typename Handle, typename Make>
@@ -144,14 +155,14 @@ int32_t OpenHandle(Handle** handle, Make make) {
             *handle = made.release();
             return 0;
         }
-        g_lastError = std::move(error);
+        g_refusal = std::move(error);
+        return Fail(g_refusal.c_str());
     } catch (const std::bad_alloc&) {
-        g_lastError = "out of memory";  // short enough to lie in the object
+        return Fail("out of memory");
     }
-    return -1;
 }
 
-const char* LastError() { return g_lastError.c_str(); }
+const char* LastError() { return g_lastError; }
 
 int32_t OpenRegisters(const char* argument, uint16_t bus, uint16_t, VexaBoardRegisters** registers) {
     return OpenHandle(registers, [&](std::string& error) { return MakeRegisters(argument, bus, error); });
@@ -161,21 +172,21 @@ void CloseRegisters(VexaBoardRegisters* registers) { delete registers; }
 
 int32_t Write32(VexaBoardRegisters* registers, uint32_t index, uint32_t value) {
     try {
-        return registers->Write(index, value) ? 0 : -1;
+        return registers->Write(index, value) ? 0 : Fail(REGISTERS_FAILED);
     } catch (const std::bad_alloc&) {
-        return -1;
+        return Fail("out of memory");
     }
 }
 
 int32_t Read32(VexaBoardRegisters* registers, uint32_t index, uint32_t* value) {
     uint64_t read = 0;
-    if (!registers->Read(index, read)) return -1;
+    if (!registers->Read(index, read)) return Fail(REGISTERS_FAILED);
     *value = static_cast<uint32_t>(read);
     return 0;
 }
 
 int32_t Read64(VexaBoardRegisters* registers, uint32_t index, uint64_t* value) {
-    return registers->Read(index, *value) ? 0 : -1;
+    return registers->Read(index, *value) ? 0 : Fail(REGISTERS_FAILED);
 }
 
 /// "CUSTOM_CHAN3_DATA" is channel 3; negative for any other shape.
@@ -202,7 +213,8 @@ int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoa
 void CloseStream(VexaBoardStream* stream) { delete stream; }
 
 int32_t Receive(VexaBoardStream* stream, VexaBoardMessageHandler handler, void* user) {
-    return stream->Receive(handler, user);
+    const int32_t result = stream->Receive(handler, user);
+    return result < 0 ? Fail(STREAM_FAILED) : result;
 }
 
 constexpr VexaBoardProvider PROVIDER{VEXA_BOARD_PROVIDER_VERSION,

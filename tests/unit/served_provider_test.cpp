@@ -296,7 +296,11 @@ TEST_F(Board, NextOneIsNoticedByTheVeryNextAccess) {
     uint32_t word = UNTOUCHED;
     EXPECT_LT(provider.read32(registers, 0x1001, &word), 0);
     EXPECT_EQ(word, UNTOUCHED);
+    EXPECT_STREQ(provider.last_error(),
+                 "the board has ended or does not answer; registers go over to the next one with a bring-up");
     EXPECT_LT(Poll(reader), 0);
+    EXPECT_STREQ(provider.last_error(),
+                 "the board has ended; the stream goes over to the next one that has its channel free");
 }
 
 TEST_F(Board, FailedStreamLooksForTheNextOneNowAndThen) {

@@ -10,6 +10,9 @@
 
 namespace software_board {
 
+/// For hosts in real time: a snapshot that is not taken is sent anew after sixteen of these, and not as fast as polled.
+constexpr uint32_t ACKNOWLEDGE_EVERY_MS = 20;
+
 struct BoardOptions {
     exchange::ExchangeOptions exchange;
     exchange::Faults faults;

@@ -9,8 +9,6 @@ namespace software_board {
 
 namespace {
 
-// The host is another process: it may be kept waiting before it reads.
-constexpr uint32_t ACKNOWLEDGE_EVERY_MS = 20;
 constexpr int FRAMES_PER_STEP = 8;  // a host that closes the phase is heard before the next ones
 constexpr int UPDATES_PER_STEP = 256;
 constexpr uint32_t STEPS_PER_LOOK = 512;  // at the channels' holders; a look costs some system calls

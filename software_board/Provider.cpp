@@ -42,6 +42,7 @@ SoftwareBoard* BoardOf(const char* argument, uint16_t bus, std::string& error) {
     if (made == nullptr) {
         BoardOptions options;
         options.updatesPerSecond = UPDATES_PER_SECOND;
+        options.acknowledgeEveryMs = ACKNOWLEDGE_EVERY_MS;
         if (!ParseArgument(argument, options, error)) return nullptr;
         made = std::make_unique<SoftwareBoard>(options);
     }

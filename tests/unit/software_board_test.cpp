@@ -424,6 +424,47 @@ TEST(SoftwareBoardProvider, ChecksumSurvivesTheHandles) {
     EXPECT_EQ(value, 0xC0FFEEU);
 }
 
+/// Polls until `polls` have gone by; the frames that came.
+int FramesOf(const VexaBoardProvider& provider, VexaBoardStream* stream, int polls) {
+    int frames = 0;
+    const auto count = [](const unsigned char* data, unsigned int, void* user) {
+        if (data[0] == DMA_TCP) ++*static_cast<int*>(user);
+    };
+    for (int poll = 0; poll < polls; ++poll) provider.receive(stream, count, &frames);
+    return frames;
+}
+
+// A host that cannot use what it is sent would otherwise be sent it thousands of times a second.
+TEST(SoftwareBoardProvider, SnapshotThatIsNotTakenIsSentAnewByTheClockAndNotByThePolls) {
+    VirtualClock clock;
+    clock.step = 0;
+    const VexaBoardProvider& provider = software_board::Provider();
+    VexaBoardRegisters* registers = nullptr;
+    VexaBoardStream* stream = nullptr;
+    ASSERT_EQ(provider.open_registers("seed=3,shfe=6,ine=6", 8, 474, &registers), 0);
+    ASSERT_EQ(provider.open_stream("seed=3,shfe=6,ine=6", 8, "CUSTOM_CHAN0_DATA", &stream), 0);
+    for (const auto& [index, value] : {std::pair{0x0010U, 1U},
+                                       {0x1000U, 15U},
+                                       {0x3007U, 0x0A140002U},
+                                       {0x3008U, 40000U},
+                                       {0x11100U, 0xEF032A47U},
+                                       {0x11102U, 21000U}}) {
+        provider.write32(registers, index, value);
+    }
+    const int snapshot = FramesOf(provider, stream, 5000);
+    EXPECT_GT(snapshot, 1);
+    EXPECT_EQ(FramesOf(provider, stream, 5000), 0);
+    int frames = 0;
+    for (int step = 0; step < 20; ++step) {
+        clock.Advance(20'000'000);
+        frames += FramesOf(provider, stream, 5000);
+    }
+    EXPECT_GE(frames, 15 + snapshot);
+    EXPECT_LT(frames, 30 + snapshot);
+    provider.close_stream(stream);
+    provider.close_registers(registers);
+}
+
 TEST(SoftwareBoardProvider, UnknownStreamsAndBadArgumentsAreRefused) {
     const VexaBoardProvider& provider = software_board::Provider();
     VexaBoardStream* stream = nullptr;

@@ -217,8 +217,10 @@ void CVexaShfeMdApiImpl::_DeliverBehindCarryOver(tcp_session_t& session, const S
         _FreeEarlySegments(session);
         return;
     }
-    std::memcpy(session.frag_buf + session.frag_buf_offset, frame.payload, frame.payloadLength);
-    session.frag_buf_offset += frame.payloadLength;
+    if (frame.payloadLength > 0) {
+        std::memcpy(session.frag_buf + session.frag_buf_offset, frame.payload, frame.payloadLength);
+        session.frag_buf_offset += frame.payloadLength;
+    }
     if (session.frag_buf_offset < MARK_BYTES) return;
     if (!IsMessageStart(session.frag_buf, session.frag_buf_offset)) {
         if (frame.payloadLength > 0) m_counters.Add(ECounter::PayloadNotMdqp);

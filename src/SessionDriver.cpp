@@ -62,6 +62,7 @@ int32_t CVexaShfeMdApiImpl::_Start(EUserDataType delivery, const char* lpConfig)
     m_u50UserData.lpMdApi = this;
     m_u50UserData.isQuote = false;
     m_u50UserData.userDataType = delivery;
+    m_hasToldNoStream = false;
     try {
         return Init();
     } catch (const std::exception& error) {
@@ -88,7 +89,6 @@ int32_t CVexaShfeMdApiImpl::Init() {
     }
     CQelCharArray<64> channelName("CUSTOM_CHAN");
     channelName.Append(m_u50ConfigInfo.channel_id).Append("_DATA");
-    m_hasToldNoStream = false;
     if (m_drvDMAEnyx.Init(bus, channelName) != 0) {
         m_registerHold.Release();
         VEXA_LOG(LOG_ERROR, "DMA Init failed");

@@ -200,9 +200,12 @@ TEST_F(SessionDriver, ReceivingAfterAStartWithoutAStreamTouchesNoRegister) {
 }
 
 TEST_F(SessionDriver, ReceivingAfterAStartWithoutAConfigurationTouchesNoRegister) {
-    EXPECT_EQ(api->VexaRecvStart(spi, "/nonexistent/x.ini"), -1);
-    EXPECT_EQ(api->VexaRecv(), -1);
-    EXPECT_TRUE(log.Has(LOG_ERROR, NO_STREAM));
+    for (std::size_t start = 1; start <= 2; ++start) {
+        EXPECT_EQ(api->VexaRecvStart(spi, "/nonexistent/x.ini"), -1);
+        EXPECT_EQ(api->VexaRecv(), -1);
+        EXPECT_EQ(api->VexaRecv(), -1);
+        EXPECT_EQ(log.Count(LOG_ERROR, NO_STREAM), start);
+    }
     EXPECT_TRUE(board.accesses.empty());
 }
 

@@ -206,9 +206,9 @@ void CVexaShfeMdApiImpl::_TellCounters() {
 
 inline int32_t CVexaShfeMdApiImpl::_Receive() {
     m_u50UserData.isQuote = false;
-    const bool isPolled = m_drvDMAEnyx.RecvOnce(_MdHandler, &m_u50UserData) == 0;
+    const int32_t polled = m_drvDMAEnyx.RecvOnce(_MdHandler, &m_u50UserData);
     if (m_u50UserData.isQuote) return 1;
-    return isPolled ? 0 : static_cast<int32_t>(_OnFailedPoll());
+    return polled == 0 ? 0 : static_cast<int32_t>(_OnFailedPoll());
 }
 
 // ---- clearing -----------------------------------------------------------------------------------------------------

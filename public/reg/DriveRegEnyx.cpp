@@ -118,8 +118,10 @@ void CRegisterHold::Release() {
 CDrvDMAEnyx::~CDrvDMAEnyx() { Close(); }
 
 void CDrvDMAEnyx::Close() {
-    if (m_stream != nullptr) m_provider->close_stream(m_stream);
+    VexaBoardStream* stream = HasFailed() ? m_failed : m_stream;
+    if (stream != nullptr) m_provider->close_stream(stream);
     m_stream = nullptr;
+    m_failed = nullptr;
 }
 
 int32_t CDrvDMAEnyx::Init(uint16_t bus, const CQelCharArray<64>& name) {
@@ -136,30 +138,37 @@ int32_t CDrvDMAEnyx::Init(uint16_t bus, const CQelCharArray<64>& name) {
     m_provider = choice.provider;
     m_stream = stream;
     m_name = name;
-    m_hasFailed = false;
     return 0;
 }
 
 int32_t CDrvDMAEnyx::RecvOnce(VexaBoardMessageHandler handler, void* user) {
     if (m_stream == nullptr) [[unlikely]]
-        return NOT_OPEN;
+        return RecvFailed(handler, user);
     const int32_t result = m_provider->receive(m_stream, handler, user);
-    if (result < 0 || m_hasFailed) [[unlikely]]
-        return TellOutage(result);
-    return 0;
+    return result < 0 ? BeginOutage(result) : 0;
 }
 
-int32_t CDrvDMAEnyx::TellOutage(int32_t result) {
-    const bool hasFailed = std::exchange(m_hasFailed, result < 0);
-    if (result >= 0) {
-        VEXA_LOG(LOG_WARNING, "board provider %s: the stream %s answers again after %lu failed polls", m_provider->name,
-                 m_name.data(), m_failedPolls - m_failedBefore);
-        return 0;
-    }
+// A handler may poll again: then the outer call finds the outage begun, or ended, by the inner one.
+int32_t CDrvDMAEnyx::BeginOutage(int32_t result) {
     ++m_failedPolls;
-    if (hasFailed) return result;
+    if (HasFailed()) return result;
+    m_failed = std::exchange(m_stream, nullptr);
     m_failedBefore = m_failedPolls - 1;
     VEXA_LOG(LOG_ERROR, "board provider %s: the stream %s has failed (%d)%s; it is polled until it answers again",
              m_provider->name, m_name.data(), result, LastErrorOf(*m_provider).c_str());
     return result;
+}
+
+int32_t CDrvDMAEnyx::RecvFailed(VexaBoardMessageHandler handler, void* user) {
+    if (!HasFailed()) return NOT_OPEN;
+    const int32_t result = m_provider->receive(m_failed, handler, user);
+    if (result < 0) {
+        ++m_failedPolls;
+        return result;
+    }
+    if (!HasFailed()) return 0;
+    m_stream = std::exchange(m_failed, nullptr);
+    VEXA_LOG(LOG_WARNING, "board provider %s: the stream %s answers again after %lu failed polls", m_provider->name,
+             m_name.data(), m_failedPolls - m_failedBefore);
+    return 0;
 }

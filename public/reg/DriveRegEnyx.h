@@ -89,10 +89,10 @@ public:
     /// not open. A failed stream is in order again with the first poll that succeeds.
     int32_t RecvOnce(VexaBoardMessageHandler handler, void* user);
 
-    bool IsOpen() const { return m_stream != nullptr; }
+    bool IsOpen() const { return m_stream != nullptr || HasFailed(); }
 
     /// True from a poll that failed until one succeeds.
-    bool HasFailed() const { return m_hasFailed; }
+    bool HasFailed() const { return m_failed != nullptr; }
 
     /// Polls that failed in the object's life.
     uint64_t FailedPolls() const { return m_failedPolls; }
@@ -102,11 +102,12 @@ public:
 
 private:
     void Close();
-    int32_t TellOutage(int32_t result);
+    int32_t BeginOutage(int32_t result);
+    int32_t RecvFailed(VexaBoardMessageHandler handler, void* user);
 
     const VexaBoardProvider* m_provider = nullptr;
-    VexaBoardStream* m_stream = nullptr;
-    bool m_hasFailed = false;
+    VexaBoardStream* m_stream = nullptr;  ///< while it is in order, so that a poll looks at nothing else
+    VexaBoardStream* m_failed = nullptr;  ///< the same while it is not
     uint64_t m_failedPolls = 0;
     uint64_t m_failedBefore = 0;  ///< the outage that lasts
     CQelCharArray<64> m_name;

@@ -217,4 +217,32 @@ TEST_F(ReceiveStream, EmptyPollSucceeds) {
     EXPECT_THAT(received, IsEmpty());
 }
 
+// An application may receive again out of its callback.
+TEST_F(ReceiveStream, OutageThatBeginsAndEndsInsideAHandlerKeepsTheStream) {
+    struct Nested {
+        static void Poll(const unsigned char*, unsigned int, void* user) {
+            auto* self = static_cast<Nested*>(user);
+            ++self->handled;
+            self->inner.push_back(self->stream.RecvOnce(Poll, user));
+        }
+        CDrvDMAEnyx& stream;
+        int handled = 0;
+        std::vector<int32_t> inner{};
+    } nested{stream};
+    stream.Init(BUS, name);
+    board.messages = {{1}};
+    board.onPoll = [](RecordingBoard& self) { self.pollResult = self.polls == 2 ? -4 : 0; };
+    EXPECT_EQ(stream.RecvOnce(Nested::Poll, &nested), 0);
+    EXPECT_TRUE(stream.HasFailed() && stream.IsOpen());
+    board.messages = {{2}};
+    EXPECT_EQ(stream.RecvOnce(Nested::Poll, &nested), 0);
+    EXPECT_FALSE(stream.HasFailed());
+    EXPECT_TRUE(stream.IsOpen());
+    EXPECT_EQ(nested.handled, 2);
+    EXPECT_THAT(nested.inner, ElementsAre(-4, 0));
+    EXPECT_EQ(stream.RecvOnce(Nested::Poll, &nested), 0);
+    EXPECT_EQ(board.polls, 5U);
+    EXPECT_EQ(log.Texts().size(), 2U);
+}
+
 TEST_F(ReceiveStream, PollBeforeInitFails) { EXPECT_LT(stream.RecvOnce(Remember, &received), 0); }

@@ -64,6 +64,9 @@ bool CIniReader::ReadConfig(const std::string& path) {
 void CIniReader::TakeLines() {
     const std::string_view text = *m_text;
     std::string_view section;
+    // Some lines ahead, so that the places of their names are on their way from memory while others are taken.
+    LinesAhead ahead;
+    std::size_t count = 0;
     std::size_t sampleEnd = text.size() / SAMPLE_PART;
     for (std::size_t start = 0; start < text.size();) {
         if (start > sampleEnd) {
@@ -71,13 +74,26 @@ void CIniReader::TakeLines() {
             sampleEnd = text.size();
         }
         const std::size_t end = std::min(text.find('\n', start), text.size());
-        std::string_view key;
-        std::string_view value;
-        if (AnalyseLine(text.substr(start, end - start), section, key, value)) {
-            const bool isHeader = key.empty();
-            if ((!isHeader && m_open != NONE) || Open(section)) Take(key, value);
+        Line& line = ahead[count];
+        line = {};
+        if (AnalyseLine(text.substr(start, end - start), section, line.key, line.value)) {
+            line.section = section;
+            if (line.key.empty()) {
+                m_sectionNames.Expect(section);
+            } else {
+                m_keyNames.Expect(line.key);
+            }
+            if (++count == ahead.size()) TakeAhead(ahead, std::exchange(count, 0));
         }
         start = end + 1;
+    }
+    TakeAhead(ahead, count);
+}
+
+void CIniReader::TakeAhead(const LinesAhead& lines, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+        const bool isHeader = lines[i].key.empty();
+        if ((!isHeader && m_open != NONE) || Open(lines[i].section)) Take(lines[i].key, lines[i].value);
     }
 }
 

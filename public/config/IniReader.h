@@ -5,6 +5,7 @@
 /// Not thread-safe; look-ups return copies.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -51,12 +52,20 @@ private:
         uint32_t before;   ///< the same key's entry before it, or NONE
     };
 
+    struct Line {
+        std::string_view section;
+        std::string_view key;  ///< empty in a section's header
+        std::string_view value;
+    };
+    using LinesAhead = std::array<Line, 16>;
+
     static bool IsSpace(char c);
     static bool IsCommentChar(char c);
     static void Trim(std::string_view& text);
     static bool AnalyseLine(std::string_view line, std::string_view& section, std::string_view& key,
                             std::string_view& value);
     void TakeLines();
+    void TakeAhead(const LinesAhead& lines, std::size_t count);
     void ExpectRest();
     bool Open(std::string_view section);
     void Take(std::string_view key, std::string_view value);

@@ -17,6 +17,9 @@ public:
     /// Makes room for so many names in all.
     void Reserve(std::size_t names);
 
+    /// The name is about to be added.
+    void Expect(std::string_view name) const { __builtin_prefetch(&m_places[HashOf(name) & (m_places.size() - 1)]); }
+
     /// Its number, or NONE.
     uint32_t Find(std::string_view name) const;
 

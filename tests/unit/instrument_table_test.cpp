@@ -160,12 +160,32 @@ TEST_F(InstrumentTable, CaseOneWithNoPartsDoublesTheBand) {
     EXPECT_EQ(Slots()[0].lower_limit_price, 0);
 }
 
+// A band wider than an int wraps to -1, or here to -294,967,296; a power of two beyond an int leaves it.
 TEST_F(InstrumentTable, CaseOneSurvivesAnyExponentAndAnyLimits) {
-    for (const uint16_t parts : {0, 1, 2, 30, 31, 32, 65535}) {
-        Slots()[0].upper_limit_price = INT32_MAX;
-        Slots()[0].lower_limit_price = INT32_MIN;
-        Inject(1, 0, parts);
-        Write(1);
+    struct Case {
+        uint16_t parts;
+        int32_t limit;     ///< upper, and lower with the other sign
+        int32_t narrowed;  ///< the same
+    };
+    constexpr int32_t WIDE = 2'000'000'000;
+    for (const Case& c : {Case{0, WIDE, 1'852'516'352},
+                          {1, WIDE, WIDE},
+                          {2, WIDE, 2'073'741'824},
+                          {30, WIDE, WIDE},
+                          {31, WIDE, WIDE},
+                          {32, WIDE, WIDE},
+                          {65535, WIDE, WIDE}}) {
+        Slots()[2].upper_limit_price = c.limit;
+        Slots()[2].lower_limit_price = -c.limit;
+        Inject(1, 2, c.parts);
+        Write(3);
+        EXPECT_EQ(Slots()[2].upper_limit_price, c.narrowed) << c.parts;
+        EXPECT_EQ(Slots()[2].lower_limit_price, -c.narrowed) << c.parts;
+        Slots()[2].upper_limit_price = INT32_MAX;
+        Slots()[2].lower_limit_price = INT32_MIN;
+        Write(3);
+        EXPECT_EQ(Slots()[2].upper_limit_price, INT32_MAX) << c.parts;
+        EXPECT_EQ(Slots()[2].lower_limit_price, INT32_MIN) << c.parts;
     }
 }
 

@@ -354,19 +354,31 @@ TEST_F(MdqpDecoding, RecordThatWouldBeReadPastItsMessageIsDropped) {
 }
 
 TEST_F(MdqpDecoding, EveryClaimedSizeIsSurvived) {
-    for (int size = 0; size <= 65535; size += size < 300 ? 1 : 211) {
-        const uint8_t data[40] = {};
+    uint64_t sizes = 0;
+    for (int size = 0; size <= 65535; size += size < 300 ? 1 : 211, ++sizes) {
+        const uint8_t data[40] = {3};  // an instrument, or a packet, of number 3
+        Slot(3).bid5_price = Slot(3).bid_volume = 7;
         for (const uint16_t id : {0x0101, 0x0102, 0x0103, 0x0104, 0x1004}) {
-            Parse(MdqpWriter().FieldClaiming(id, static_cast<uint16_t>(size), data, sizeof data));
+            ASSERT_EQ(Parse(MdqpWriter().FieldClaiming(id, static_cast<uint16_t>(size), data, sizeof data)), 0);
         }
+        EXPECT_EQ(Slot(3).bid5_price, 0) << size;
+        EXPECT_EQ(Slot(3).bid_volume, 0U) << size;
     }
+    // Records of 112 and 154 bytes are not there; those of 17, 28 and 4 are, whatever is claimed of them.
+    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 2 * sizes);
+    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
+    EXPECT_THAT(board.Writes(), testing::AllOf(testing::SizeIs(sizes), testing::Each(W(0x11110, 3))));
 }
 
 TEST_F(MdqpDecoding, MessagesOfEveryShortLengthAreSurvived) {
     for (std::size_t bytes = 0; bytes < 40; ++bytes) {
         const std::vector<uint8_t> body(bytes, 0x01);
-        Parse(MdqpWriter().RawBytes(body.data(), bytes));
+        EXPECT_EQ(Parse(MdqpWriter().RawBytes(body.data(), bytes)), 0);
+        // A field that begins behind the last eight bytes is looked at, and its record is not there.
+        EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], bytes > 8 ? bytes - 8 : 0) << bytes;
     }
+    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
+    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
 }
 
 // ---- the book against a plain second implementation

@@ -1,0 +1,110 @@
+"""Runs the tests against one mutant after the other."""
+import os
+import shutil
+import subprocess
+import tempfile
+from concurrent.futures import ThreadPoolExecutor, as_completed
+from dataclasses import dataclass
+
+KILLED, SURVIVED, UNREACHED = "killed", "survived", "no test reaches it"
+MEMORY_MIB = 4096  # what a mutant that never stops allocating may take
+FILE_BYTES = 4 << 30
+
+
+@dataclass
+class Test:
+    program: str
+    name: str
+    milliseconds: int
+
+
+class Range:
+    """The test programs, and of each test which mutants it reaches."""
+
+    def __init__(self, place, programs):
+        self.place = place
+        self.programs = programs
+        self.reached_by = {}  # number -> tests
+        self.tests = []
+        self.at_start = set()  # reached before any test
+
+    def survey(self, jobs):
+        """All programs without a mutant; must be green. Returns the failures' text."""
+        with ThreadPoolExecutor(jobs) as pool:
+            failures = [text for text in pool.map(self.survey_one, self.programs) if text]
+        for program in [] if failures else self.programs:
+            self.take_reached(program)
+        return failures
+
+    def survey_one(self, program):
+        found = f"{self.place}/{program}.reached"
+        if os.path.exists(found) and os.path.getmtime(found) >= os.path.getmtime(f"{self.place}/{program}"):
+            return ""
+        under_way = found + ".under_way"
+        if os.path.exists(under_way):
+            os.remove(under_way)
+        status, text = run(self.place, program, {"VEXA_REACHED_FILE": under_way}, [], 1200)
+        if status != 0:
+            return f"{program} fails without any mutant, status {status}:\n{text[-3000:]}"
+        os.replace(under_way, found)
+        return ""
+
+    def take_reached(self, program):
+        for row in open(f"{self.place}/{program}.reached", encoding="utf-8"):
+            name, milliseconds, *numbers = row.split()
+            if name == "*":
+                self.at_start.update(map(int, numbers))
+                continue
+            test = Test(program, name, int(milliseconds))
+            self.tests.append(test)
+            for number in numbers:
+                self.reached_by.setdefault(int(number), []).append(test)
+
+    def judge(self, mutant):
+        """Verdict and, of a killed one, by which program."""
+        tests = self.tests if mutant.number in self.at_start else self.reached_by.get(mutant.number, [])
+        if not tests:
+            return UNREACHED, ""
+        by_program = {}
+        for test in tests:
+            by_program.setdefault(test.program, []).append(test)
+        cost = {program: sum(test.milliseconds for test in own) for program, own in by_program.items()}
+        for program in sorted(by_program, key=cost.get):
+            names = ":".join(test.name for test in by_program[program])
+            limit = 30 + 5 * cost[program] / 1000
+            status, _ = run(self.place, program, {"VEXA_ACTIVE_MUTANT": str(mutant.number)},
+                            ["--gtest_fail_fast", f"--gtest_filter={names}"], limit)
+            if status != 0:
+                return KILLED, program
+        return SURVIVED, ""
+
+    def judge_all(self, mutants, jobs):
+        with ThreadPoolExecutor(jobs) as pool:
+            running = {pool.submit(self.judge, mutant): mutant for mutant in mutants}
+            for done in as_completed(running):
+                yield running[done], *done.result()
+
+
+def run(place, program, environment, options, seconds):
+    """Status and output of a test program; one that does not end is ended, and failed."""
+    home = tempfile.mkdtemp(prefix="mutant-")
+    command = ["prlimit", f"--fsize={FILE_BYTES}", "--core=0", f"{place}/{program}", "--gtest_brief=1", *options]
+    limits = {"TMPDIR": home, "ASAN_OPTIONS": f"hard_rss_limit_mb={MEMORY_MIB}"}
+    with subprocess.Popen(command, cwd=home, env={**os.environ, **environment, **limits}, start_new_session=True, stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as process:
+        try:
+            text = process.communicate(timeout=seconds)[0]
+        except subprocess.TimeoutExpired:
+            text = b"does not end"
+            end_group(process)
+            process.communicate()
+        status = process.returncode
+    shutil.rmtree(home, ignore_errors=True)
+    return status, text.decode(errors="replace")
+
+
+def end_group(process):
+    try:
+        os.killpg(process.pid, 9)
+    except ProcessLookupError:
+        pass

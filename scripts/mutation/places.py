@@ -55,6 +55,7 @@ class Source:
     text: bytes
     macros: list = field(default_factory=list)   # (start, end) of what the preprocessor replaced
     tables: list = field(default_factory=list)   # (start, end) of `constexpr` in front of a table, end of the table
+    computed: list = field(default_factory=list)  # (start, end) of an initialiser that calls a function
     functions: list = field(default_factory=list)  # (start, end, name)
     mutants: list = field(default_factory=list)
 
@@ -179,6 +180,8 @@ class Walk:
             self.source.functions.append((start, end, function))
         if cursor.kind in NOT_EVALUATED or self.source.in_macro(start, end):
             return
+        if cursor.kind == Kind.CALL_EXPR and cursor.spelling.lower() == "reserve":
+            return  # room taken beforehand: seen by nobody
         self.function = function
         self.mutate(cursor, parent)
         for child in self.evaluated(cursor):
@@ -212,17 +215,19 @@ class Walk:
         return "constexpr" in self.source.slice(cursor.extent.start.offset, cursor.location.offset)
 
     def table(self, cursor, children):
-        """A table of constants is made an ordinary one, so that its rows can be switched, too."""
-        text = self.text(cursor)
-        kind = cursor.type.get_canonical()
-        is_table = kind.kind in (TypeKind.CONSTANTARRAY, TypeKind.RECORD) and text.rstrip().endswith("}")
-        if not is_table or cursor.semantic_parent.kind in (Kind.CLASS_DECL, Kind.STRUCT_DECL):
+        """A table of constants is made an ordinary one, filled when the program starts, so that it can be switched, too."""
+        kind = cursor.type.get_canonical().kind
+        rows = [child for child in children if child.extent.start.offset > self.name_end(cursor)]
+        is_member = cursor.semantic_parent.kind in (Kind.CLASS_DECL, Kind.STRUCT_DECL)
+        if kind not in (TypeKind.CONSTANTARRAY, TypeKind.RECORD) or is_member or not rows:
             return []
         start = cursor.extent.start.offset
-        declared = self.source.slice(start, cursor.location.offset)
-        found = re.search(r"(inline\s+)?constexpr\b", declared)
+        found = re.search(r"(inline\s+)?constexpr\b", self.source.slice(start, cursor.location.offset))
         self.source.tables.append((start + found.start(), start + found.end(), cursor.extent.end.offset))
-        return [child for child in children if child.extent.start.offset > self.name_end(cursor)]
+        first = rows[-1]
+        if not self.text(cursor).rstrip().endswith("}"):
+            self.source.computed.append((first.extent.start.offset, first.extent.end.offset))
+        return rows
 
     def mutate(self, cursor, parent):
         kind = cursor.kind

@@ -160,58 +160,60 @@ const Words SC2612 = Slot({{1, 10},
                            {38, 40000}});
 const Words BC2612 = Slot({{1, 1000}, {2, 7000000}, {3, 5}, {33, 0x36326362}, {34, 0x3231}});
 
-IniText Configuration(int logLevel, const std::string& directory) {
-    return IniText()
-        .Section("config")
-        .Key("log_level", logLevel)
-        .Key("device", "xilinx3:0")
-        .Key("log_path", directory + "/")
-        .Key("shfe2ps", "enabled")
-        .Key("ine2ps", "enabled")
-        .Key("shfe2ps_ip_a", "239.1.1.11:21011")
-        .Key("shfe2ps_ip_b", "239.1.1.12:21012")
-        .Key("shfe4ps_ip_a", "239.1.1.21:21021")
-        .Key("shfe4ps_ip_b", "239.1.1.22:21022")
-        .Key("ine2ps_ip_a", "239.1.1.31:21031")
-        .Key("ine2ps_ip_b", "239.1.1.32:21032")
-        .Key("ine4ps_ip_a", "239.1.1.41:21041")
-        .Key("ine4ps_ip_b", "239.1.1.42:21042")
-        .Key("shfe2ps_topic_id", 1010)
-        .Key("shfe4ps_topic_id", 1111)
-        .Key("ine2ps_topic_id", 5010)
-        .Key("ine4ps_topic_id", 5111)
-        .Key("shfe2ps_snap_port", 33101)
-        .Key("shfe4ps_snap_port", 33102)
-        .Key("ine2ps_snap_port", 33103)
-        .Key("ine4ps_snap_port", 33104)
-        .Key("shfe2ps_max_inst_no", 82000)
-        .Key("shfe4ps_max_inst_no", 82101)
-        .Key("ine2ps_max_inst_no", 86000)
-        .Key("ine4ps_max_inst_no", 86101)
-        .Key("last_tick_channel", 6)
-        .Key("board_id", 12)
-        .Key("DSTMAC", "01:02:03:04:05:06")
-        .Key("DSTIP", "10.20.0.1")
-        .Key("DSTPORT", 33022)
-        .Key("SRCMAC", "0a:0b:0c:0d:0e:fe")
-        .Key("SRCIP", "10.20.0.2")
-        .Key("SRCPORT", 40000)
-        .Key("TARGETROUTE", 0x3A)
-        .Key("repeat_quote_upload", 1)
-        .Key("price_protect_event_mask", 0x0A0B0C0D)
-        .Key("model_sel", 1)
-        .Key("event_model_sel", 0)
-        .Key("wait_snap_timeout", 2)
-        .Key("init_tcpcnt", 2)
-        .Section("channel0")
-        .Key("insts", "all")
-        .Key("options", "recv")
-        .Section("channel3")
-        .Key("insts", "cu,ag2612")
-        .Key("options", "norecv")
-        .Section("channel15")
-        .Key("insts", "sc2612TAS")
-        .Key("options", "norecv");
+constexpr const char* KEYS = R"(shfe2ps=enabled
+ine2ps=enabled
+shfe2ps_ip_a=239.1.1.11:21011
+shfe2ps_ip_b=239.1.1.12:21012
+shfe4ps_ip_a=239.1.1.21:21021
+shfe4ps_ip_b=239.1.1.22:21022
+ine2ps_ip_a=239.1.1.31:21031
+ine2ps_ip_b=239.1.1.32:21032
+ine4ps_ip_a=239.1.1.41:21041
+ine4ps_ip_b=239.1.1.42:21042
+shfe2ps_topic_id=1010
+shfe4ps_topic_id=1111
+ine2ps_topic_id=5010
+ine4ps_topic_id=5111
+shfe2ps_snap_port=33101
+shfe4ps_snap_port=33102
+ine2ps_snap_port=33103
+ine4ps_snap_port=33104
+shfe2ps_max_inst_no=82000
+shfe4ps_max_inst_no=82101
+ine2ps_max_inst_no=86000
+ine4ps_max_inst_no=86101
+last_tick_channel=6
+board_id=12
+DSTMAC=01:02:03:04:05:06
+DSTIP=10.20.0.1
+DSTPORT=33022
+SRCMAC=0a:0b:0c:0d:0e:fe
+SRCIP=10.20.0.2
+SRCPORT=40000
+TARGETROUTE=58
+repeat_quote_upload=1
+price_protect_event_mask=168496141
+model_sel=1
+event_model_sel=0
+wait_snap_timeout=2
+init_tcpcnt=2)";
+
+constexpr const char* CHANNELS = R"([channel0]
+insts=all
+options=recv
+[channel3]
+insts=cu,ag2612
+options=norecv
+[channel15]
+insts=sc2612TAS
+options=norecv)";
+
+IniText Configuration(int logLevel, const std::string& directory, const std::vector<std::string>& keys) {
+    IniText text;
+    text.Section("config").Key("log_level", logLevel).Key("device", "xilinx3:0").Key("log_path", directory + "/");
+    text.Line(KEYS);
+    for (const std::string& key : keys) text.Line(key);
+    return text.Line(CHANNELS);
 }
 
 std::string Without(std::string text, const std::string& part, const std::string& name) {
@@ -232,19 +234,20 @@ std::vector<Words> SnapshotSlots(std::size_t table) {
     }
 }
 
-std::vector<Bytes> SnapshotMessages(bool has4ps) {
+std::vector<Bytes> SnapshotMessages() {
     std::vector<Bytes> messages;
-    if (has4ps) {
-        Send({33102, 41002, 1111, 7002, Shfe4ps()}, messages);
-        Send({33104, 41004, 5111, 7004, Ine4ps()}, messages);
-    }
+    Send({33102, 41002, 1111, 7002, Shfe4ps()}, messages);
+    Send({33104, 41004, 5111, 7004, Ine4ps()}, messages);
     Send({33103, 41003, 5010, 7003, Ine2ps()}, messages);
     Send({33101, 41001, 1010, 7001, Shfe2ps()}, messages);
     messages.push_back(Segment{33103, 41003, 9000, 0x10, {}}.Take());  // any segment brings the completion about
     return messages;
 }
 
-World::World(int logLevel) : file(Configuration(logLevel, directory.Path())) {
+World::World(int logLevel, const std::vector<std::string>& keys)
+    : file(Configuration(logLevel, directory.Path(), keys)), snapshot(SnapshotMessages()) {
+    CCommonLog::GetInstance().SetLogLevel(15);  // as in a fresh process
+
     setenv("TZ", "UTC", 1);
     tzset();
     TestableApi::s_indexDirectory = directory.Path();
@@ -265,6 +268,7 @@ World::~World() {
 }
 
 bool World::Answer(uint32_t index, uint64_t& value) {
+    if (index == 0x5 && atIdentity) atIdentity();
     if (index == 0x5 && has4ps) api->m_u50ConfigInfo.enabled_mask.enabled_mask = 15;
     FollowWrites();
     if (index == 0x1F14 || index == 0x1F15) {
@@ -302,9 +306,9 @@ void World::Forget() {
 // Once the last group is programmed; before that, messages are thrown away.
 void World::SendSnapshot() {
     const std::vector<Access>& accesses = board.accesses;
-    if (!hasSnapshot || accesses.empty() || accesses.back().index != 0x21107 || accesses.size() == m_sentAt) return;
+    if (accesses.empty() || accesses.back().index != 0x21107 || accesses.size() == m_sentAt) return;
     m_sentAt = accesses.size();
-    for (Bytes& message : SnapshotMessages(has4ps)) board.messages.push_back(std::move(message));
+    for (const Bytes& message : snapshot) board.messages.push_back(message);
 }
 
 std::vector<std::string> World::LogFiles() const {
@@ -320,6 +324,16 @@ std::string World::LogText() const {
     std::ostringstream text;
     text << std::ifstream(directory.Path() / "vexa_shfe_md_20260429.log").rdbuf();
     return text.str();
+}
+
+std::vector<std::string> World::Troubles() const {
+    std::vector<std::string> lines = LogLines();
+    lines.erase(std::remove_if(lines.begin(), lines.end(),
+                               [](const std::string& line) {
+                                   return line.rfind("[WARNING]", 0) != 0 && line.rfind("[ERROR]", 0) != 0;
+                               }),
+                lines.end());
+    return lines;
 }
 
 std::vector<std::string> World::LogLines() const {

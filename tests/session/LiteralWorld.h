@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -33,12 +34,15 @@ using Words = std::vector<uint32_t>;
 
 class World : public CVexaShfeMdSpi {
 public:
-    explicit World(int logLevel);
+    /// `keys` ("name=value") stand in place of the file's own.
+    explicit World(int logLevel, const std::vector<std::string>& keys = {});
     ~World() override;
 
     int32_t Start() { return api->VexaStart(*this, file.Path().c_str()); }
     /// What the log file holds, its times, source lines and addresses of this run taken out.
     std::vector<std::string> LogLines() const;
+    /// Those of them that are warnings or errors.
+    std::vector<std::string> Troubles() const;
     std::string LogText() const;
     std::vector<std::string> LogFiles() const;
 
@@ -52,8 +56,9 @@ public:
     TempDirectory directory;
     TempFile file;
     std::unique_ptr<TestableApi> api = MakeApi();
-    bool has4ps = true;       ///< all four feeds are enabled, which no key can do
-    bool hasSnapshot = true;  ///< the exchange answers
+    bool has4ps = true;                ///< all four feeds are enabled, which no key can do
+    std::vector<Bytes> snapshot;       ///< what the exchange answers
+    std::function<void()> atIdentity;  ///< called when the board's identity is read
 
 private:
     bool Answer(uint32_t index, uint64_t& value);
@@ -68,8 +73,8 @@ private:
     std::size_t m_sentAt = 0;
 };
 
-/// DMA messages of the whole snapshot, in order.
-std::vector<Bytes> SnapshotMessages(bool has4ps);
+/// DMA messages of the whole snapshot of all four feeds, in order.
+std::vector<Bytes> SnapshotMessages();
 
 /// What the snapshot leaves in the slots of a table that are in use.
 std::vector<Words> SnapshotSlots(std::size_t table);

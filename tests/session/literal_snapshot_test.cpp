@@ -370,6 +370,7 @@ TEST_F(LiteralEvents, AreToldAndAskTheBoardByTheirKind) {
         Lines expected{head};
         expected.insert(expected.end(), event.texts.begin(), event.texts.end());
         Lines lines = Told();
+        ASSERT_GE(lines.size(), before);
         lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(before));
         lines.erase(std::remove_if(lines.begin(), lines.end(),
                                    [](const std::string& line) { return line.rfind("[TRACE]", 0) == 0; }),

@@ -2,6 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -281,6 +284,85 @@ TEST_F(LiteralConfiguration, LogGoesWhereTheFileSays) {
         names.push_back(entry.path().filename().string().substr(0, 19));
     }
     EXPECT_THAT(names, ElementsAre("front_vexa_shfe_md_"));
+}
+// ---- the record as it is made ---------------------------------------------------------------------------------------
+
+/// A record made where something else was before.
+template <typename Record>
+class Made {
+public:
+    Made() : m_bytes(new unsigned char[sizeof(Record)]) {
+        std::memset(m_bytes.get(), 0xA5, sizeof(Record));
+        m_record = new (m_bytes.get()) Record;
+    }
+    ~Made() { m_record->~Record(); }
+    Made(const Made&) = delete;
+    Made& operator=(const Made&) = delete;
+    const Record& operator*() const { return *m_record; }
+    const Record* operator->() const { return m_record; }
+
+private:
+    std::unique_ptr<unsigned char[]> m_bytes;
+    Record* m_record;
+};
+
+TEST(LiteralRecords, ConfigurationIsMadeWithItsNumbers) {
+    const Made<U50ConfigInfo> config;
+    EXPECT_EQ(config->bus_id, 0);
+    EXPECT_EQ(config->channel_id, 0);
+    EXPECT_EQ(config->cpucore, -1);
+    EXPECT_EQ(config->price_protect_event_mask, 4294967295U);
+    EXPECT_EQ(config->wait_snap_timeout, 600);
+    EXPECT_EQ(config->init_tcpcnt, 3);
+    EXPECT_EQ(config->error_instno, 0);
+    EXPECT_EQ(config->error_case, 0);
+    EXPECT_EQ(config->error_limit_parts, 0);
+    EXPECT_EQ(config->dma_sleep, 0U);
+    EXPECT_EQ(config->log_path, "");
+    EXPECT_FALSE(config->repeat_quote_upload || config->model_sel || config->event_model_sel ||
+                 config->shield_price_check || config->dma_data_flag);
+    for (const uint16_t port : {config->snapTcpPort.shfe2ps_snap_port, config->snapTcpPort.shfe4ps_snap_port,
+                                config->snapTcpPort.ine2ps_snap_port, config->snapTcpPort.ine4ps_snap_port}) {
+        EXPECT_EQ(port, 0);
+    }
+    for (const int32_t number : {config->maxInstNo.shfe2ps_max_inst_no, config->maxInstNo.shfe4ps_max_inst_no,
+                                 config->maxInstNo.ine2ps_max_inst_no, config->maxInstNo.ine4ps_max_inst_no}) {
+        EXPECT_EQ(number, 0);
+    }
+}
+
+TEST(LiteralRecords, ConfigurationIsMadeWithEmptyTexts) {
+    const Made<U50ConfigInfo> config;
+    const U50MultiIpAndPort& groups = config->multiIpAndPort;
+    for (const CAddressType* text :
+         {&groups.shfe2ps_ip_a, &groups.shfe2ps_ip_b, &groups.shfe4ps_ip_a, &groups.shfe4ps_ip_b, &groups.ine2ps_ip_a,
+          &groups.ine2ps_ip_b, &groups.ine4ps_ip_a, &groups.ine4ps_ip_b, &config->DSTMAC, &config->DSTIP,
+          &config->SRCMAC, &config->SRCIP}) {
+        EXPECT_STREQ(text->data(), "");
+    }
+    ASSERT_EQ(std::size(config->channelInfo), 16U);
+    for (const U50ChannelInfo& channel : config->channelInfo) {
+        EXPECT_STREQ(channel.insts.data(), "");
+        EXPECT_FALSE(channel.options || channel.recvall);
+    }
+}
+
+TEST(LiteralRecords, CompanionsAreMadeEmpty) {
+    const Made<U50InstCount> counts;
+    EXPECT_EQ(
+        counts->shfe_inst_cnt_2ps | counts->shfe_inst_cnt_4ps | counts->ine_inst_cnt_2ps | counts->ine_inst_cnt_4ps,
+        0U);
+    const Made<U50DstPort> ports;
+    EXPECT_EQ(ports->port_shfe_2ps | ports->port_shfe_4ps | ports->port_ine_2ps | ports->port_ine_4ps, 0);
+    const Made<U50MdPktCnt> packets;
+    EXPECT_EQ(packets->shfe_2ps_pkts | packets->en_2ps_pkts | packets->shfe_4ps_pkts | packets->en_4ps_pkts |
+                  packets->shfe_event_pkts,
+              0U);
+    const Made<U50UserData> user;
+    EXPECT_EQ(static_cast<int>(user->userDataType), 0);
+    EXPECT_EQ(user->lpMdApi, nullptr);
+    EXPECT_EQ(user->lpMdData, nullptr);
+    EXPECT_FALSE(user->isQuote);
 }
 
 }  // namespace

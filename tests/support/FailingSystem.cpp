@@ -7,7 +7,6 @@
 #include <cstdio>
 
 // Names that the linker makes.
-// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
 extern "C" {
 std::size_t __real_fread(void* to, std::size_t size, std::size_t count, std::FILE* file);
 int __real_sigaction(int signal, const struct sigaction* action, struct sigaction* before);
@@ -32,7 +31,6 @@ int32_t __wrap__ZN6CCrc3216calculate_crc32cERjPKhi(uint32_t& crc, const uint8_t*
     return __real__ZN6CCrc3216calculate_crc32cERjPKhi(crc, data, length);
 }
 }
-// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
 
 FailingSystem& FailingSystem::Get() {
     static FailingSystem system;

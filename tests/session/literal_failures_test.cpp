@@ -6,7 +6,9 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <new>
 
+#include "public/log/CommonLog.h"
 #include "tests/session/LiteralWorld.h"
 #include "tests/support/FailingSystem.h"
 
@@ -46,6 +48,25 @@ TEST_F(LiteralFailures, StreamThatCannotBeOpened) {
         ElementsAre("[ERROR] [Init]board provider recording: the stream CUSTOM_CHAN0_DATA of bus 3 cannot be opened "
                     "(-8): taken",
                     "[ERROR] [Init]DMA Init failed", "[ERROR] [VexaStart]_Init error"));
+}
+
+TEST_F(LiteralFailures, FileThatCannotBeReadIsToldOnStandardOutput) {
+    CCommonLog::GetInstance().SetLogPath((world.directory.Path().string() + "/").c_str());
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(world.api->VexaStart(world, "/nonexistent/x.ini"), -2);
+    EXPECT_EQ(world.api->VexaStart("/nonexistent/y.ini"), -2);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "ReadConfig is /nonexistent/x.ini failed \nInit, _ReadConfig failed \n"
+              "ReadConfig is /nonexistent/y.ini failed \nInit, _ReadConfig failed \n");
+    EXPECT_EQ(world.LogLines(), Lines(2, "[ERROR] [VexaStart]_Init error"));
+}
+
+TEST_F(LiteralFailures, StepWithoutAStart) {
+    CCommonLog::GetInstance().SetLogPath((world.directory.Path().string() + "/").c_str());
+    EXPECT_EQ(world.api->VexaRecv(), -1);
+    EXPECT_EQ(world.api->VexaRecv(), -1);
+    EXPECT_THAT(world.LogLines(), ElementsAre("[ERROR] [VexaRecv]nothing to receive from: the session was not started, "
+                                              "or its start failed"));
 }
 
 TEST_F(LiteralFailures, NullPathOfThePollingForm) {
@@ -98,6 +119,13 @@ TEST(LiteralCpu, ThatDoesNotExistOrIsNoneEndsNoStart) {
                     ElementsAre(cpu == "-1" ? "[WARNING] [_BindCpu]could not set CPU[-1] affinity"
                                             : "[WARNING] [_BindCpu]set CPU[" + cpu + "] affinity failed."));
     }
+}
+
+TEST(LiteralCpu, ThatThereIsIsTold) {
+    const std::string cpu = std::to_string(sched_getcpu());
+    World world(15, {"cpucore=" + cpu});
+    ASSERT_EQ(world.Start(), 0);
+    EXPECT_THAT(world.LogLines(), testing::Contains("[DEBUG] [_BindCpu]set CPU[" + cpu + "] affinity successful."));
 }
 
 // ---- the checksum ---------------------------------------------------------------------------------------------------
@@ -180,6 +208,29 @@ TEST_F(LiteralFailures, SnapshotThatDoesNotComeAndTheRebuildsThatNeverBegin) {
                     "[WARNING] [_VexaSubDmaUp]channel0 m_u50InitCnt > 2", "[ERROR] [VexaStart]_Init error",
                     "[WARNING] [_VexaSubDmaUp]channel0 m_u50InitCnt > 2", "[ERROR] [VexaRecv]_VexaSubDmaUp is error",
                     "[WARNING] [_VexaSubDmaUp]channel0 m_u50InitCnt > 2", "[ERROR] [VexaRecv]_VexaSubDmaUp is error"));
+}
+
+TEST_F(LiteralFailures, BoardThatStopsAnsweringUsesUpTheAttempts) {
+    world.board.onPoll = [](RecordingBoard& self) { self.pollResult = self.polls < 40 ? 0 : -6; };
+    EXPECT_EQ(world.Start(), -2);
+    EXPECT_THAT(world.Troubles(),
+                ElementsAre("[ERROR] [BeginOutage]board provider recording: the stream CUSTOM_CHAN0_DATA has failed "
+                            "(-6); it is polled until it answers again",
+                            "[WARNING] [_VexaSubDmaUp]channel0 u50 Init time out Cnt == 1",
+                            "[WARNING] [_VexaSubDmaUp]channel0 u50 Init time out Cnt == 2",
+                            "[WARNING] [_VexaSubDmaUp]channel0 m_u50InitCnt > 2", "[ERROR] [VexaStart]_Init error"));
+}
+
+TEST_F(LiteralFailures, StartAndRebuildThatRunOutOfMemoryAreGivenUpAtTheConfiguredLevel) {
+    world.board.onPoll = [](RecordingBoard&) { throw std::bad_alloc(); };
+    EXPECT_EQ(world.Start(), -2);
+    EXPECT_FALSE(CCommonLog::GetInstance().IsEnabled(LOG_INFO));
+    EXPECT_EQ(world.api->VexaRecv(), -1);
+    EXPECT_FALSE(CCommonLog::GetInstance().IsEnabled(LOG_INFO));
+    EXPECT_THAT(
+        world.Troubles(),
+        ElementsAre("[ERROR] [_Start]start given up: std::bad_alloc", "[ERROR] [VexaStart]_Init error",
+                    "[ERROR] [_Rebuild]rebuild given up: std::bad_alloc", "[ERROR] [VexaRecv]_VexaSubDmaUp is error"));
 }
 
 TEST(LiteralGroups, TextsOfOneTwoAndThreeParts) {

@@ -145,8 +145,11 @@ TEST_F(LiteralEvents, UpdatesThatNobodyTakesAreTold) {
     update.resize(192);
     TestableApi::_MdHandler(update.data(), 184, nullptr);
     TestableApi::_MdHandler(update.data(), 184, &world.api->m_u50UserData);
+    world.api->m_u50UserData.userDataType = static_cast<EUserDataType>(1);
+    TestableApi::_MdHandler(update.data(), 184, &world.api->m_u50UserData);
     EXPECT_THAT(world.LogLines(),
-                ElementsAre("[ERROR] [_MdHandler]user_data is nullptr", "[ERROR] [_MdHandler]refMdSpi is nullptr"));
+                ElementsAre("[ERROR] [_MdHandler]user_data is nullptr", "[ERROR] [_MdHandler]refMdSpi is nullptr",
+                            "[ERROR] [_MdHandler]lpMdData is nullptr"));
     EXPECT_FALSE(world.api->m_u50UserData.isQuote);
 }
 

@@ -60,6 +60,21 @@ TEST_P(LiteralLog, LevelIsTheConfiguredOneAfterAStart) {
     EXPECT_FALSE(log.IsEnabled(LOG_DEBUG_EX));
 }
 
+TEST(LiteralLogFile, EndsWithWhatWasDroppedAndRefused) {
+    World world(15);
+    ASSERT_EQ(world.Start(), 0);
+    world.board.messages.push_back(Event({0x80, 0, 0, 0, 0, 0}));
+    ASSERT_EQ(world.api->VexaRecv(), 0);
+    const std::size_t before = world.LogLines().size();
+    world.api->VexaStop();
+    ASSERT_EQ(world.api->VexaRecv(), -1);
+    ASSERT_EQ(world.api->VexaRecv(), -1);
+    // The segment that came after the last feed was complete, and the loss.
+    EXPECT_THAT(Behind(world.LogLines(), before),
+                testing::ElementsAre("[INFO] [_TellCounters]dropped, refused or begun again: segment_refused=1 "
+                                     "event_loss=1"));
+}
+
 TEST(LiteralLogFile, LiesInTheDirectoryOfTheConfigurationAndIsAllThatIsWritten) {
     World world(15);
     ASSERT_EQ(world.Start(), 0);

@@ -207,6 +207,19 @@ TEST_F(LiteralSnapshot, TellsAnEarlySegmentThatBeginsNoMessage) {
     EXPECT_THAT(world.Troubles(), ElementsAre("[ERROR] [_TcpHandler]not a mdqp header, check program logic"));
 }
 
+TEST_F(LiteralSnapshot, TellsCountsBeyondTheTablesAndCutsThem) {
+    const CDrvRegEnyx& registers = CDrvRegEnyx::GetInstance();
+    registers.Init(3, 474);
+    registers.WriteRegister(0x1F14, 16385);
+    registers.WriteRegister(0x1F15, 4097);
+    world.Forget();
+    world.api->_ContractSubscribeManager(9);
+    EXPECT_THAT(Told(),
+                ElementsAre("[INFO] [_ContractSubscribeManager]if shfeInstCount > 16384, set shfeInstCount = 16384.",
+                            "[INFO] [_ContractSubscribeManager]if ineInstCount > 4096, set ineInstCount = 4096."));
+    EXPECT_EQ(world.board.accesses.size(), 2U + (2U * 16384 + 2U * 4096) * (64 * 2 + 2));
+}
+
 // ---- prices ---------------------------------------------------------------------------------------------------------
 
 /// A snapshot of all feeds whose first one has an instrument at slot 6 with this bid and ask, limits 10 and 20.
@@ -266,6 +279,22 @@ TEST(LiteralDebugMode, IsToldInItsPlace) {
                     "[WARNING] [_BindCpu]could not set CPU[-1] affinity", "[WARNING] [_TcpHandler]DMA sleep 1500us",
                     "[WARNING] [_WriteContractTable]debug mode error_case:7"));
     EXPECT_EQ(world.clock.slept, 3'001'500'000);
+}
+
+TEST(LiteralDebugMode, TellsTheWholeInstrumentBeforeItChangesIt) {
+    World world(15, {"debug_flag=1", "error_instno=1", "error_case=0"});
+    ASSERT_EQ(world.Start(), 0);
+    const Lines lines = world.LogLines();
+    const auto told = std::find(lines.begin(), lines.end(), "[WARNING] [_WriteContractTable]debug mode error_case:0");
+    ASSERT_GE(told - lines.begin(), 1);
+    EXPECT_EQ(*(told - 1),
+              "[DEBUG] [_WriteContractTable]error_instno:1,inst_id:cu2612,price_tick:1000,codec_price:7800000,"
+              "vol_multiple:5,change_no:42,update_mill_sec:500,updatetime:0,bid5_price:7807000,bid5_vol:11,"
+              "bid4_price:7808000,bid4_vol:10,bid3_price:7809000,bid3_vol:9,bid2_price:7810000,bid2_vol:8,"
+              "bid1_price:7811000,bid1_vol:7,ask5_price:7817000,ask5_vol:16,ask4_price:7816000,ask4_vol:15,"
+              "ask3_price:7815000,ask3_vol:14,ask2_price:7814000,ask2_vol:13,ask1_price:7813000,ask1_vol:12,"
+              "open_interest:210000,turnover:4820000050,volume:123456,last_price:7812000,upper_limit_price:8400000,"
+              "lower_limit_price:7200000,bid_volume=1001,bid_amount:781125,ask_volume=1002,ask_amount:781350");
 }
 
 TEST(LiteralIndexFile, WithoutInstrumentsIsToldAndEndsNoStart) {

@@ -4,7 +4,6 @@
 #include <array>
 #include <string>
 
-#include "src/RegisterMap.h"
 #include "tests/support/IniText.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"
@@ -26,9 +25,9 @@ protected:
         api->m_u50ConfigInfo.log_level = LOG_ALL;
         api->m_u50ConfigInfo.init_tcpcnt = 2;
         api->m_u50ConfigInfo.wait_snap_timeout = 1;
-        board.answers[reg::HBM2_STATUS] = reg::HBM2_READY;
-        board.answers[reg::HARDWARE_VERSION] = 0x20260420;
-        board.answers[reg::VERSION_VERDICT] = 1;
+        board.answers[0x2032] = 3;
+        board.answers[0x0101] = 0x20260420;
+        board.answers[0x0103] = 1;
         api->s_indexDirectory = directory.Path();
     }
     ~ChannelStartUp() override { api->s_indexDirectory = "/tmp"; }
@@ -36,16 +35,16 @@ protected:
     /// Counters by register; each sample adds `perSample` to the data and `eventsPerSample` to the event counter.
     void CountersMove(uint64_t perSample, uint64_t eventsPerSample) {
         board.onRead = [=, this](uint32_t index, uint64_t& value) {
-            if (index == reg::SHFE_2PS_PKTS) ++samples;
-            if (index == reg::SHFE_2PS_PKTS) value = perSample * samples;
-            if (index == reg::EVENT_PKTS) value = eventsPerSample * samples;
-            return index == reg::SHFE_2PS_PKTS || index == reg::EVENT_PKTS;
+            if (index == 0x1220) ++samples;
+            if (index == 0x1220) value = perSample * samples;
+            if (index == 0x1207) value = eventsPerSample * samples;
+            return index == 0x1220 || index == 0x1207;
         };
     }
     void StoredChecksumIsTheFiles() {
         uint32_t crc = 0;
         ASSERT_EQ(api->_GetConfigCrc(crc), 0);
-        board.answers[reg::CONFIG_CHECKSUM] = crc;
+        board.answers[0x1001] = crc;
         checksum = crc;
         api->m_u50ConfigInfo.crc_mux_check = true;
     }
@@ -169,21 +168,21 @@ TEST_F(ChannelStartUp, WithoutTheSwitchEveryStartIsAFullOne) {
     api->m_u50ConfigInfo.crc_mux_check = false;
     CountersMove(10, 0);
     EXPECT_EQ(api->_ChechAndVexaSubDmaUp(), -1);
-    EXPECT_THAT(board.Writes(), Contains(W(reg::BRING_UP_START, 1)));
+    EXPECT_THAT(board.Writes(), Contains(W(0x0010, 1)));
 }
 
 TEST_F(ChannelStartUp, IdleBoardIsBroughtUp) {
     StoredChecksumIsTheFiles();
     CountersMove(0, 0);
     api->_ChechAndVexaSubDmaUp();
-    EXPECT_THAT(board.Writes(), Contains(W(reg::BRING_UP_START, 1)));
+    EXPECT_THAT(board.Writes(), Contains(W(0x0010, 1)));
 }
 
 TEST_F(ChannelStartUp, MovedEventCounterBringsTheBoardUp) {
     StoredChecksumIsTheFiles();
     CountersMove(10, 1);
     api->_ChechAndVexaSubDmaUp();
-    EXPECT_THAT(board.Writes(), Contains(W(reg::BRING_UP_START, 1)));
+    EXPECT_THAT(board.Writes(), Contains(W(0x0010, 1)));
 }
 
 TEST_F(ChannelStartUp, UnreadableFileFailsBeforeAnyRegister) {
@@ -222,7 +221,7 @@ TEST_F(ChannelStartUp, LimitOfZeroIsNotLookedAtOnceTheSnapshotIsThere) {
 }
 
 TEST_F(ChannelStartUp, FailedMemoryEndsTheStartWithoutARetry) {
-    board.answers[reg::HBM2_STATUS] = 0;
+    board.answers[0x2032] = 0;
     EXPECT_EQ(api->_VexaSubDmaUp(1), -1);
     EXPECT_EQ(api->m_u50InitCnt, 1);
 }
@@ -235,7 +234,7 @@ TEST_F(ChannelStartUp, SuccessfulAttemptSetsTheCountBackToZero) {
 
 TEST_F(ChannelStartUp, FailedVersionCheckEndsTheStart) {
     api->m_isTcpInitFinished = true;
-    board.answers[reg::VERSION_VERDICT] = 0;
+    board.answers[0x0103] = 0;
     EXPECT_EQ(api->_VexaSubDmaUp(1), -1);
     EXPECT_TRUE(log.Has(LOG_ERROR, "check version is fail."));
     EXPECT_FALSE(api->m_isAllInitFinished);

@@ -63,10 +63,14 @@ TEST_F(ConfigLoading, EmptyFileLogsEveryDefaultInOrder) {
 }
 
 TEST_F(ConfigLoading, NonManagingChannelReadsNothingBehindTheDevice) {
-    ASSERT_EQ(Load("[config]\ndevice=xilinx1:2\nshfe2ps_topic_id=7\nwait_snap_timeout=5\n"), 0);
+    Config().topicID.shfe2ps_topic_id = 6;  // of a start before
+    Config().channelInfo[2].options = true;
+    ASSERT_EQ(Load("[config]\ndevice=xilinx1:2\nshfe2ps_topic_id=7\nwait_snap_timeout=5\n[channel2]\ninsts=cu\n"), 0);
     EXPECT_EQ(Config().bus_id, 1);
     EXPECT_EQ(Config().channel_id, 2);
-    EXPECT_EQ(Config().topicID.shfe2ps_topic_id, 0);
+    EXPECT_EQ(Config().topicID.shfe2ps_topic_id, 6);
+    EXPECT_TRUE(Config().channelInfo[2].options);
+    EXPECT_STREQ(Config().channelInfo[2].insts.data(), "");
     EXPECT_EQ(Config().wait_snap_timeout, 600);
     EXPECT_THAT(log.Texts(), ElementsAre("log_level[15]", "cpucore[-1]", "bus_id[1] channel_id[2]"));
 }
@@ -119,8 +123,14 @@ TEST_F(ConfigLoading, ChannelSectionsGiveListAndFlags) {
 }
 
 TEST_F(ConfigLoading, Channel16IsIgnored) {
-    ASSERT_EQ(Load("[channel16]\ninsts=all\noptions=recv\n"), 0);
-    for (const U50ChannelInfo& channel : Config().channelInfo) EXPECT_FALSE(channel.recvall);
+    const U50ConfigInfo before = Config();
+    ASSERT_EQ(Load("[channel15]\ninsts=cu\n[channel16]\ninsts=all\noptions=recv\n"), 0);
+    for (int channel = 0; channel < 16; ++channel) {
+        const U50ChannelInfo& info = Config().channelInfo[channel];
+        EXPECT_STREQ(info.insts.data(), channel == 15 ? "cu" : "") << channel;
+        EXPECT_FALSE(info.options || info.recvall) << channel;
+    }
+    EXPECT_EQ(Config().wait_snap_timeout, before.wait_snap_timeout);  // lies behind the sixteenth
 }
 
 TEST_F(ConfigLoading, TextsAreCutToTheirFields) {
@@ -142,12 +152,17 @@ TEST_F(ConfigLoading, DeviceWithoutNumbersLeavesThemAsTheyWere) {
 }
 
 TEST_F(ConfigLoading, MissingFileIsToldOnStandardOutputAndLeavesTheRecord) {
+    ASSERT_EQ(Load("[config]\nlog_level=7\ncpucore=5\nSRCPORT=9\ninit_tcpcnt=11\n"), 0);
+    log.lines.clear();
     api->m_configFileName.CopyFrom("/nonexistent/session.ini");
     testing::internal::CaptureStdout();
     EXPECT_EQ(api->_ReadConfig(), -1);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "ReadConfig is /nonexistent/session.ini failed \n");
     EXPECT_TRUE(log.lines.empty());
-    EXPECT_EQ(Config().log_level, LOG_NONE);
+    EXPECT_EQ(Config().log_level, 7);
+    EXPECT_EQ(Config().cpucore, 5);
+    EXPECT_EQ(Config().SRCPORT, 9);
+    EXPECT_EQ(Config().init_tcpcnt, 11);
 }
 
 TEST_F(ConfigLoading, DirectoryCannotBeOpened) {
@@ -155,7 +170,7 @@ TEST_F(ConfigLoading, DirectoryCannotBeOpened) {
     api->m_configFileName.UnSafeCopyFrom(directory.Path().c_str());
     testing::internal::CaptureStdout();
     EXPECT_EQ(api->_ReadConfig(), -1);
-    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "ReadConfig is " + directory.Path().string() + " failed \n");
 }
 
 TEST_F(ConfigLoading, FormatCharactersInAValueStayText) {

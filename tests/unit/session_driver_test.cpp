@@ -6,7 +6,6 @@
 #include <stdexcept>
 #include <string>
 
-#include "src/RegisterMap.h"
 #include "tests/support/IniText.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"

@@ -331,15 +331,17 @@ TEST_F(SnapshotDispatch, SegmentThatBringsCompletionIsStillHandled) {
     EXPECT_FALSE(api->m_isTcpInitFinished);
 }
 
-TEST_F(SnapshotDispatch, LogLevelIsRestoredAfterTheSnapshotIsClosed) {
+TEST_F(SnapshotDispatch, LogLevelIsRaisedWhileTheSnapshotIsClosedAndTheConfiguredOneAfterwards) {
     Unplug();
     FinishBoth();
-    api->m_u50ConfigInfo.log_level = LOG_ERROR;
-    CCommonLog::GetInstance().SetLogLevel(LOG_ERROR);
+    api->m_u50ConfigInfo.log_level = static_cast<ELOGLEVEL>(LOG_ERROR | LOG_INFO);
+    CCommonLog::GetInstance().SetLogLevel(LOG_NONE);
     log.lines.clear();
     OneMoreSegment();
-    EXPECT_FALSE(CCommonLog::GetInstance().IsEnabled(LOG_DEBUG_EX));
-    EXPECT_TRUE(CCommonLog::GetInstance().IsEnabled(LOG_ERROR));
+    EXPECT_THAT(log.Texts(LOG_ALL), ElementsAre("addr[0x1000] value[0x00000000]"));
+    const CCommonLog& levels = CCommonLog::GetInstance();
+    EXPECT_TRUE(levels.IsEnabled(LOG_ERROR) && levels.IsEnabled(LOG_INFO));
+    EXPECT_FALSE(levels.IsEnabled(LOG_WARNING) || levels.IsEnabled(LOG_DEBUG) || levels.IsEnabled(LOG_DEBUG_EX));
 }
 
 TEST_F(SnapshotDispatch, DebugSleepIsSleptAndTold) {

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "src/RegisterMap.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
@@ -16,8 +15,8 @@ class VersionCheck : public testing::Test {
 protected:
     VersionCheck() { CDrvRegEnyx::GetInstance().Init(0, 474); }
     int32_t Check(uint32_t hardware, uint32_t verdict) {
-        board.answers[reg::HARDWARE_VERSION] = hardware;
-        board.answers[reg::VERSION_VERDICT] = verdict;
+        board.answers[0x0101] = hardware;
+        board.answers[0x0103] = verdict;
         return api->Chk_SysVersion();
     }
     RecordingBoard board;
@@ -27,8 +26,7 @@ protected:
 
 TEST_F(VersionCheck, WritesItsVersionAndThenReadsHardwareAndVerdict) {
     EXPECT_EQ(Check(OLDEST, 1), 0);
-    EXPECT_THAT(board.accesses, ElementsAre(W(reg::SOFTWARE_VERSION, 0x01010133), R(reg::HARDWARE_VERSION, OLDEST),
-                                            R(reg::VERSION_VERDICT, 1)));
+    EXPECT_THAT(board.accesses, ElementsAre(W(0x0102, 0x01010133), R(0x0101, OLDEST), R(0x0103, 1)));
 }
 
 TEST_F(VersionCheck, HardwareEqualToTheOldestPasses) {
@@ -45,7 +43,7 @@ TEST_F(VersionCheck, OlderHardwareIsRefusedBeforeTheVerdictIsRead) {
     EXPECT_THAT(log.Texts(LOG_ERROR),
                 ElementsAre("you will need to update your hardware version.",
                             "soft version 1.1.1.33, hwVersion is 20260420 > fpga hwVersion is 2026041f."));
-    EXPECT_TRUE(board.AccessesTo(reg::VERSION_VERDICT, reg::VERSION_VERDICT).empty());
+    EXPECT_TRUE(board.AccessesTo(0x0103, 0x0103).empty());
 }
 
 TEST_F(VersionCheck, HardwareIsComparedUnsigned) { EXPECT_EQ(Check(0xFFFFFFFF, 1), 0); }

@@ -1,0 +1,181 @@
+// The end of a snapshot: completion, the price check, resets.
+#include "tests/unit/DispatchFixture.h"
+
+namespace {
+
+using exchange::TCP_ACK;
+using exchange::TCP_RST;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using SnapshotCompletion = DispatchFixture;
+
+TEST_F(SnapshotCompletion, CompletionIsNoticedOnOneMoreSegmentOnly) {
+    Unplug();
+    FinishBoth();
+    EXPECT_FALSE(api->m_isTcpInitFinished);
+    OneMoreSegment();
+    EXPECT_TRUE(api->m_isTcpInitFinished);
+}
+
+TEST_F(SnapshotCompletion, CompletionNeedsEveryEnabledFeed) {
+    Unplug();
+    Finish(SHFE_TOPIC, LOCAL_PORT);
+    EXPECT_EQ(api->m_finishedMask.enabled_mask, FeedBit(SHFE_2PS));
+    OneMoreSegment();
+    EXPECT_FALSE(api->m_isTcpInitFinished);
+    Finish(INE_TOPIC, INE_PORT);
+    EXPECT_EQ(api->m_finishedMask.enabled_mask, FeedBit(SHFE_2PS) | FeedBit(INE_2PS));
+    OneMoreSegment();
+    EXPECT_TRUE(api->m_isTcpInitFinished);
+}
+
+TEST_F(SnapshotCompletion, CompletionClosesTheSnapshotAndThenWritesTheTablesInOrder) {
+    FinishBoth();
+    board.Forget();
+    OneMoreSegment();
+    ASSERT_FALSE(board.accesses.empty());
+    EXPECT_EQ(board.accesses[0], W(0x1000, 0));
+    EXPECT_THAT(TablesInOrder(), ElementsAre(0x11000, 0x21000, 0x11004, 0x21004));
+}
+
+TEST_F(SnapshotCompletion, TablesOfEnabledFeedsCarryTheirInstruments) {
+    inst_info_t info{};
+    std::memcpy(info.inst_id, "cu2612", sizeof "cu2612");
+    info.volume_multiple = 5;
+    info.inst_no = 1;
+    const Bytes zeros(8);
+    const uint32_t next = Begin();
+    Arrive(next, exchange::MdqpWriter(mdqp::FLAG_LAST).InstInfo(info).Field(PADDING, zeros.data(), 8).Bytes());
+    Finish(INE_TOPIC, INE_PORT);
+    board.Forget();
+    OneMoreSegment();
+    const uint32_t multipleWord = 64 + 3;
+    const auto at = std::find(board.accesses.begin(), board.accesses.end(), W(0x11000, multipleWord));
+    ASSERT_NE(at, board.accesses.end());
+    EXPECT_EQ(*(at - 1), W(0x11001, 5));
+}
+
+TEST_F(SnapshotCompletion, SegmentThatBringsCompletionIsStillHandled) {
+    FinishBoth();
+    log.lines.clear();
+    Reset(TCP_RST | TCP_ACK);
+    EXPECT_THAT(TablesInOrder(), ::testing::SizeIs(4));
+    EXPECT_THAT(log.Texts(TROUBLE), ElementsAre("rst msg, Session closed dstport:40001"));
+    EXPECT_FALSE(api->m_isTcpInitFinished);
+}
+
+TEST_F(SnapshotCompletion, LogLevelIsRestoredAfterTheSnapshotIsClosed) {
+    Unplug();
+    FinishBoth();
+    api->m_u50ConfigInfo.log_level = LOG_ERROR;
+    CCommonLog::GetInstance().SetLogLevel(LOG_ERROR);
+    log.lines.clear();
+    OneMoreSegment();
+    EXPECT_FALSE(CCommonLog::GetInstance().IsEnabled(LOG_DEBUG_EX));
+    EXPECT_TRUE(CCommonLog::GetInstance().IsEnabled(LOG_ERROR));
+}
+
+TEST_F(SnapshotCompletion, DebugSleepIsSleptAndTold) {
+    Unplug();
+    FinishBoth();
+    api->m_u50ConfigInfo.debug_flag = true;
+    api->m_u50ConfigInfo.error_instno = UINT16_MAX;
+    api->m_u50ConfigInfo.dma_sleep = 2500;
+    OneMoreSegment();
+    EXPECT_EQ(clock.slept, 2'500'000);
+    EXPECT_TRUE(log.Has(LOG_WARNING, "DMA sleep 2500us"));
+}
+
+TEST_F(SnapshotCompletion, NoSleepWithoutDebugging) {
+    Unplug();
+    FinishBoth();
+    api->m_u50ConfigInfo.dma_sleep = 2500;
+    OneMoreSegment();
+    EXPECT_EQ(clock.slept, 0);
+}
+
+class CrossedBook : public DispatchFixture {
+protected:
+    static Bytes Book(double bid, double ask) {
+        inst_info_t info{};
+        std::memcpy(info.inst_id, "cu2612", sizeof "cu2612");
+        deal_info_t deal{};
+        deal.upper_limit_price = 200;
+        deal.lower_limit_price = 1;
+        std::memcpy(deal.action_day, "20260430", sizeof "20260430");
+        const Bytes zeros(8);
+        return exchange::MdqpWriter(mdqp::FLAG_LAST)
+            .InstInfo(info)
+            .DealInfo(deal)
+            .PriceDetail(0, '0', bid, 1)
+            .PriceDetail(0, '1', ask, 1)
+            .Field(PADDING, zeros.data(), 8)
+            .Bytes();
+    }
+
+    void SetUp() override {
+        DispatchFixture::SetUp();
+        api->m_u50ConfigInfo.enabled_mask.enabled_mask = FeedBit(SHFE_2PS);
+    }
+};
+
+TEST_F(CrossedBook, ThrowsTheSnapshotAway) {
+    Arrive(Begin(), Book(101, 100));
+    board.Forget();
+    OneMoreSegment();
+    EXPECT_TRUE(log.Has(LOG_WARNING, "price check is error, shot cnt is 0."));
+    EXPECT_THAT(board.Writes(), IsEmpty());
+    EXPECT_FALSE(api->m_isTcpInitFinished);
+    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
+    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
+    EXPECT_EQ(Counted(ECounter::PriceCheckFailed), 1U);
+}
+
+TEST_F(CrossedBook, IsFollowedByASoundOne) {
+    Unplug();
+    Arrive(Begin(), Book(101, 100));
+    OneMoreSegment();
+    Arrive(Begin(), Book(100, 101));
+    OneMoreSegment();
+    EXPECT_TRUE(api->m_isTcpInitFinished);
+}
+
+TEST_F(SnapshotCompletion, SegmentsWithoutAnEnabledFeedAreToldAndIgnored) {
+    api->m_u50ConfigInfo.enabled_mask.enabled_mask = 0;
+    Begin();
+    EXPECT_THAT(log.Texts(), ElementsAre("both shfe and ine are not subscribed"));
+    EXPECT_EQ(log.lines[0].level, LOG_ERROR);
+    EXPECT_EQ(Counted(ECounter::SegmentRefused), 1U);
+    EXPECT_EQ(api->m_dirtySessionCount, 0U);
+}
+
+// ---- resets -------------------------------------------------------------------------------------------------------
+
+TEST_F(SnapshotCompletion, ResetClearsAllFeedsAlsoFinishedOnes) {
+    Finish(INE_TOPIC, INE_PORT);
+    Begin();
+    log.lines.clear();
+    Reset(TCP_RST | TCP_ACK);
+    EXPECT_THAT(log.Texts(TROUBLE), ElementsAre("rst msg, Session closed dstport:40001"));
+    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
+    EXPECT_EQ(api->m_u50DstPort.port_shfe_2ps, 0);
+    EXPECT_EQ(Session().init, 0);
+    EXPECT_EQ(FragBuf(), nullptr);
+    EXPECT_EQ(Counted(ECounter::ResetByPeer), 1U);
+}
+
+TEST_F(SnapshotCompletion, ResetWithoutAcknowledgementIsNothingSpecial) {
+    const uint32_t next = Begin();
+    Hand(Segment(next, Numbered(1)).Flags(TCP_RST).DmaMessage());
+    EXPECT_THAT(Decoded(), ElementsAre(1));
+    EXPECT_EQ(Session().init, 1);
+}
+
+TEST_F(SnapshotCompletion, SnapshotLoadsAgainAfterAReset) {
+    Arrive(Begin(), Numbered(1));
+    Reset(TCP_RST | TCP_ACK);
+    Arrive(Begin(), Numbered(2));
+    EXPECT_THAT(Decoded(), ElementsAre(1, 2));
+}
+
+}  // namespace

@@ -58,5 +58,23 @@ protected:
         return line;
     }
 
+    /// The last message of a feed, with one instrument.
+    static Bytes Book(double bid, double ask) {
+        inst_info_t info{};
+        std::memcpy(info.inst_id, "cu2612", sizeof "cu2612");
+        deal_info_t deal{};
+        deal.upper_limit_price = 200;
+        deal.lower_limit_price = 1;
+        std::memcpy(deal.action_day, "20260430", sizeof "20260430");
+        const Bytes zeros(8);
+        return exchange::MdqpWriter(mdqp::FLAG_LAST)
+            .InstInfo(info)
+            .DealInfo(deal)
+            .PriceDetail(0, '0', bid, 1)
+            .PriceDetail(0, '1', ask, 1)
+            .Field(PADDING, zeros.data(), 8)
+            .Bytes();
+    }
+
     static constexpr std::size_t CHECK_OFFSET = 14 + 20 + snapshot_frame::TCP_CHECK_OFFSET;
 };

@@ -70,4 +70,14 @@ TEST_F(Captures, LeaveOutWhatIsTooLong) {
     EXPECT_EQ(Captured(), 0U);
 }
 
+TEST_F(Captures, AreCountedWhereThePriceCheckThrowsASnapshotAway) {
+    api->m_u50ConfigInfo.dma_data_flag = true;
+    api->m_u50ConfigInfo.enabled_mask.enabled_mask = 1;
+    Arrive(Begin(), Book(101, 100));
+    Hand(EventMessage());
+    OneMoreSegment();
+    ASSERT_EQ(Captured(), 4U);
+    EXPECT_TRUE(log.Has(LOG_WARNING, "price check is error, shot cnt is " + std::to_string(m_before + 4) + "."));
+}
+
 }  // namespace

@@ -38,6 +38,33 @@ TEST_F(SnapshotCompletion, CompletionClosesTheSnapshotAndThenWritesTheTablesInOr
     EXPECT_THAT(TablesInOrder(), ElementsAre(0x11000, 0x21000, 0x11004, 0x21004));
 }
 
+TEST_F(SnapshotCompletion, EachTableIsWrittenWithItsOwnCountAndCapacity) {
+    FinishBoth();
+    api->m_u50InstCount = {3, 5, 7, 9};
+    board.Forget();
+    log.lines.clear();
+    OneMoreSegment();
+    struct Table {
+        uint32_t address;
+        uint32_t firstSlot;  ///< of a feed that is switched off, the used slots are left as they are
+        uint32_t slots;
+    };
+    for (const auto& [address, firstSlot, slots] :
+         {Table{0x11000, 0, 16384}, {0x21000, 5, 16384}, {0x11004, 0, 4096}, {0x21004, 9, 4096}}) {
+        const std::vector<Access> commits = board.AccessesTo(address, address);
+        ASSERT_EQ(commits.size(), (slots - firstSlot) * 64U) << address;
+        EXPECT_EQ(commits.front(), W(address, firstSlot * 64));
+        EXPECT_EQ(commits.back(), W(address, slots * 64 - 1));
+        EXPECT_EQ(board.AccessesTo(address + 1, address + 1).size(), commits.size());
+    }
+    std::vector<int> indices;
+    for (const std::string& line : log.Texts()) {
+        int index = 0;
+        if (std::sscanf(line.c_str(), "index:%d,", &index) == 1) indices.push_back(index);
+    }
+    EXPECT_THAT(indices, ElementsAre(0, 1, 2, 0, 1, 2, 3, 4, 0, 1, 2, 3, 4, 5, 6, 0, 1, 2, 3, 4, 5, 6, 7, 8));
+}
+
 TEST_F(SnapshotCompletion, TablesOfEnabledFeedsCarryTheirInstruments) {
     inst_info_t info{};
     std::memcpy(info.inst_id, "cu2612", sizeof "cu2612");
@@ -96,23 +123,6 @@ TEST_F(SnapshotCompletion, NoSleepWithoutDebugging) {
 
 class CrossedBook : public DispatchFixture {
 protected:
-    static Bytes Book(double bid, double ask) {
-        inst_info_t info{};
-        std::memcpy(info.inst_id, "cu2612", sizeof "cu2612");
-        deal_info_t deal{};
-        deal.upper_limit_price = 200;
-        deal.lower_limit_price = 1;
-        std::memcpy(deal.action_day, "20260430", sizeof "20260430");
-        const Bytes zeros(8);
-        return exchange::MdqpWriter(mdqp::FLAG_LAST)
-            .InstInfo(info)
-            .DealInfo(deal)
-            .PriceDetail(0, '0', bid, 1)
-            .PriceDetail(0, '1', ask, 1)
-            .Field(PADDING, zeros.data(), 8)
-            .Bytes();
-    }
-
     void SetUp() override {
         DispatchFixture::SetUp();
         api->m_u50ConfigInfo.enabled_mask.enabled_mask = FeedBit(SHFE_2PS);

@@ -45,6 +45,7 @@ TEST_F(EarlySegments, EarlySegmentThatIsCoveredMeanwhileIsPassedOver) {
     Arrive(next, Stream(1, 3));
     EXPECT_THAT(Decoded(), ElementsAre(1, 2, 3));
     EXPECT_EQ(EarlyHead(), nullptr);
+    EXPECT_EQ(Counted(ECounter::SegmentRepeated), 1U);
 }
 
 TEST_F(EarlySegments, WalkAlongTheListTellsEachStep) {

@@ -1,4 +1,6 @@
 // The last message of a feed, and the warning at 80 % of what an exchange lists.
+#include <cstdlib>
+
 #include "tests/unit/MdqpFixture.h"
 
 namespace {
@@ -87,6 +89,13 @@ TEST_F(MdqpFeedEnd, EightyPercentExactlyAreNotToldAndUseNoWarningUp) {
     for (const int feed : {0, 1, 2, 3}) End(feed);
     EXPECT_THAT(log.Texts(LOG_WARNING), ElementsAre("shfe_inst_cnt_4ps is 12801, more than 80% max cnt.",
                                                     "ine_inst_cnt_4ps is 3201, more than 80% max cnt. "));
+}
+
+// In a process of its own, so that no other test has touched them.
+TEST(MdqpFeedEndFlags, WarningsAreStillToBeGivenWhenAProcessBegins) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(std::exit(TestableApi::shfe_cnt_80_flag && TestableApi::ine_cnt_80_flag ? 0 : 1),
+                ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -98,8 +98,17 @@ TEST_F(MarketDataHandler, OtherTypesAreIgnored) {
 }
 
 TEST_F(MarketDataHandler, ClearHandlerDoesNothing) {
+    std::vector<unsigned char> message = UpdateMessage(9);
+    for (const unsigned char type : {0, 1, 2}) {  // event, update, segment
+        message[0] = type;
+        api->_MdClearHandler(message.data(), 184, &api->m_u50UserData);
+    }
     api->_MdClearHandler(nullptr, 0, nullptr);
     EXPECT_THAT(log.lines, IsEmpty());
+    EXPECT_THAT(spi.seen, IsEmpty());
+    EXPECT_THAT(board.accesses, IsEmpty());
+    EXPECT_FALSE(api->m_u50UserData.isQuote);
+    EXPECT_TRUE(api->m_isAllInitFinished);
 }
 
 }  // namespace

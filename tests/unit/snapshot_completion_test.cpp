@@ -113,6 +113,21 @@ TEST_F(SnapshotCompletion, DebugSleepIsSleptAndTold) {
     EXPECT_TRUE(log.Has(LOG_WARNING, "DMA sleep 2500us"));
 }
 
+TEST_F(SnapshotCompletion, CloseIsTracedBehindTheSleepAndTheTablesAreNot) {
+    FinishBoth();
+    api->m_u50ConfigInfo.debug_flag = true;
+    api->m_u50ConfigInfo.error_instno = UINT16_MAX;
+    api->m_u50ConfigInfo.dma_sleep = 2500;
+    api->m_u50ConfigInfo.log_level = LOG_WARNING;
+    CCommonLog::GetInstance().SetLogLevel(LOG_WARNING);
+    log.lines.clear();
+    board.Forget();
+    OneMoreSegment();
+    EXPECT_THAT(log.Texts(LOG_ALL), ElementsAre("DMA sleep 2500us", "addr[0x1000] value[0x00000000]"));
+    EXPECT_THAT(board.AccessesTo(0x1000, 0x1000), ElementsAre(W(0x1000, 0)));
+    EXPECT_EQ(board.accesses.size(), 1 + 2U * 64 * (2 * 16384 + 2 * 4096));
+}
+
 TEST_F(SnapshotCompletion, NoSleepWithoutDebugging) {
     Unplug();
     FinishBoth();

@@ -69,9 +69,15 @@ TEST_F(SnapshotDispatch, FrameOfAnotherPortIsIgnored) {
 }
 
 TEST_F(SnapshotDispatch, AnyOfTheFourSnapshotPortsWillDo) {
-    api->m_u50ConfigInfo.snapTcpPort = {1, 2, 3, SNAP_PORT};
-    Begin(SHFE_TOPIC);
-    EXPECT_EQ(Session().init, 1);
+    for (const uint16_t place : {0, 1, 2, 3}) {
+        uint16_t ports[] = {1, 2, 3, 4};
+        ports[place] = SNAP_PORT;
+        api->m_u50ConfigInfo.snapTcpPort = {ports[0], ports[1], ports[2], ports[3]};
+        const auto localPort = static_cast<uint16_t>(LOCAL_PORT + place);
+        Begin(SHFE_TOPIC, localPort);
+        EXPECT_EQ(Session(localPort).init, 1) << place;
+    }
+    EXPECT_EQ(Counted(ECounter::FrameForeign), 0U);
 }
 
 TEST_F(SnapshotDispatch, WrongChecksumIsToldWithBothValues) {

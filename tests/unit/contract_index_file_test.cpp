@@ -242,6 +242,13 @@ TEST_F(ContractIndexFile, DirectoryThatIsMissingIsRefused) {
     EXPECT_EQ(api->_InstStaticInfoWriteFile(), -1);
 }
 
+TEST_F(ContractIndexFile, IdKeepsWhatCanBePrintedButTheComma) {
+    std::memcpy(api->_Slot(SHFE_2PS, 0)->inst_id, "a ~+-\x7f\x1f\x80\xff,z", 12);
+    board.answers = {{0x1F14, 1}, {0x1F15, 0}};
+    api->_InstStaticInfoWriteFile();
+    EXPECT_EQ(Content(Name("am")), std::string(HEADER) + "0,a ~+-?????z,0,0,0,0,0,0,0,0,0,0\n");
+}
+
 TEST_F(ContractIndexFile, IdFromTheWireKeepsTwelveColumnsAndOneLine) {
     std::memcpy(api->_Slot(SHFE_2PS, 0)->inst_id,
                 "a,b\nc\x1b"

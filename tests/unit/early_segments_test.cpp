@@ -226,8 +226,12 @@ TEST_F(EarlySegments, EarlyFrameLongerThanAnEntryIsLost) {
 
 TEST_F(EarlySegments, EarlySegmentBeyondTheBudgetOfAllConnectionsIsLost) {
     const uint32_t next = Begin();
-    api->m_earlySegmentCount = 2000;
-    Arrive(next + 1, Numbered(1));
+    api->m_earlySegmentCount = 1999;
+    Arrive(next + MESSAGE_BYTES, Numbered(2));
+    EXPECT_EQ(api->m_earlySegmentCount, 2000U);
+    EXPECT_THAT(log.Texts(TROUBLE), IsEmpty());
+    Arrive(next + 2 * MESSAGE_BYTES, Numbered(3));
+    EXPECT_THAT(EarlySeqs(), ElementsAre(next + MESSAGE_BYTES));
     EXPECT_THAT(log.Texts(TROUBLE), ElementsAre("failed to malloc buffer to store tcp_lost_buf_t"));
     EXPECT_EQ(Counted(ECounter::SegmentEarlyDropped), 1U);
 }

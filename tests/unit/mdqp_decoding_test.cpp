@@ -126,12 +126,29 @@ TEST_F(MdqpDecoding, RecordsGoToTheTableOfTheirFeedAndNoOther) {
 }
 
 TEST_F(MdqpDecoding, TradingDayIsTheGreatestSeen) {
-    for (const char* day : {"20260430", "20260429", "garbage!"}) {
-        deal_info_t deal = Deal(1);
-        std::memcpy(deal.action_day, day, 9);
-        Parse(Padded(MdqpWriter().DealInfo(deal)));
+    for (const auto& [day, greatest] : {std::pair{"garbage!", 0},
+                                        {"20260429", 20260429},
+                                        {"20260430", 20260430},
+                                        {"20260428", 20260430},
+                                        {"", 20260430},
+                                        {"20260501", 20260501}}) {
+        deal_info_t deal = Deal(7);
+        std::memcpy(deal.action_day, day, std::strlen(day));
+        Parse(MdqpWriter().DealInfo(deal));
+        EXPECT_EQ(api->m_tradingDay, greatest) << day;
     }
-    EXPECT_EQ(api->m_tradingDay, 20260430);
+}
+
+TEST_F(MdqpDecoding, TradingDayEndsAtWhatIsNoDigitAndWithItsField) {
+    for (const auto& [day, value] :
+         {std::pair{"2026043/1", 2026043}, {"2026043:1", 2026043}, {"-20260430", 0}, {"202604301", 202604301}}) {
+        api->m_tradingDay = 0;
+        deal_info_t deal = Deal(7);
+        std::memcpy(deal.action_day, day, 9);
+        std::memcpy(deal.update_time, "999999999", 9);
+        Parse(MdqpWriter().DealInfo(deal));
+        EXPECT_EQ(api->m_tradingDay, value) << day;
+    }
 }
 
 TEST_F(MdqpDecoding, WhatNoIntegerHoldsBecomesZero) {
@@ -246,10 +263,25 @@ TEST_F(MdqpDecoding, NumberBeyondTheTableIsRefusedAndToldOnce) {
 }
 
 TEST_F(MdqpDecoding, MessageOfNoFeedIsRefused) {
-    api->m_sessions[41000].src_port = 33022;
-    EXPECT_EQ(Parse(MdqpWriter().InstInfo(Info(1)), 41000), -1);
-    EXPECT_TRUE(log.Has(LOG_DEBUG, "src_host[0] src_port[33022] dst_host[0] dst_port[0] unknown."));
+    tcp_session_t& session = api->m_sessions[41000];
+    session.src_host = 11;
+    session.src_port = 33022;
+    session.dst_host = 12;
+    session.dst_port = 41000;
+    session.init = 1;
+    for (const uint8_t flag : {mdqp::FLAG_MORE, mdqp::FLAG_LAST}) {
+        EXPECT_EQ(Parse(Padded(MdqpWriter(flag).InstInfo(Info(7)).PacketNo(1)), 41000), -1);
+    }
+    const std::string line = "src_host[11] src_port[33022] dst_host[12] dst_port[41000] unknown.";
+    EXPECT_THAT(log.Texts(), ElementsAre(line, line));
+    EXPECT_EQ(log.lines[0].level, LOG_DEBUG);
+    EXPECT_EQ(log.lines[0].Function(), "_ParseMdqp");
+    EXPECT_EQ(api->m_counters[ECounter::MessageOfNoFeed], 2U);
     EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
+    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
+    EXPECT_EQ(session.init, 1);
+    EXPECT_THAT(board.accesses, IsEmpty());
+    ExpectSlot();
 }
 
 TEST_F(MdqpDecoding, PacketNumberGoesToTheFeedsRegister) {
@@ -273,17 +305,28 @@ TEST_F(MdqpDecoding, FieldThatBeginsInTheLastEightBytesIsNotHandled) {
 TEST_F(MdqpDecoding, UnknownFieldIsToldAndPassedOver) {
     const uint8_t data[5] = {};
     Parse(MdqpWriter().Field(0x0BAD, data, sizeof data).InstInfo(Info(2)));
-    EXPECT_THAT(log.Texts(LOG_ERROR), ElementsAre("unknown field id: bad"));
+    EXPECT_THAT(log.Texts(), ElementsAre("unknown field id: bad"));
+    EXPECT_EQ(log.lines[0].level, LOG_ERROR);
+    EXPECT_EQ(log.lines[0].Function(), "_ParseMdqp");
     EXPECT_EQ(api->m_counters[ECounter::FieldUnknown], 1U);
     EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 3U);
 }
 
+TEST_F(MdqpDecoding, UnknownFieldIsToldWithAtLeastTwoDigits) {
+    const uint8_t data[8] = {};
+    Parse(Padded(MdqpWriter().Field(0x0005, data, 8).Field(0x1005, data, 8).Field(0x0100, data, 8)));
+    EXPECT_THAT(log.Texts(), ElementsAre("unknown field id: 05", "unknown field id: 1005", "unknown field id: 100"));
+}
+
 TEST_F(MdqpDecoding, KnownFieldsWithoutUseAreSilent) {
     MdqpWriter message;
-    const uint8_t data[6] = {};
+    const uint8_t data[6] = {7};
     for (const uint16_t id : {0x0031, 0x0032, 0x1001, 0x1002, 0x1003}) message.Field(id, data, sizeof data);
-    Parse(message);
-    EXPECT_THAT(log.Texts(LOG_ERROR), IsEmpty());
+    Parse(Padded(message));
+    EXPECT_THAT(log.lines, IsEmpty());
+    EXPECT_THAT(board.accesses, IsEmpty());
+    EXPECT_EQ(api->m_counters[ECounter::FieldUnknown], 0U);
+    ExpectSlot();
 }
 
 }  // namespace

@@ -48,6 +48,7 @@ TEST_F(MdqpFeedEnd, LastMessageWithoutFieldsFinishesItsFeedAndNoOther) {
         EXPECT_THAT(log.Texts(), ElementsAre(std::string(names[feed]) +
                                              " init finished, total instruments:" + std::to_string(11 + feed)));
         EXPECT_EQ(log.lines.back().level, LOG_INFO);
+        EXPECT_EQ(log.lines.back().Function(), "_ParseMdqp");
     }
 }
 

@@ -153,6 +153,22 @@ TEST_F(SubscriptionAccess, HostHoldsTheSlotAsItWasReadAfterAnUnsubscription) {
     AddUnsubscription(expected, 3, 1, onBoard, {0x80000008});
     EXPECT_EQ(board.accesses, expected);
     EXPECT_THAT(log.Texts(), IsEmpty());
+    TestableApi::_Cleandata(*api);  // knows that the slots were filled
+    EXPECT_EQ(TextOf(Tables()[3][1]), TextOf(SInstTableType{}));
+}
+
+TEST_F(SubscriptionAccess, WordsThatCannotBeReadStayAsTheHostHasThem) {
+    SInstTableType slot = SlotWith("sc2612", 0x80000028);
+    Tables()[2][0] = slot;
+    board.accessResult = -1;
+    Unsubscribe(2, 1, 5);
+    EXPECT_EQ(TextOf(Tables()[2][0]), TextOf(slot));
+    EXPECT_EQ(board.AccessesTo(0x11005, 0x11005), std::vector<Access>{W(0x11005, 0x80000008)});
+    board.Forget();
+    Subscribe(2, 0, 6, "sc");
+    EXPECT_EQ(board.AccessesTo(0x11005, 0x11005), std::vector<Access>{W(0x11005, 0x80000068)});
+    slot.config = 0x80000068;
+    EXPECT_EQ(TextOf(Tables()[2][0]), TextOf(slot));
 }
 
 TEST_F(SubscriptionAccess, SlotOfWhichTheInUseBitAloneIsLeftIsSwitchedOff) {
@@ -183,10 +199,19 @@ TEST_F(SubscriptionAccess, UnsubscribingEndsWithTheTable) {
     EXPECT_EQ(TextOf(Tables()[3][0]), TextOf(FilledSlot("next", 9000)));
 }
 
-TEST_F(SubscriptionAccess, DisabledTableIsLeftAlone) {
+TEST_F(SubscriptionAccess, SlotThatIsDisabledNotSelectedOrOfAWrongPriceIsLeftAlone) {
     Tables()[0][2] = SlotWith("cu2612", 0);
-    Subscribe(0, 2, 5, "cu", false);
+    api->m_setPriceErrorInstId = {"al2612", "cu26"};
+    EXPECT_EQ(Subscribe(0, 2, 5, "cu", false), 0);
+    EXPECT_EQ(Subscribe(0, 2, 5, "al"), 0);
+    EXPECT_EQ(Subscribe(0, 2, 5, "cu26"), 0);
+    api->m_setPriceErrorInstId.insert("cu2612");
+    EXPECT_EQ(Subscribe(0, 2, 5, "cu"), 0);
     EXPECT_THAT(board.accesses, IsEmpty());
+    EXPECT_THAT(log.Texts(), IsEmpty());
+    api->m_setPriceErrorInstId.erase("cu2612");
+    Subscribe(0, 2, 5, "cu");
+    EXPECT_EQ(board.accesses.size(), 6U);
 }
 
 // ---- all four tables ------------------------------------------------------------------------------------------------

@@ -6,6 +6,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -286,6 +287,49 @@ TEST_P(SubscriptionOrder, EveryAccessAndLineIsThatOfAWalkOverAllSlots) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Seed, SubscriptionOrder, testing::Range(1U, 41U));
+
+/// Whether an entry selects an id: without and with options, and where everything is taken.
+struct Choice {
+    const char* id;
+    const char* entry;
+    bool plain, withOptions, all, allWithOptions;
+};
+
+TEST(Selection, FollowsTheLengthsOfEntryAndId) {
+    for (const auto& [id, entry, plain, withOptions, all, allWithOptions] :
+         {Choice{"cu2612", "cu", true, true, true, true},
+          {"cu2612", "cu2612", true, true, true, true},
+          {"cu2612", "c", false, false, true, true},
+          {"cu2612", "cu2", false, false, true, true},
+          {"cu2612", "cu261", false, false, true, true},
+          {"cu2612", "al", false, false, true, true},
+          {"cu2612", "cu2613", false, false, true, true},
+          {"cu2612", "", false, false, true, true},
+          {"cu2612C", "cu", false, true, false, true},
+          {"cu2612C", "cu2612", false, true, false, true},
+          {"cu2612C", "cu2612C", true, true, false, true},
+          {"cu2612C7", "cu2612C", false, false, false, true},
+          {"cu", "cu", true, true, true, true},
+          {"c", "c", true, true, true, true},
+          {"c", "cu", false, false, true, true},
+          {"cu261", "cu261", true, true, true, true},
+          {"cu261", "cu2612", false, false, true, true},
+          {"", "", true, true, true, true}}) {
+        U50ChannelInfo channel;
+        for (const auto& [recvall, options, expected] : {std::tuple{false, false, plain},
+                                                         {false, true, withOptions},
+                                                         {true, false, all},
+                                                         {true, true, allWithOptions}}) {
+            channel.recvall = recvall;
+            channel.options = options;
+            EXPECT_EQ(IsSelected(channel, id, entry), expected) << id << " by " << entry << recvall << options;
+            CSelection selection(channel);
+            selection.Add({id, 3, SHFE_4PS});
+            selection.Sort();
+            EXPECT_EQ(selection.Of(entry).size(), expected ? 1U : 0U) << id << " by " << entry << recvall << options;
+        }
+    }
+}
 
 TEST(Selection, EntryThatSelectsNothingVisitsNoSlot) {
     U50ChannelInfo channel;

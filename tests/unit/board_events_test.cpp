@@ -23,7 +23,7 @@ TEST_F(BoardEvents, MemoryEventSetsTheFlagAndIsNoLoss) {
     for (const uint32_t data2 : {0x00000001U, 0x000000FFU, 0xFFFFFFFFU}) {
         api->m_isHBM2InitFinished = false;
         log.lines.clear();
-        HandEvent(Event(0x80, 1, data2, 1));
+        HandEvent(Event(0x80, 1, data2, 0xE));
         EXPECT_TRUE(api->m_isHBM2InitFinished) << data2;
         EXPECT_TRUE(api->m_isAllInitFinished) << data2;
         ASSERT_EQ(log.lines.size(), 2U);
@@ -47,7 +47,7 @@ TEST_F(BoardEvents, OtherBitsOfTheThirdWordAreNoMemoryEvent) {
     EXPECT_FALSE(api->m_isHBM2InitFinished);
     EXPECT_TRUE(api->m_isAllInitFinished);
     EXPECT_EQ(log.lines.size(), 34U);  // one line an event
-    HandEvent(Event(0x80, 0, 2));      // and goes on to the loss check
+    HandEvent(Event(0, 0, 2, 1));      // and goes on to the loss check
     EXPECT_FALSE(api->m_isAllInitFinished);
 }
 

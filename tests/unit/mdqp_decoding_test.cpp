@@ -188,9 +188,11 @@ TEST_F(MdqpDecoding, EdgesOfTheIntegerAreHeld) {
     deal_info_t deal = Deal(7);
     deal.last_price = 21474836.47;
     deal.highest_price = -21474836.48;
+    deal.lowest_price = -21474836.488;
     deal.open_interest = 18446744073709549568.0;  // the last one below 2^64
     Parse(Padded(MdqpWriter().DealInfo(deal).OrderStatistics({7, 5, -92233720368547750.0, 6, 92233720368547750.0})));
     EXPECT_EQ(Slot(7).last_price, INT32_MAX);
+    EXPECT_EQ(Slot(7).low_price, INT32_MIN);
     EXPECT_EQ(Slot(7).high_price, INT32_MIN + 1);  // half a hundredth up, cut towards zero
     EXPECT_EQ(uint64_t{Slot(7).open_interest}, 18446744073709549568U);
     EXPECT_LT(int64_t{Slot(7).bid_amount}, -9223372036854770000);

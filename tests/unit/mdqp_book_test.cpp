@@ -124,14 +124,14 @@ TEST_F(MdqpBook, LevelsOfAllShortSequencesEqualASecondImplementation) {
         std::vector<Level> asks(5);
         int rest = code;
         for (int i = 1; i <= LENGTH; ++i, rest /= SYMBOLS) {
-            const int price = rest % SYMBOLS;
-            message.PriceDetail(7, '0', price, i).PriceDetail(7, '1', price, 10 * i);
+            const int price = rest % SYMBOLS;  // hundredths
+            message.PriceDetail(7, '0', price / 100.0, i).PriceDetail(7, '1', price / 100.0, 10 * i);
             std::size_t level = 0;
-            while (level < 4 && bids[level].price > 0 && bids[level].price > price * 100) ++level;
-            bids[level] = {price * 100, static_cast<uint32_t>(i)};
+            while (level < 4 && bids[level].price > 0 && bids[level].price > price) ++level;
+            bids[level] = {price, static_cast<uint32_t>(i)};
             level = 0;
-            while (level < 4 && asks[level].price > 0 && asks[level].price < price * 100) ++level;
-            asks[level] = {price * 100, static_cast<uint32_t>(10 * i)};
+            while (level < 4 && asks[level].price > 0 && asks[level].price < price) ++level;
+            asks[level] = {price, static_cast<uint32_t>(10 * i)};
         }
         Parse(Padded(message));
         ASSERT_EQ(TextOf(Slot(7)), WithBook(bids, asks)) << code;

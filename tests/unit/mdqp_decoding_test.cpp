@@ -230,18 +230,34 @@ TEST_F(MdqpDecoding, InstrumentNumberSetsTheCountOnePastIt) {
 }
 
 TEST_F(MdqpDecoding, IdTakesFifteenBytesAsTheyAreAlsoBehindATerminator) {
-    inst_info_t info = Info(1);
+    std::memset(Slot(7).inst_id, 'x', 16);
+    inst_info_t info = Info(7);
     std::memcpy(info.inst_id, "ab\0cdefghijklmnopq", 19);
     Parse(MdqpWriter().InstInfo(info));
-    EXPECT_EQ(std::string(Slot(1).inst_id, 16), std::string("ab\0cdefghijklmn\0", 16));
+    EXPECT_EQ(std::string(Slot(7).inst_id, 16), std::string("ab\0cdefghijklmn\0", 16));
 }
 
 TEST_F(MdqpDecoding, EmptyIdClearsTheText) {
-    std::memcpy(Slot(1).inst_id, "old", 4);
-    inst_info_t info = Info(1);
+    inst_info_t info = Info(7);
     info.inst_id[0] = '\0';
     Parse(MdqpWriter().InstInfo(info));
-    EXPECT_STREQ(Slot(1).inst_id, "");
+    EXPECT_STREQ(Slot(7).inst_id, "");
+}
+
+TEST_F(MdqpDecoding, RecordsOfNoSlotAreRefusedWhoeverHandsThemOver) {
+    for (const int32_t number : {-1, INT32_MIN, 4096, INT32_MAX}) {
+        inst_info_t info = Info(number);
+        deal_info_t deal = Deal(number);
+        std::memcpy(deal.action_day, "20260430", 9);
+        price_detail_t level{number, '0', 1, 1};
+        order_statistics_info_t statistics{number, 1, 1, 1, 1};
+        EXPECT_EQ(TestableApi::_FieldID0101(info, INE_4PS, *api), 0);
+        EXPECT_EQ(TestableApi::_FieldID0102(deal, INE_4PS, *api), 0);
+        EXPECT_EQ(TestableApi::_FieldID0103(level, INE_4PS, *api, PORT, true), 0);
+        EXPECT_EQ(TestableApi::_FieldID0104(statistics, INE_4PS, *api), 0);
+    }
+    EXPECT_EQ(api->m_u50InstCount.ine_inst_cnt_4ps, 0U);
+    EXPECT_EQ(api->m_tradingDay, 0);
 }
 
 TEST_F(MdqpDecoding, NegativeNumberIsRefusedAndCountsNothing) {

@@ -287,8 +287,9 @@ TEST_P(SubscriptionEdge, NumberOrChannelOutsideTouchesNothing) {
     const auto [name, instNo, channel] = GetParam();
     CInstrumentType entry("cu");
     api->m_u50ConfigInfo.channelInfo[0].recvall = true;
-    api->_ContractSubscribe(api->m_u50InstTable.ine4psInstTable, true, 0x21006, 0x21007, 0x21004, 0x21005, instNo,
-                            channel, entry);
+    EXPECT_EQ(api->_ContractSubscribe(api->m_u50InstTable.ine4psInstTable, true, 0x21006, 0x21007, 0x21004, 0x21005,
+                                      instNo, channel, entry),
+              0);
     EXPECT_THAT(board.accesses, IsEmpty());
 }
 
@@ -302,15 +303,17 @@ TEST_F(SubscriptionAccess, ForeignTableTouchesNothing) {
     SInstTableType foreign{};
     CInstrumentType entry("cu");
     api->m_u50ConfigInfo.channelInfo[0].recvall = true;
-    api->_ContractSubscribe(&foreign, true, 0x11002, 0x11003, 0x11000, 0x11001, 0, 0, entry);
-    api->_ContractUnsubscribe(&foreign, 0x11002, 0x11003, 0x11000, 0x11001, 1, 0);
+    EXPECT_EQ(api->_ContractSubscribe(&foreign, true, 0x11002, 0x11003, 0x11000, 0x11001, 0, 0, entry), 0);
+    EXPECT_EQ(api->_ContractUnsubscribe(&foreign, 0x11002, 0x11003, 0x11000, 0x11001, 1, 0), 0);
     EXPECT_THAT(board.accesses, IsEmpty());
 }
 
 TEST_F(SubscriptionAccess, NoSuchChannelIsUnsubscribedFromNothing) {
     for (const int32_t channel : {-1, 16}) {
         EXPECT_EQ(api->_ContractSubscribeManager(channel), 0);
-        api->_ContractUnsubscribe(api->m_u50InstTable.shfe2psInstTable, 0x11002, 0x11003, 0x11000, 0x11001, 1, channel);
+        EXPECT_EQ(api->_ContractUnsubscribe(api->m_u50InstTable.shfe2psInstTable, 0x11002, 0x11003, 0x11000, 0x11001, 1,
+                                            channel),
+                  0);
     }
     EXPECT_THAT(board.accesses, IsEmpty());
 }

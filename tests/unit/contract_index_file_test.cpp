@@ -164,6 +164,12 @@ TEST_F(ContractIndexFile, CountOfOneExchangeIsEnough) {
     EXPECT_EQ(Content(Name("am")), std::string(HEADER) + "0,cu2612,0,0,0,0,0,0,0,0,0,0\n");
 }
 
+TEST_F(ContractIndexFile, CountsThatCannotBeReadWriteNoFile) {
+    board.accessResult = -1;
+    EXPECT_EQ(api->_InstStaticInfoWriteFile(), -1);
+    EXPECT_EQ(Entries(), 0);
+}
+
 TEST_F(ContractIndexFile, CountsOfZeroWriteNoFile) {
     board.answers.clear();
     EXPECT_EQ(api->_InstStaticInfoWriteFile(), -1);

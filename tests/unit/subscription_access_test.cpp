@@ -272,6 +272,16 @@ TEST_F(SubscriptionAccess, ChannelWithoutAListIsUnsubscribedAllTheSame) {
     EXPECT_EQ(board.accesses, expected);
 }
 
+TEST_F(SubscriptionAccess, CountsThatCannotBeReadAreNone) {
+    board.accessResult = -1;
+    api->m_u50ConfigInfo.enabled_mask.enabled_mask = 0xF;
+    api->m_u50ConfigInfo.channelInfo[1].insts.CopyFrom("cu");
+    Tables()[2][0] = SlotWith("cu2612", 0);
+    EXPECT_EQ(api->_ContractSubscribeManager(1), 0);
+    EXPECT_THAT(board.accesses, ElementsAre(R(0x1F14), R(0x1F15)));
+    EXPECT_THAT(log.Texts(LOG_INFO), ElementsAre("shfeInstCount[0] ineInstCount[0] listen_insts[cu]"));
+}
+
 // ---- what is refused ------------------------------------------------------------------------------------------------
 
 /// The refused call reaches neither memory nor board.

@@ -13,8 +13,8 @@ constexpr bool Mutant(int number) {
     return number == vexa_active_mutant;
 }
 
-/// For the rows of a table: keeps the compiler from working the table out.
-inline bool MutantOfTable(int number) { return Mutant(number); }
+/// For the values of tables, members and globals: keeps the compiler from working them out.
+inline bool InitialMutant(int number) { return Mutant(number); }
 
 // A table whose rows can be switched is no constant any more; what must hold of it the ordinary build has checked.
 #define static_assert(...) static_assert(true)

@@ -4,7 +4,7 @@ import re
 from dataclasses import dataclass, field
 
 from clang.cindex import CursorKind as Kind
-from clang.cindex import Index, TokenKind, TranslationUnit, TypeKind
+from clang.cindex import Index, StorageClass, TranslationUnit, TypeKind
 
 EXPRESSION, STATEMENT = "expression", "statement"
 
@@ -54,7 +54,8 @@ class Source:
     path: str
     text: bytes
     macros: list = field(default_factory=list)   # (start, end) of what the preprocessor replaced
-    tables: list = field(default_factory=list)   # (start, end) of `constexpr` in front of a table, end of the table
+    tables: list = field(default_factory=list)   # (start, end) of `constexpr` in front of a table
+    initial: list = field(default_factory=list)  # (start, end) of what the compiler would work out if it could
     computed: list = field(default_factory=list)  # (start, end) of an initialiser that calls a function
     functions: list = field(default_factory=list)  # (start, end, name)
     mutants: list = field(default_factory=list)
@@ -62,8 +63,8 @@ class Source:
     def slice(self, start, end):
         return self.text[start:end].decode()
 
-    def in_table(self, mutant):
-        return any(start <= mutant.start < end for start, _, end in self.tables)
+    def is_initial(self, mutant):
+        return any(start <= mutant.start < end for start, end in self.initial)
 
     def in_macro(self, start, end):
         at = bisect.bisect_right(self.macros, (start, float("inf"))) - 1
@@ -199,6 +200,9 @@ class Walk:
         if cursor.kind in DECLARED:
             if cursor.is_bitfield():
                 return []
+            is_local = cursor.semantic_parent.kind in FUNCTIONS and cursor.storage_class != StorageClass.STATIC
+            if cursor.kind != Kind.PARM_DECL and not is_local:
+                self.source.initial.append((cursor.extent.start.offset, cursor.extent.end.offset))
             return [child for child in children if child.extent.start.offset > self.name_end(cursor)]
         if cursor.kind in FUNCTIONS:
             return [child for child in children if child.kind not in (Kind.PARM_DECL, Kind.TYPE_REF)
@@ -223,7 +227,8 @@ class Walk:
             return []
         start = cursor.extent.start.offset
         found = re.search(r"(inline\s+)?constexpr\b", self.source.slice(start, cursor.location.offset))
-        self.source.tables.append((start + found.start(), start + found.end(), cursor.extent.end.offset))
+        self.source.tables.append((start + found.start(), start + found.end()))
+        self.source.initial.append((start, cursor.extent.end.offset))
         first = rows[-1]
         if not self.text(cursor).rstrip().endswith("}"):
             self.source.computed.append((first.extent.start.offset, first.extent.end.offset))

@@ -16,11 +16,11 @@ def rewritten(source):
     in_order = sorted(source.mutants, key=lambda m: (m.start, -m.end, m.shape == EXPRESSION))
     for (start, end, shape), mutants in groupby(in_order, key=lambda m: (m.start, m.end, m.shape)):
         places.append((start, end, shape, list(mutants)))
-    edits = [(start, end, "constant", None) for start, end, _ in source.tables]
+    edits = [(start, end, "constant", None) for start, end in source.tables]
     edits += [(start, end, "computed", None) for start, end in source.computed]
     places = sorted(places + edits, key=lambda p: (p[0], -p[1], p[2] == EXPRESSION))
     for mutant in source.mutants:
-        mutant.test = "MutantOfTable" if source.in_table(mutant) else "Mutant"
+        mutant.test = "InitialMutant" if source.is_initial(mutant) else "Mutant"
     text, rest = emit(source, places, 0, 0, len(source.text))
     assert rest == len(places), f"{source.path}: places cross each other at {places[rest][:2]}"
     return text
@@ -43,7 +43,7 @@ def switched(shape, mutants, inner):
     if shape == "constant":
         return "static const"
     if shape == "computed":
-        return f"(MutantOfTable(0), {inner})"
+        return f"(InitialMutant(0), {inner})"
     if shape == EXPRESSION:
         choice = "".join(f"{m.test}({m.number}) ? ({on_one_line(m.mutated)}) : " for m in mutants)
         return f"({choice}({inner}))"

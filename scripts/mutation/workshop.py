@@ -77,12 +77,17 @@ class Workshop:
 
     def compile_one(self, path):
         place = os.path.abspath(PLACE)
-        output = f"{place}/{path}.o"
-        here = os.path.abspath(os.path.dirname(__file__))
         flags = [flag.replace(f"-ffile-prefix-map={self.root}/", f"-ffile-prefix-map={place}/")
                  for flag in self.flags[path]]
-        command = [*launcher(), "clang++", f"-I{place}", *flags, "-w", "-Wno-c++11-narrowing",
-                   "-include", f"{here}/ActiveMutant.h", "-MMD", "-c", f"{place}/{path}", "-o", output]
+        return self.run_compiler(f"{place}/{path}.o", flags, f"{place}/{path}")
+
+    @staticmethod
+    def run_compiler(output, flags, path):
+        """The errors, empty when there is none."""
+        here = os.path.abspath(os.path.dirname(__file__))
+        os.makedirs(os.path.dirname(output), exist_ok=True)
+        command = [*launcher(), "clang++", f"-I{os.path.abspath(PLACE)}", *flags, "-w", "-Wno-c++11-narrowing",
+                   "-include", f"{here}/ActiveMutant.h", "-MMD", "-c", path, "-o", output]
         if is_current(output, command):
             return ""
         done = subprocess.run(command, capture_output=True, text=True, check=False)
@@ -91,6 +96,7 @@ class Workshop:
         return done.stderr if done.returncode else ""
 
     def link(self, programs):
+        """Tests of the services alone are compiled anew: much of what they test stands in headers."""
         listener = f"{os.path.abspath(PLACE)}/ReachListener.o"
         source = f"{os.path.abspath(os.path.dirname(__file__))}/ReachListener.cpp"
         if is_older(listener, [source]):
@@ -99,14 +105,32 @@ class Workshop:
             list(pool.map(lambda program: self.link_one(program, listener), programs))
 
     def link_one(self, program, listener):
-        done = subprocess.run(["ninja", "-C", BUILD, "-t", "commands", program], capture_output=True, text=True, check=True)
-        command = done.stdout.strip().splitlines()[-1].removeprefix(": && ").removesuffix(" && :")
+        commands = subprocess.run(["ninja", "-C", BUILD, "-t", "commands", program], capture_output=True, text=True,
+                                  check=True).stdout.strip().splitlines()
+        command = commands[-1].removeprefix(": && ").removesuffix(" && :")
         place = os.path.abspath(PLACE)
         command = re.sub(r"CMakeFiles/vexa_objects\.dir/(\S+)\.o\b", rf"{place}/\1.o", command)
+        for line in commands[:-1]:
+            made = re.search(r"-o (tests/\S+\.o) -c (\S+)$", line)
+            if made and tests_services(made[2]):
+                command = command.replace(made[1], self.compile_test(line, *made.groups()))
         parts = [f"{BUILD}/{word}" if word[0] != "/" else word for word in re.findall(r"\S+\.[oa]\b", command)]
         if is_older(f"{place}/{program}", [*parts, listener]):
             command = command.replace(f"-o tests/{program}", f"{listener} -o {place}/{program}")
             subprocess.run(command, shell=True, cwd=BUILD, check=True)
+
+    def compile_test(self, line, output, path):
+        place = os.path.abspath(PLACE)
+        flags = [word for word in shlex.split(line) if KEPT_FLAGS.match(word)]
+        error = self.run_compiler(f"{place}/{output}", flags, path)
+        if error:
+            sys.exit(error)
+        return f"{place}/{output}"
+
+
+def tests_services(path):
+    text = open(path, encoding="utf-8").read()
+    return '#include "public/' in text and not re.search(r'#include "(src|tests/unit)/', text)
 
 
 def launcher():

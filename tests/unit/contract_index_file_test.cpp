@@ -10,7 +10,7 @@
 #include <sstream>
 #include <string>
 
-#include "src/RegisterMap.h"
+#include "tests/support/FilledSlot.h"
 #include "tests/support/IniText.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"
@@ -55,8 +55,8 @@ protected:
         At(9, 0);
         CDrvRegEnyx::GetInstance().Init(0, 474);
         TestableApi::s_indexDirectory = directory.Path();
-        board.answers[reg::SHFE_INST_COUNT] = 1;
-        board.answers[reg::INE_INST_COUNT] = 1;
+        board.answers[0x1F14] = 1;
+        board.answers[0x1F15] = 1;
         api->m_finishedMask.enabled_mask = 5;
         std::memcpy(api->_Slot(SHFE_2PS, 0)->inst_id, "cu2612", 7);
         std::memcpy(api->_Slot(SHFE_4PS, 0)->inst_id, "al2612", 7);
@@ -85,20 +85,35 @@ protected:
 };
 
 TEST_F(ContractIndexFile, ListsShfeAndThenIneEachFromZero) {
-    SInstTableType& slot = *api->_Slot(SHFE_2PS, 0);
-    slot.change_no = 2;
-    slot.open_interest = 3;
-    slot.last_price = -4;
-    slot.turnover = UINT64_MAX;
-    slot.volume = 6;
-    slot.price_tick = 7;
-    slot.codec_price = 8;
-    slot.vol_multiple = 9;
-    slot.upper_limit_price = 10;
-    slot.lower_limit_price = 11;
+    board.answers = {{0x1F14, 3}, {0x1F15, 2}};
+    // Numbers that rise by one from field to field; two words make one of 64 bits.
+    *api->_Slot(SHFE_2PS, 0) = FilledSlot("cu2612", 100);
+    *api->_Slot(SHFE_2PS, 1) = FilledSlot("al2612", 300);
+    *api->_Slot(SHFE_2PS, 2) = FilledSlot("zn2612", 0xFFFFFFB0);
+    *api->_Slot(SHFE_2PS, 3) = FilledSlot("behind", 1);
+    *api->_Slot(INE_2PS, 0) = FilledSlot("sc2612", 500);
+    *api->_Slot(INE_2PS, 1) = FilledSlot("nr2612", 700);
+    *api->_Slot(INE_2PS, 2) = FilledSlot("behind", 1);
     ASSERT_EQ(api->_InstStaticInfoWriteFile(), 0);
-    EXPECT_EQ(Content(Name("am")), std::string(HEADER) + "0,cu2612,2,3,-4,18446744073709551615,6,7,8,9,10,11\n" +
-                                       "0,sc2612,0,0,0,0,0,0,0,0,0,0\n");
+    EXPECT_EQ(Content(Name("am")),
+              std::string(HEADER) +
+                  "0,cu2612,104,549755814015,132,558345748609,131,101,102,103,137,138\n"
+                  "1,al2612,304,1408749273415,332,1417339208009,331,301,302,303,337,338\n"
+                  "2,zn2612,4294967220,18446743854666219467,-48,18446743863256154061,4294967247,-79,-78,4294967219,"
+                  "-43,-42\n"
+                  "0,sc2612,504,2267742732815,532,2276332667409,531,501,502,503,537,538\n"
+                  "1,nr2612,704,3126736192215,732,3135326126809,731,701,702,703,737,738\n");
+}
+
+TEST_F(ContractIndexFile, FilledTablesAreListedToTheirLastSlot) {
+    board.answers = {{0x1F14, 16384}, {0x1F15, 4096}};
+    std::memcpy(api->_Slot(SHFE_2PS, 16383)->inst_id, "last", 5);
+    std::memcpy(api->_Slot(INE_2PS, 4095)->inst_id, "lastine", 8);
+    ASSERT_EQ(api->_InstStaticInfoWriteFile(), 0);
+    const std::string content = Content(Name("am"));
+    EXPECT_EQ(std::count(content.begin(), content.end(), '\n'), 1 + 16384 + 4096);
+    EXPECT_THAT(content, testing::HasSubstr("\n16383,last,0,0,0,0,0,0,0,0,0,0\n0,sc2612,"));
+    EXPECT_THAT(content, testing::EndsWith("\n4095,lastine,0,0,0,0,0,0,0,0,0,0\n"));
 }
 
 TEST_F(ContractIndexFile, MorningEndsAtFiveInTheAfternoon) {
@@ -111,17 +126,48 @@ TEST_F(ContractIndexFile, MorningEndsAtFiveInTheAfternoon) {
     EXPECT_TRUE(fs::exists(Name("pm")));
 }
 
-TEST_F(ContractIndexFile, TakesThe4psTableWhereBothFeedsHaveFinished) {
-    api->m_finishedMask.enabled_mask = 7;
-    api->_InstStaticInfoWriteFile();
-    EXPECT_THAT(Content(Name("am")), testing::HasSubstr("0,al2612,"));
-    EXPECT_THAT(Content(Name("am")), testing::Not(testing::HasSubstr("cu2612")));
+/// What is listed of tables whose first slots are called cu2612, al2612 (SHFE 4ps), sc2612 and nr2612 (INE 4ps).
+struct Finished {
+    uint8_t mask;
+    const char* shfe;
+    const char* ine;
+};
+
+class ContractIndexOf : public ContractIndexFile, public testing::WithParamInterface<Finished> {};
+
+TEST_P(ContractIndexOf, FinishedFeedsTakesThe4psTableWhereBothHave) {
+    const auto [mask, shfe, ine] = GetParam();
+    std::memcpy(api->_Slot(INE_4PS, 0)->inst_id, "nr2612", 7);
+    api->m_finishedMask.enabled_mask = mask;
+    ASSERT_EQ(api->_InstStaticInfoWriteFile(), 0);
+    std::string expected = HEADER;
+    for (const char* id : {shfe, ine}) {
+        if (*id != '\0') expected += std::string("0,") + id + ",0,0,0,0,0,0,0,0,0,0\n";
+    }
+    EXPECT_EQ(Content(Name("am")), expected);
 }
 
-TEST_F(ContractIndexFile, WithoutAFinishedShfeFeedHoldsIneAlone) {
-    api->m_finishedMask.enabled_mask = 4;
-    api->_InstStaticInfoWriteFile();
+INSTANTIATE_TEST_SUITE_P(Each, ContractIndexOf,
+                         testing::Values(Finished{0x0, "", ""}, Finished{0x1, "cu2612", ""},
+                                         Finished{0x2, "al2612", ""}, Finished{0x3, "al2612", ""},
+                                         Finished{0x4, "", "sc2612"}, Finished{0x8, "", "nr2612"},
+                                         Finished{0xC, "", "nr2612"}, Finished{0x7, "al2612", "sc2612"},
+                                         Finished{0xF, "al2612", "nr2612"}, Finished{0x9, "cu2612", "nr2612"}),
+                         [](const auto& finished) { return "Mask" + std::to_string(finished.param.mask); });
+
+TEST_F(ContractIndexFile, CountOfOneExchangeIsEnough) {
+    board.answers = {{0x1F14, 0}, {0x1F15, 1}};
+    EXPECT_EQ(api->_InstStaticInfoWriteFile(), 0);
     EXPECT_EQ(Content(Name("am")), std::string(HEADER) + "0,sc2612,0,0,0,0,0,0,0,0,0,0\n");
+    board.answers = {{0x1F14, 1}, {0x1F15, 0}};
+    EXPECT_EQ(api->_InstStaticInfoWriteFile(), 0);
+    EXPECT_EQ(Content(Name("am")), std::string(HEADER) + "0,cu2612,0,0,0,0,0,0,0,0,0,0\n");
+}
+
+TEST_F(ContractIndexFile, CountsThatCannotBeReadWriteNoFile) {
+    board.accessResult = -1;
+    EXPECT_EQ(api->_InstStaticInfoWriteFile(), -1);
+    EXPECT_EQ(Entries(), 0);
 }
 
 TEST_F(ContractIndexFile, CountsOfZeroWriteNoFile) {
@@ -133,11 +179,13 @@ TEST_F(ContractIndexFile, CountsOfZeroWriteNoFile) {
 }
 
 TEST_F(ContractIndexFile, CountsBeyondTheTableAreCapped) {
-    board.answers[reg::SHFE_INST_COUNT] = UINT32_MAX;
-    board.answers[reg::INE_INST_COUNT] = 0;
+    board.answers = {{0x1F14, UINT32_MAX}, {0x1F15, 4097}};
+    std::memcpy(api->_Slot(SHFE_4PS, 0)->inst_id, "behind", 7);
+    std::memcpy(api->_Slot(INE_4PS, 0)->inst_id, "behind", 7);
     ASSERT_EQ(api->_InstStaticInfoWriteFile(), 0);
     const std::string content = Content(Name("am"));
-    EXPECT_EQ(std::count(content.begin(), content.end(), '\n'), 16385);
+    EXPECT_EQ(std::count(content.begin(), content.end(), '\n'), 1 + 16384 + 4096);
+    EXPECT_THAT(content, testing::Not(testing::HasSubstr("behind")));
 }
 
 TEST_F(ContractIndexFile, FileOfOurOwnIsReplaced) {
@@ -200,12 +248,19 @@ TEST_F(ContractIndexFile, DirectoryThatIsMissingIsRefused) {
     EXPECT_EQ(api->_InstStaticInfoWriteFile(), -1);
 }
 
+TEST_F(ContractIndexFile, IdKeepsWhatCanBePrintedButTheComma) {
+    std::memcpy(api->_Slot(SHFE_2PS, 0)->inst_id, "a ~+-\x7f\x1f\x80\xff,z", 12);
+    board.answers = {{0x1F14, 1}, {0x1F15, 0}};
+    api->_InstStaticInfoWriteFile();
+    EXPECT_EQ(Content(Name("am")), std::string(HEADER) + "0,a ~+-?????z,0,0,0,0,0,0,0,0,0,0\n");
+}
+
 TEST_F(ContractIndexFile, IdFromTheWireKeepsTwelveColumnsAndOneLine) {
     std::memcpy(api->_Slot(SHFE_2PS, 0)->inst_id,
                 "a,b\nc\x1b"
                 "defghijklmno",
                 16);
-    board.answers[reg::INE_INST_COUNT] = 0;
+    board.answers[0x1F15] = 0;
     api->_InstStaticInfoWriteFile();
     EXPECT_EQ(Content(Name("am")), std::string(HEADER) + "0,a?b?c?defghijklm,0,0,0,0,0,0,0,0,0,0\n");
 }

@@ -1,3 +1,7 @@
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
 #include "tests/unit/SnapshotFixture.h"
 
 namespace {
@@ -23,6 +27,18 @@ protected:
         EMDQPDataType feed = static_cast<EMDQPDataType>(-1);
         api->_FindFeed(LOCAL_PORT, feed);
         return feed;
+    }
+
+    /// Nothing of the one segment that came was decoded or kept.
+    void ExpectRefused() {
+        EXPECT_FALSE(IsAnyPortKnown());
+        EXPECT_EQ(Session().init, 0);
+        EXPECT_EQ(Session().frag_flag, 0);
+        EXPECT_THAT(Decoded(), IsEmpty());
+        for (std::size_t i = 0; i < COUNTER_NAMES.size(); ++i) {
+            const auto counter = static_cast<ECounter>(i);
+            EXPECT_EQ(Counted(counter), counter == ECounter::SegmentRefused ? 1U : 0U) << COUNTER_NAMES[i];
+        }
     }
 
     void EnableAll() { api->m_u50ConfigInfo.enabled_mask.enabled_mask = 0x0F; }
@@ -77,27 +93,31 @@ TEST_F(FeedIdentification, TopicIsSigned) {
     EXPECT_EQ(FeedOfPort(), SHFE_2PS);
 }
 
-TEST_F(FeedIdentification, UnknownTopicIsToldAndRefused) {
-    Begin(77);
+TEST_F(FeedIdentification, UnknownTopicIsToldAndItsSegmentRefused) {
+    log.lines.clear();
+    Arrive(FIRST_SEQ, Join({FirstMessage(77), Numbered(1)}));
     EXPECT_THAT(log.Texts(TROUBLE), ElementsAre("invalide topic id[77]"));
-    EXPECT_EQ(Session().init, 0);
-    EXPECT_EQ(Counted(ECounter::SegmentRefused), 1U);
+    ExpectRefused();
 }
 
 TEST_F(FeedIdentification, DisabledFeedIsRefusedInSilence) {
-    Begin(SHFE_TOPIC + 1);
+    Arrive(FIRST_SEQ, Join({FirstMessage(SHFE_TOPIC + 1), Numbered(1)}));
     EXPECT_THAT(log.Texts(TROUBLE), IsEmpty());
-    EXPECT_FALSE(IsAnyPortKnown());
-    EXPECT_EQ(Session().init, 0);
-    EXPECT_EQ(Counted(ECounter::SegmentRefused), 1U);
+    ExpectRefused();
 }
 
 TEST_F(FeedIdentification, SecondConnectionOfAFinishedFeedIsIgnored) {
-    Arrive(Begin(), LastMessage());
-    Begin(SHFE_TOPIC, LOCAL_PORT + 1);
-    EXPECT_EQ(Session(LOCAL_PORT + 1).init, 0);
-    EXPECT_EQ(api->m_u50DstPort.port_shfe_2ps, 0);
+    api->m_finishedMask.enabled_mask = 1;
+    Arrive(FIRST_SEQ, Join({FirstMessage(SHFE_TOPIC), Numbered(1)}));
     EXPECT_THAT(log.Texts(TROUBLE), IsEmpty());
+    ExpectRefused();
+    EXPECT_EQ(api->m_finishedMask.enabled_mask, 1);
+}
+
+TEST_F(FeedIdentification, FinishedFeedKeepsNoOtherFromItsPort) {
+    api->m_finishedMask.enabled_mask = 1;
+    Begin(INE_TOPIC);
+    EXPECT_EQ(FeedOfPort(), INE_2PS);
 }
 
 TEST_F(FeedIdentification, FirstSegmentWithoutTopicIsDeliveredAndItsMessagesRefused) {
@@ -164,12 +184,15 @@ TEST_F(FeedIdentification, FormerPortOfAFinishedFeedIsRefused) {
 
 // ---- instrument numbers -------------------------------------------------------------------------------------------
 
+constexpr std::pair<EMDQPDataType, int32_t> CAPACITIES[] = {
+    {SHFE_2PS, 16384}, {SHFE_4PS, 16384}, {INE_2PS, 4096}, {INE_4PS, 4096}};
+
 bool IsInRange(EMDQPDataType feed, int32_t instNo) { return TestableApi::_ProtectInstNo(feed, instNo); }
 
 TEST_F(FeedIdentification, LastNumberOfEachFeedPassesAndTheNextIsRefused) {
-    for (const EMDQPDataType feed : ALL_FEEDS) {
-        EXPECT_TRUE(IsInRange(feed, FeedCapacity(feed) - 1));
-        EXPECT_FALSE(IsInRange(feed, FeedCapacity(feed)));
+    for (const auto& [feed, capacity] : CAPACITIES) {
+        EXPECT_TRUE(IsInRange(feed, capacity - 1));
+        EXPECT_FALSE(IsInRange(feed, capacity));
     }
 }
 
@@ -205,18 +228,32 @@ TEST_F(FeedIdentification, NegativeNumberPassesTheRangeTestButHasNoSlot) {
 }
 
 TEST_F(FeedIdentification, SlotsEndWithTheTable) {
-    for (const EMDQPDataType feed : ALL_FEEDS) {
-        EXPECT_EQ(api->_Slot(feed, FeedCapacity(feed)), nullptr);
-        EXPECT_EQ(api->_Slot(feed, FeedCapacity(feed) - 1),
-                  FeedTable(api->m_u50InstTable, feed) + FeedCapacity(feed) - 1);
+    U50InstTable& tables = api->m_u50InstTable;
+    SInstTableType* const first[] = {tables.shfe2psInstTable, tables.shfe4psInstTable, tables.ine2psInstTable,
+                                     tables.ine4psInstTable};
+    for (const auto& [feed, capacity] : CAPACITIES) {
+        EXPECT_EQ(api->_Slot(feed, capacity), nullptr);
+        EXPECT_EQ(api->_Slot(feed, INT32_MAX), nullptr);
+        EXPECT_EQ(api->_Slot(feed, 0), first[feed]);
+        EXPECT_EQ(api->_Slot(feed, capacity - 1), first[feed] + capacity - 1);
     }
     EXPECT_EQ(api->_Slot(static_cast<EMDQPDataType>(7), 0), nullptr);
 }
 
-TEST_F(FeedIdentification, SlotOnceHandedOutIsClearedWithTheRest) {
-    api->_Slot(INE_4PS, 17)->volume = 5;
+TEST_F(FeedIdentification, SlotsOnceHandedOutAreClearedWithTheRest) {
+    for (const auto& [feed, capacity] : CAPACITIES) {
+        for (const int32_t instNo : {17, 0, capacity - 1}) std::memset(api->_Slot(feed, instNo), 0xEE, 256);
+    }
     TestableApi::_Cleandata(*api);
-    EXPECT_EQ(api->m_u50InstTable.ine4psInstTable[17].volume, 0U);
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&api->m_u50InstTable);
+    EXPECT_TRUE(std::all_of(bytes, bytes + sizeof api->m_u50InstTable, [](uint8_t byte) { return byte == 0; }));
+}
+
+// In a process of its own, so that no other test has touched them.
+TEST(FeedIdentificationFlags, WarningsAreStillToBeGivenWhenAProcessBegins) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(std::exit(TestableApi::shfe_cnt_flag && TestableApi::ine_cnt_flag ? 0 : 1),
+                ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

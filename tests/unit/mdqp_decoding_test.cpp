@@ -1,188 +1,225 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/unit/MdqpFixture.h"
 
-#include <cfloat>
-#include <cmath>
-#include <cstring>
-#include <limits>
-#include <string>
-#include <vector>
-
-#include "exchange/MdqpWriter.h"
-#include "src/RegisterMap.h"
-#include "tests/support/LogCapture.h"
-#include "tests/support/RecordingBoard.h"
-#include "tests/support/TestableApi.h"
+namespace {
 
 using exchange::MdqpWriter;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace {
-
-constexpr uint16_t PORT = 40000;
-
-class MdqpDecoding : public testing::Test {
+/// A slot above the first, in use before, so that what a record leaves alone is seen too.
+class MdqpDecoding : public MdqpFixture {
 protected:
-    MdqpDecoding() {
-        CDrvRegEnyx::GetInstance().Init(0, 474);
-        api->m_u50DstPort.port_shfe_2ps = PORT;
-    }
-    /// The message in a heap block of its exact size.
-    int32_t Parse(const MdqpWriter& message, uint16_t port = PORT) {
-        std::vector<uint8_t> bytes = message.Bytes();
-        bytes.shrink_to_fit();
-        return api->_ParseMdqp(reinterpret_cast<mdqp_t*>(bytes.data()), port, *api);
-    }
-    /// Eight bytes behind the last field, so that it does not begin in the message's last eight bytes.
-    static MdqpWriter Padded(MdqpWriter message) {
-        const uint8_t zeros[8] = {};
-        return message.Field(0x0031, zeros, sizeof zeros);
-    }
-    SInstTableType& Slot(int32_t instNo = 1) { return api->m_u50InstTable.shfe2psInstTable[instNo]; }
-    static inst_info_t Info(int32_t instNo) {
-        inst_info_t info{};
-        info.inst_no = instNo;
-        std::memcpy(info.inst_id, "cu2612", 7);
-        return info;
-    }
-    static deal_info_t Deal(int32_t instNo) {
-        deal_info_t deal{};
-        deal.inst_no = instNo;
-        return deal;
-    }
-    RecordingBoard board;
-    LogCapture log;
-    std::unique_ptr<TestableApi> api = MakeApi();
+    MdqpDecoding() { Slot(7) = expected = FilledSlot("al2701", 1000); }
+    void ExpectSlot() { EXPECT_EQ(TextOf(Slot(7)), TextOf(expected)); }
+
+    SInstTableType expected;  ///< of number 7
 };
 
-TEST_F(MdqpDecoding, FirstLevelClearsTheBookAndTheNextDoesNot) {
-    Slot().bid5_price = 7;
-    Parse(Padded(MdqpWriter().PriceDetail(1, '0', 100.5, 3).PriceDetail(1, '1', 100.6, 4)));
-    EXPECT_EQ(Slot().bid5_price, 0);
-    EXPECT_EQ(Slot().bid1_price, 10050);
-    EXPECT_EQ(Slot().ask1_price, 10060);
-    EXPECT_EQ(Slot().ask1_vol, 4U);
-}
-
-TEST_F(MdqpDecoding, LevelBehindAnotherFieldClearsTheBookAgain) {
-    Parse(Padded(MdqpWriter().PriceDetail(1, '0', 100.5, 3).DealInfo(Deal(1)).PriceDetail(1, '1', 100.6, 4)));
-    EXPECT_EQ(Slot().bid1_price, 0);
-    EXPECT_EQ(Slot().ask1_price, 10060);
-}
-
-TEST_F(MdqpDecoding, BidsThatArriveBestFirstFillTheLevels) {
-    Parse(
-        Padded(MdqpWriter().PriceDetail(1, '0', 100.5, 1).PriceDetail(1, '0', 100.4, 2).PriceDetail(1, '0', 100.3, 3)));
-    EXPECT_EQ(Slot().bid1_price, 10050);
-    EXPECT_EQ(Slot().bid2_price, 10040);
-    EXPECT_EQ(Slot().bid3_price, 10030);
-}
-
-TEST_F(MdqpDecoding, BidEqualToTheFirstOverwritesIt) {
-    Parse(Padded(MdqpWriter().PriceDetail(1, '0', 100.5, 1).PriceDetail(1, '0', 100.5, 9)));
-    EXPECT_EQ(Slot().bid1_vol, 9U);
-    EXPECT_EQ(Slot().bid2_price, 0);
-}
-
-TEST_F(MdqpDecoding, SixthLevelOverwritesTheFifth) {
-    MdqpWriter message;
-    for (int i = 0; i < 6; ++i) message.PriceDetail(1, '1', 100 + i, i);
-    Parse(Padded(message));
-    EXPECT_EQ(Slot().ask4_price, 10300);
-    EXPECT_EQ(Slot().ask5_price, 10500);
-}
-
-TEST_F(MdqpDecoding, OtherDirectionsAreIgnored) {
-    Parse(Padded(MdqpWriter().PriceDetail(1, '2', 100, 1)));
-    EXPECT_EQ(Slot().bid1_price, 0);
-    EXPECT_EQ(Slot().ask1_price, 0);
-}
-
-TEST_F(MdqpDecoding, LargestDoubleStandsForAbsent) {
-    deal_info_t deal = Deal(1);
-    deal.last_price = DBL_MAX;
-    deal.turnover = DBL_MAX;
-    Slot().last_price = 5;
-    Parse(Padded(MdqpWriter().DealInfo(deal).PriceDetail(1, '0', DBL_MAX, 3)));
-    EXPECT_EQ(Slot().last_price, 0);
-    EXPECT_EQ(uint64_t{Slot().turnover}, 0U);
-    EXPECT_EQ(Slot().bid1_price, 0);
-    EXPECT_EQ(Slot().bid1_vol, 3U);
+TEST_F(MdqpDecoding, InstrumentIsStored) {
+    inst_info_t info = Info(7);
+    info.volume_multiple = 5;
+    info.price_tick = 10.25;
+    info.codec_price = 70123.45;
+    info.strike_price = 1;
+    info.underlying_multiple = 2;
+    info.is_trading = 3;
+    Parse(MdqpWriter().InstInfo(info));
+    expected.price_tick = 1025;
+    expected.codec_price = 7012345;
+    expected.vol_multiple = 5;
+    std::memcpy(expected.inst_id, "cu2612\0\0\0\0\0\0\0\0\0", 16);
+    ExpectSlot();
 }
 
 TEST_F(MdqpDecoding, DealIsStoredInHundredths) {
-    deal_info_t deal = Deal(1);
+    deal_info_t deal = Deal(7);
     deal.last_price = 4321.5;
-    deal.turnover = 1234567.89;
-    deal.open_interest = 99.0;
+    deal.volume = 12;
+    deal.turnover = 90'000'000'001.25;
+    deal.open_interest = 5'000'000'000.0;
+    deal.highest_price = 4400.25;
+    deal.lowest_price = 4300.75;
+    deal.open_price = 1;
+    deal.close_price = 2;
+    deal.settlement_price = 3;
     deal.upper_limit_price = 5000;
     deal.lower_limit_price = -1.004;
-    deal.volume = 12;
-    deal.change_no = 13;
-    deal.update_mill_sec = 500;
+    deal.pre_settlement_price = 4;
+    deal.pre_close_price = 5;
+    deal.pre_open_interest = 6;
+    deal.pre_delta = 7;
+    deal.curr_delta = 8;
     std::memcpy(deal.action_day, "20260430", 9);
-    Parse(Padded(MdqpWriter().DealInfo(deal)));
-    EXPECT_EQ(Slot().last_price, 432150);
-    EXPECT_EQ(uint64_t{Slot().turnover}, 123456789U);
-    EXPECT_EQ(uint64_t{Slot().open_interest}, 99U);
-    EXPECT_EQ(Slot().upper_limit_price, 500000);
-    EXPECT_EQ(Slot().lower_limit_price, -99);  // -100.4 + 0.5, cut towards zero
-    EXPECT_EQ(Slot().volume, 12U);
-    EXPECT_EQ(Slot().change_no, 13U);
-    EXPECT_EQ(Slot().update_mill_sec, 500U);
+    std::memcpy(deal.update_time, "09:30:00", 9);
+    deal.update_mill_sec = 500;
+    deal.change_no = 13;
+    Parse(MdqpWriter().DealInfo(deal));
+    expected.last_price = 432150;
+    expected.volume = 12;
+    expected.turnover = 9'000'000'000'125;
+    expected.open_interest = 5'000'000'000;
+    expected.high_price = 440025;
+    expected.low_price = 430075;
+    expected.upper_limit_price = 500000;
+    expected.lower_limit_price = -99;  // -100.4 + 0.5, cut towards zero
+    expected.update_mill_sec = 500;
+    expected.change_no = 13;
+    ExpectSlot();
     EXPECT_EQ(api->m_tradingDay, 20260430);
 }
 
-TEST_F(MdqpDecoding, TradingDayIsTheGreatestSeen) {
-    for (const char* day : {"20260430", "20260429", "garbage!"}) {
-        deal_info_t deal = Deal(1);
-        std::memcpy(deal.action_day, day, 9);
-        Parse(Padded(MdqpWriter().DealInfo(deal)));
+TEST_F(MdqpDecoding, HalfAHundredthIsRoundedUpAndLessIsNot) {
+    deal_info_t deal = Deal(7);
+    deal.last_price = 1.125;
+    deal.highest_price = 1.1249;
+    deal.open_interest = 98.5;
+    Parse(MdqpWriter().DealInfo(deal));
+    EXPECT_EQ(Slot(7).last_price, 113);
+    EXPECT_EQ(Slot(7).high_price, 112);
+    EXPECT_EQ(uint64_t{Slot(7).open_interest}, 99U);
+    deal.open_interest = 98.4;
+    Parse(MdqpWriter().DealInfo(deal));
+    EXPECT_EQ(uint64_t{Slot(7).open_interest}, 98U);
+}
+
+TEST_F(MdqpDecoding, AbsentValuesOfADealBecomeZero) {
+    deal_info_t deal = Deal(7);
+    deal.last_price = deal.highest_price = deal.lowest_price = deal.turnover = DBL_MAX;
+    deal.upper_limit_price = deal.lower_limit_price = DBL_MAX;
+    Parse(MdqpWriter().DealInfo(deal));
+    expected.last_price = expected.high_price = expected.low_price = 0;
+    expected.upper_limit_price = expected.lower_limit_price = 0;
+    expected.turnover = expected.open_interest = 0;
+    expected.volume = expected.change_no = expected.update_mill_sec = 0;
+    ExpectSlot();
+}
+
+TEST_F(MdqpDecoding, RecordsGoToTheTableOfTheirFeedAndNoOther) {
+    for (const int feed : {0, 1, 2, 3}) {
+        api->m_u50DstPort = {};
+        uint16_t* const ports[] = {&api->m_u50DstPort.port_shfe_2ps, &api->m_u50DstPort.port_shfe_4ps,
+                                   &api->m_u50DstPort.port_ine_2ps, &api->m_u50DstPort.port_ine_4ps};
+        *ports[feed] = PORT;
+        SInstTableType* const slots[] = {
+            &api->m_u50InstTable.shfe2psInstTable[9], &api->m_u50InstTable.shfe4psInstTable[9],
+            &api->m_u50InstTable.ine2psInstTable[9], &api->m_u50InstTable.ine4psInstTable[9]};
+        for (SInstTableType* slot : slots) *slot = SInstTableType{};
+        api->m_u50InstCount = {1, 2, 3, 4};
+        deal_info_t deal = Deal(9);
+        deal.volume = 12;
+        Parse(Padded(
+            MdqpWriter().InstInfo(Info(9)).DealInfo(deal).OrderStatistics({9, 5, 1, 6, 1}).PriceDetail(9, '0', 1, 77)));
+        for (const int other : {0, 1, 2, 3}) {
+            const SInstTableType& slot = *slots[other];
+            EXPECT_EQ(slot.volume, other == feed ? 12U : 0U) << feed;
+            EXPECT_EQ(slot.bid_volume, other == feed ? 5U : 0U) << feed;
+            EXPECT_EQ(slot.bid1_vol, other == feed ? 77U : 0U) << feed;
+            EXPECT_STREQ(slot.inst_id, other == feed ? "cu2612" : "") << feed;
+        }
+        const U50InstCount& count = api->m_u50InstCount;
+        const uint64_t counts[] = {count.shfe_inst_cnt_2ps, count.shfe_inst_cnt_4ps, count.ine_inst_cnt_2ps,
+                                   count.ine_inst_cnt_4ps};
+        for (uint64_t other = 0; other < 4; ++other) {
+            EXPECT_EQ(counts[other], other == static_cast<uint64_t>(feed) ? 10 : other + 1) << feed;
+        }
     }
-    EXPECT_EQ(api->m_tradingDay, 20260430);
+}
+
+TEST_F(MdqpDecoding, TradingDayIsTheGreatestSeen) {
+    for (const auto& [day, greatest] : {std::pair{"garbage!", 0},
+                                        {"20260429", 20260429},
+                                        {"20260430", 20260430},
+                                        {"20260428", 20260430},
+                                        {"", 20260430},
+                                        {"20260501", 20260501}}) {
+        deal_info_t deal = Deal(7);
+        std::memcpy(deal.action_day, day, std::strlen(day));
+        Parse(MdqpWriter().DealInfo(deal));
+        EXPECT_EQ(api->m_tradingDay, greatest) << day;
+    }
+}
+
+TEST_F(MdqpDecoding, TradingDayEndsAtWhatIsNoDigitAndWithItsField) {
+    for (const auto& [day, value] :
+         {std::pair{"2026043/1", 2026043}, {"2026043:1", 2026043}, {"-20260430", 0}, {"202604301", 202604301}}) {
+        api->m_tradingDay = 0;
+        deal_info_t deal = Deal(7);
+        std::memcpy(deal.action_day, day, 9);
+        std::memcpy(deal.update_time, "999999999", 9);
+        Parse(MdqpWriter().DealInfo(deal));
+        EXPECT_EQ(api->m_tradingDay, value) << day;
+    }
 }
 
 TEST_F(MdqpDecoding, WhatNoIntegerHoldsBecomesZero) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double inf = std::numeric_limits<double>::infinity();
     for (const double value : {nan, inf, -inf, 1e300, -1e300, 21474836.48, -21474836.5}) {
-        deal_info_t deal = Deal(1);
+        Slot(7) = FilledSlot("cu2612", 1000);
+        deal_info_t deal = Deal(7);
         deal.last_price = value;
-        inst_info_t info = Info(1);
+        inst_info_t info = Info(7);
         info.price_tick = value;
-        Parse(Padded(MdqpWriter().DealInfo(deal).InstInfo(info).PriceDetail(1, '1', value, 1)));
-        EXPECT_EQ(Slot().last_price, 0) << value;
-        EXPECT_EQ(Slot().price_tick, 0) << value;
-        EXPECT_EQ(Slot().ask1_price, 0) << value;
+        Parse(
+            Padded(MdqpWriter().DealInfo(deal).InstInfo(info).PriceDetail(7, '1', 5, 1).PriceDetail(7, '1', value, 2)));
+        EXPECT_EQ(Slot(7).last_price, 0) << value;
+        EXPECT_EQ(Slot(7).price_tick, 0) << value;
+        EXPECT_EQ(Slot(7).ask1_price, 0) << value;
+        EXPECT_EQ(Slot(7).ask1_vol, 2U) << value;
     }
-    for (const double value : {nan, inf, -inf, 1e300, -5.0}) {
-        deal_info_t deal = Deal(1);
+    for (const double value : {nan, inf, -inf, 1e300, -5.0, 18446744073709551616.0}) {
+        Slot(7) = FilledSlot("cu2612", 1000);
+        deal_info_t deal = Deal(7);
         deal.turnover = value;
         deal.open_interest = value;
         Parse(Padded(MdqpWriter().DealInfo(deal)));
-        EXPECT_EQ(uint64_t{Slot().turnover}, 0U) << value;
-        EXPECT_EQ(uint64_t{Slot().open_interest}, 0U) << value;
+        EXPECT_EQ(uint64_t{Slot(7).turnover}, 0U) << value;
+        EXPECT_EQ(uint64_t{Slot(7).open_interest}, 0U) << value;
+    }
+    for (const double value : {nan, inf, -inf, 1e300, -1e300, 92233720368547758.08, -92233720368547780.0}) {
+        Slot(7) = FilledSlot("cu2612", 1000);
+        Parse(MdqpWriter().OrderStatistics({7, 5, value, 6, value}));
+        EXPECT_EQ(int64_t{Slot(7).bid_amount}, 0) << value;
+        EXPECT_EQ(int64_t{Slot(7).ask_amount}, 0) << value;
     }
 }
 
 TEST_F(MdqpDecoding, EdgesOfTheIntegerAreHeld) {
-    deal_info_t deal = Deal(1);
+    deal_info_t deal = Deal(7);
     deal.last_price = 21474836.47;
     deal.highest_price = -21474836.48;
-    Parse(Padded(MdqpWriter().DealInfo(deal)));
-    EXPECT_EQ(Slot().last_price, INT32_MAX);
-    EXPECT_EQ(Slot().high_price, INT32_MIN + 1);  // half a hundredth up, cut towards zero
+    deal.lowest_price = -21474836.488;
+    deal.open_interest = 18446744073709549568.0;  // the last one below 2^64
+    Parse(Padded(MdqpWriter().DealInfo(deal).OrderStatistics({7, 5, -92233720368547750.0, 6, 92233720368547750.0})));
+    EXPECT_EQ(Slot(7).last_price, INT32_MAX);
+    EXPECT_EQ(Slot(7).low_price, INT32_MIN);
+    EXPECT_EQ(Slot(7).high_price, INT32_MIN + 1);  // half a hundredth up, cut towards zero
+    EXPECT_EQ(uint64_t{Slot(7).open_interest}, 18446744073709549568U);
+    EXPECT_LT(int64_t{Slot(7).bid_amount}, -9223372036854770000);
+    EXPECT_GT(int64_t{Slot(7).ask_amount}, 9223372036854770000);
 }
 
 TEST_F(MdqpDecoding, OrderStatisticsAreStored) {
-    order_statistics_info_t record{1, 5, 10.25, 6, DBL_MAX};
-    Slot().ask_amount = 7;
-    Parse(Padded(MdqpWriter().OrderStatistics(record)));
-    EXPECT_EQ(Slot().bid_volume, 5U);
-    EXPECT_EQ(int64_t{Slot().bid_amount}, 1025);
-    EXPECT_EQ(Slot().ask_volume, 6U);
-    EXPECT_EQ(int64_t{Slot().ask_amount}, 0);
+    Parse(MdqpWriter().OrderStatistics({7, 5, 50'000'000.25, 6, -60'000'000.5}));
+    expected.bid_volume = 5;
+    expected.bid_amount = 5'000'000'025;
+    expected.ask_volume = 6;
+    expected.ask_amount = -6'000'000'049;  // half a hundredth up, cut towards zero
+    ExpectSlot();
+    Parse(MdqpWriter().OrderStatistics({7, -1, -70'000'000.5, -2, 80'000'000.25}));
+    expected.bid_volume = UINT32_MAX;
+    expected.bid_amount = -7'000'000'049;
+    expected.ask_volume = UINT32_MAX - 1;
+    expected.ask_amount = 8'000'000'025;
+    ExpectSlot();
+}
+
+TEST_F(MdqpDecoding, AbsentAmountsBecomeZero) {
+    Parse(MdqpWriter().OrderStatistics({7, 5, DBL_MAX, 6, DBL_MAX}));
+    expected.bid_volume = 5;
+    expected.ask_volume = 6;
+    expected.bid_amount = expected.ask_amount = 0;
+    ExpectSlot();
 }
 
 TEST_F(MdqpDecoding, InstrumentNumberSetsTheCountOnePastIt) {
@@ -193,18 +230,34 @@ TEST_F(MdqpDecoding, InstrumentNumberSetsTheCountOnePastIt) {
 }
 
 TEST_F(MdqpDecoding, IdTakesFifteenBytesAsTheyAreAlsoBehindATerminator) {
-    inst_info_t info = Info(1);
+    std::memset(Slot(7).inst_id, 'x', 16);
+    inst_info_t info = Info(7);
     std::memcpy(info.inst_id, "ab\0cdefghijklmnopq", 19);
     Parse(MdqpWriter().InstInfo(info));
-    EXPECT_EQ(std::string(Slot().inst_id, 16), std::string("ab\0cdefghijklmn\0", 16));
+    EXPECT_EQ(std::string(Slot(7).inst_id, 16), std::string("ab\0cdefghijklmn\0", 16));
 }
 
 TEST_F(MdqpDecoding, EmptyIdClearsTheText) {
-    std::memcpy(Slot().inst_id, "old", 4);
-    inst_info_t info = Info(1);
+    inst_info_t info = Info(7);
     info.inst_id[0] = '\0';
     Parse(MdqpWriter().InstInfo(info));
-    EXPECT_STREQ(Slot().inst_id, "");
+    EXPECT_STREQ(Slot(7).inst_id, "");
+}
+
+TEST_F(MdqpDecoding, RecordsOfNoSlotAreRefusedWhoeverHandsThemOver) {
+    for (const int32_t number : {-1, INT32_MIN, 4096, INT32_MAX}) {
+        inst_info_t info = Info(number);
+        deal_info_t deal = Deal(number);
+        std::memcpy(deal.action_day, "20260430", 9);
+        price_detail_t level{number, '0', 1, 1};
+        order_statistics_info_t statistics{number, 1, 1, 1, 1};
+        EXPECT_EQ(TestableApi::_FieldID0101(info, INE_4PS, *api), 0);
+        EXPECT_EQ(TestableApi::_FieldID0102(deal, INE_4PS, *api), 0);
+        EXPECT_EQ(TestableApi::_FieldID0103(level, INE_4PS, *api, PORT, true), 0);
+        EXPECT_EQ(TestableApi::_FieldID0104(statistics, INE_4PS, *api), 0);
+    }
+    EXPECT_EQ(api->m_u50InstCount.ine_inst_cnt_4ps, 0U);
+    EXPECT_EQ(api->m_tradingDay, 0);
 }
 
 TEST_F(MdqpDecoding, NegativeNumberIsRefusedAndCountsNothing) {
@@ -217,6 +270,8 @@ TEST_F(MdqpDecoding, NegativeNumberIsRefusedAndCountsNothing) {
     }
     EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
     EXPECT_EQ(api->m_counters[ECounter::InstNoOutOfRange], 8U);
+    EXPECT_EQ(api->m_tradingDay, 0);
+    EXPECT_THAT(log.Texts(), IsEmpty());
 }
 
 TEST_F(MdqpDecoding, NumberBeyondTheTableIsRefusedAndToldOnce) {
@@ -226,184 +281,70 @@ TEST_F(MdqpDecoding, NumberBeyondTheTableIsRefusedAndToldOnce) {
 }
 
 TEST_F(MdqpDecoding, MessageOfNoFeedIsRefused) {
-    api->m_sessions[41000].src_port = 33022;
-    EXPECT_EQ(Parse(MdqpWriter().InstInfo(Info(1)), 41000), -1);
-    EXPECT_TRUE(log.Has(LOG_DEBUG, "src_host[0] src_port[33022] dst_host[0] dst_port[0] unknown."));
+    tcp_session_t& session = api->m_sessions[41000];
+    session.src_host = 11;
+    session.src_port = 33022;
+    session.dst_host = 12;
+    session.dst_port = 41000;
+    session.init = 1;
+    for (const uint8_t flag : {mdqp::FLAG_MORE, mdqp::FLAG_LAST}) {
+        EXPECT_EQ(Parse(Padded(MdqpWriter(flag).InstInfo(Info(7)).PacketNo(1)), 41000), -1);
+    }
+    const std::string line = "src_host[11] src_port[33022] dst_host[12] dst_port[41000] unknown.";
+    EXPECT_THAT(log.Texts(), ElementsAre(line, line));
+    EXPECT_EQ(log.lines[0].level, LOG_DEBUG);
+    EXPECT_EQ(log.lines[0].Function(), "_ParseMdqp");
+    EXPECT_EQ(api->m_counters[ECounter::MessageOfNoFeed], 2U);
     EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
+    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
+    EXPECT_EQ(session.init, 1);
+    EXPECT_THAT(board.accesses, IsEmpty());
+    ExpectSlot();
 }
 
 TEST_F(MdqpDecoding, PacketNumberGoesToTheFeedsRegister) {
-    const uint32_t registers[] = {0x11110, 0x21110, 0x11111, 0x21111};
-    for (const EMDQPDataType feed : ALL_FEEDS) {
-        api->m_u50DstPort = U50DstPort();
-        api->m_u50DstPort.*FEED_MEMBERS[static_cast<std::size_t>(feed)].dstPort = PORT;
-        board.Forget();
-        Parse(Padded(MdqpWriter().PacketNo(77)));
-        EXPECT_THAT(board.accesses, ElementsAre(W(registers[feed], 77)));
+    api->m_u50DstPort = {PORT, PORT + 1, PORT + 2, PORT + 3};
+    for (uint16_t feed = 0; feed < 4; ++feed) {
+        Parse(Padded(MdqpWriter().PacketNo(77 + feed)), static_cast<uint16_t>(PORT + feed));
     }
+    Parse(Padded(MdqpWriter().PacketNo(-1)));
+    EXPECT_THAT(board.accesses,
+                ElementsAre(W(0x11110, 77), W(0x21110, 78), W(0x11111, 79), W(0x21111, 80), W(0x11110, 0xFFFFFFFF)));
 }
 
 TEST_F(MdqpDecoding, FieldThatBeginsInTheLastEightBytesIsNotHandled) {
     Parse(MdqpWriter().PacketNo(77));
     EXPECT_THAT(board.accesses, IsEmpty());
-}
-
-TEST_F(MdqpDecoding, LastMessageWithoutFieldsFinishesTheFeed) {
-    api->m_sessions[PORT].init = 1;
-    api->m_u50InstCount.shfe_inst_cnt_2ps = 5;
-    EXPECT_EQ(Parse(MdqpWriter(mdqp::FLAG_LAST)), 0);
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, 1);
-    EXPECT_EQ(api->m_u50DstPort.port_shfe_2ps, 0);
-    EXPECT_EQ(api->m_sessions[PORT].init, 0);
-    EXPECT_THAT(board.accesses, ElementsAre(W(0x1F14, 5)));
-    EXPECT_TRUE(log.Has(LOG_INFO, "shfe2ps init finished, total instruments:5"));
-}
-
-TEST_F(MdqpDecoding, MessageThatIsNotTheLastFinishesNothing) {
-    Parse(MdqpWriter().InstInfo(Info(1)));
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
-}
-
-TEST_F(MdqpDecoding, EightyPercentAreToldOnceForBothFeedsOfAnExchange) {
-    api->m_u50DstPort = {PORT, PORT + 1, PORT + 2, PORT + 3};
-    api->m_u50InstCount = {12801, 12801, 3201, 3201};
-    for (uint16_t i = 0; i < 4; ++i) Parse(MdqpWriter(mdqp::FLAG_LAST), static_cast<uint16_t>(PORT + i));
-    EXPECT_THAT(log.Texts(LOG_WARNING), ElementsAre("shfe_inst_cnt_2ps is 12801, more than 80% max cnt.",
-                                                    "ine_inst_cnt_2ps is 3201, more than 80% max cnt. "));
-}
-
-TEST_F(MdqpDecoding, EightyPercentExactlyAreNotTold) {
-    api->m_u50InstCount.shfe_inst_cnt_2ps = 12800;
-    Parse(MdqpWriter(mdqp::FLAG_LAST));
-    EXPECT_THAT(log.Texts(LOG_WARNING), IsEmpty());
+    const uint8_t zero = 0;
+    Parse(MdqpWriter().PacketNo(78).RawBytes(&zero, 1));
+    EXPECT_THAT(board.accesses, ElementsAre(W(0x11110, 78)));
 }
 
 TEST_F(MdqpDecoding, UnknownFieldIsToldAndPassedOver) {
     const uint8_t data[5] = {};
     Parse(MdqpWriter().Field(0x0BAD, data, sizeof data).InstInfo(Info(2)));
-    EXPECT_THAT(log.Texts(LOG_ERROR), ElementsAre("unknown field id: bad"));
+    EXPECT_THAT(log.Texts(), ElementsAre("unknown field id: bad"));
+    EXPECT_EQ(log.lines[0].level, LOG_ERROR);
+    EXPECT_EQ(log.lines[0].Function(), "_ParseMdqp");
     EXPECT_EQ(api->m_counters[ECounter::FieldUnknown], 1U);
     EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 3U);
 }
 
+TEST_F(MdqpDecoding, UnknownFieldIsToldWithAtLeastTwoDigits) {
+    const uint8_t data[8] = {};
+    Parse(Padded(MdqpWriter().Field(0x0005, data, 8).Field(0x1005, data, 8).Field(0x0100, data, 8)));
+    EXPECT_THAT(log.Texts(), ElementsAre("unknown field id: 05", "unknown field id: 1005", "unknown field id: 100"));
+}
+
 TEST_F(MdqpDecoding, KnownFieldsWithoutUseAreSilent) {
     MdqpWriter message;
-    const uint8_t data[6] = {};
+    const uint8_t data[6] = {7};
     for (const uint16_t id : {0x0031, 0x0032, 0x1001, 0x1002, 0x1003}) message.Field(id, data, sizeof data);
-    Parse(message);
-    EXPECT_THAT(log.Texts(LOG_ERROR), IsEmpty());
-}
-
-// ---- fields that lie
-// --------------------------------------------------------------------------------------------------
-
-TEST_F(MdqpDecoding, FieldThatClaimsToRunPastItsMessageIsReadAndEndsTheWalk) {
-    int32_t instNo = 3;
-    for (const uint16_t claimed : {113, 230, 700, 65535}) {
-        instNo += 10;
-        const inst_info_t info = Info(instNo);
-        Parse(MdqpWriter().FieldClaiming(0x0101, claimed, &info, sizeof info).PacketNo(77).PacketNo(78));
-        EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, static_cast<uint64_t>(instNo) + 1) << claimed;
-        EXPECT_STREQ(Slot(instNo).inst_id, "cu2612");
-    }
+    Parse(Padded(message));
+    EXPECT_THAT(log.lines, IsEmpty());
     EXPECT_THAT(board.accesses, IsEmpty());
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 0U);
-}
-
-TEST_F(MdqpDecoding, RecordsOfEveryKindAreReadWhateverTheirFieldsSayOfTheirSize) {
-    deal_info_t deal = Deal(5);
-    deal.volume = 12;
-    const price_detail_t level{5, '1', 100.5, 13};
-    const order_statistics_info_t statistics{5, 14, 1, 15, 1};
-    const packet_no_t packetNo{77};
-    const uint8_t zeros[8] = {};
-    for (const uint16_t off : {1, 9, 60000, 65536 - 1, 65536 - 3}) {
-        const auto claim = [&](std::size_t size) { return static_cast<uint16_t>(size + off); };
-        Slot(5) = SInstTableType{};
-        board.Forget();
-        Parse(MdqpWriter().FieldClaiming(0x0102, claim(154), &deal, sizeof deal));
-        Parse(MdqpWriter().FieldClaiming(0x0103, claim(17), &level, sizeof level));
-        Parse(MdqpWriter().FieldClaiming(0x0104, claim(28), &statistics, sizeof statistics));
-        Parse(MdqpWriter().FieldClaiming(0x1004, claim(4), &packetNo, sizeof packetNo).RawBytes(zeros, 8));
-        EXPECT_EQ(Slot(5).volume, 12U) << off;
-        EXPECT_EQ(Slot(5).ask1_price, 10050) << off;
-        EXPECT_EQ(Slot(5).ask_volume, 15U) << off;
-        EXPECT_THAT(board.accesses, ::testing::Contains(W(0x11110, 77))) << off;
-    }
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 0U);
-}
-
-TEST_F(MdqpDecoding, FieldThatClaimsLessThanItsRecordIsReadAndLeadsIntoIt) {
-    inst_info_t info = Info(6);
-    const field_t hidden{0x0BAD, 68};  // where the next field begins by the first one's size
-    std::memcpy(reinterpret_cast<char*>(&info) + 40, &hidden, sizeof hidden);
-    Parse(MdqpWriter().FieldClaiming(0x0101, 40, &info, sizeof info).InstInfo(Info(9)));
-    EXPECT_STREQ(Slot(6).inst_id, "cu2612");
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 10U);
-    EXPECT_THAT(log.Texts(LOG_ERROR), ElementsAre("unknown field id: bad"));
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 0U);
-}
-
-TEST_F(MdqpDecoding, RecordThatWouldBeReadPastItsMessageIsDropped) {
-    const uint8_t data[111] = {};
-    for (const uint16_t claimed : {111, 112, 40000}) {
-        Parse(MdqpWriter().FieldClaiming(0x0101, claimed, data, sizeof data));
-    }
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 3U);
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
-}
-
-TEST_F(MdqpDecoding, EveryClaimedSizeIsSurvived) {
-    uint64_t sizes = 0;
-    for (int size = 0; size <= 65535; size += size < 300 ? 1 : 211, ++sizes) {
-        const uint8_t data[40] = {3};  // an instrument, or a packet, of number 3
-        Slot(3).bid5_price = Slot(3).bid_volume = 7;
-        for (const uint16_t id : {0x0101, 0x0102, 0x0103, 0x0104, 0x1004}) {
-            ASSERT_EQ(Parse(MdqpWriter().FieldClaiming(id, static_cast<uint16_t>(size), data, sizeof data)), 0);
-        }
-        EXPECT_EQ(Slot(3).bid5_price, 0) << size;
-        EXPECT_EQ(Slot(3).bid_volume, 0U) << size;
-    }
-    // Records of 112 and 154 bytes are not there; those of 17, 28 and 4 are, whatever is claimed of them.
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 2 * sizes);
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
-    EXPECT_THAT(board.Writes(), testing::AllOf(testing::SizeIs(sizes), testing::Each(W(0x11110, 3))));
-}
-
-TEST_F(MdqpDecoding, MessagesOfEveryShortLengthAreSurvived) {
-    for (std::size_t bytes = 0; bytes < 40; ++bytes) {
-        const std::vector<uint8_t> body(bytes, 0x01);
-        EXPECT_EQ(Parse(MdqpWriter().RawBytes(body.data(), bytes)), 0);
-        // A field that begins behind the last eight bytes is looked at, and its record is not there.
-        EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], bytes > 8 ? bytes - 8 : 0) << bytes;
-    }
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
-}
-
-// ---- the book against a plain second implementation
-// ---------------------------------------------------------------------
-
-TEST_F(MdqpDecoding, LevelsOfAllShortSequencesEqualASecondImplementation) {
-    constexpr int SYMBOLS = 4;
-    constexpr int LENGTH = 6;
-    for (int code = 0; code < 4096; ++code) {
-        MdqpWriter message;
-        int32_t bids[5] = {};
-        int rest = code;
-        for (int i = 0; i < LENGTH; ++i, rest /= SYMBOLS) {
-            const int price = rest % SYMBOLS;
-            message.PriceDetail(1, '0', price, 1);
-            int level = 0;
-            while (level < 4 && bids[level] > 0 && bids[level] > price * 100) ++level;
-            bids[level] = price * 100;
-        }
-        Parse(Padded(message));
-        ASSERT_THAT((std::vector<int32_t>{Slot().bid1_price, Slot().bid2_price, Slot().bid3_price, Slot().bid4_price,
-                                          Slot().bid5_price}),
-                    testing::ElementsAreArray(bids))
-            << code;
-    }
+    EXPECT_EQ(api->m_counters[ECounter::FieldUnknown], 0U);
+    ExpectSlot();
 }
 
 }  // namespace

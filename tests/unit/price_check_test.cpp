@@ -1,11 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "tests/support/FilledSlot.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestableApi.h"
 
@@ -85,15 +87,19 @@ TEST_F(PriceCheck, TasInstrumentsAreSkippedWhereverTheLettersStand) {
 }
 
 TEST_F(PriceCheck, FailingInstrumentIsRememberedAndLoggedInThirteenLines) {
-    Put(SHFE_2PS, 0, "cu2612", crossed);
+    Put(INE_4PS, 4, "sane", sane);
+    Put(INE_4PS, 5, "sc2612", {110, 109, 108, 107, 106, 105, 104, 104, 102, 101});
+    api->_Slot(INE_4PS, 5)->upper_limit_price = 2000;
+    api->_Slot(INE_4PS, 5)->lower_limit_price = -3;
     EXPECT_EQ(CheckAll(), -2);
-    EXPECT_THAT(api->m_setPriceErrorInstId, ElementsAre("cu2612"));
+    EXPECT_THAT(api->m_setPriceErrorInstId, ElementsAre("sc2612"));
     EXPECT_THAT(log.Texts(LOG_ERROR),
-                ElementsAre("inst_id [cu2612] inst_no[0]", "upper_price is [    1000]", "lower_price is [       1]",
-                            "ask5_price is [       0]", "ask4_price is [       0]", "ask3_price is [     105]",
-                            "ask2_price is [     104]", "ask1_price is [     103]", "bid1_price is [     103]",
-                            "bid2_price is [     101]", "bid3_price is [       0]", "bid4_price is [       0]",
-                            "bid5_price is [       0]"));
+                ElementsAre("inst_id [sc2612] inst_no[5]", "upper_price is [    2000]", "lower_price is [      -3]",
+                            "ask5_price is [     110]", "ask4_price is [     109]", "ask3_price is [     108]",
+                            "ask2_price is [     107]", "ask1_price is [     106]", "bid1_price is [     105]",
+                            "bid2_price is [     104]", "bid3_price is [     104]", "bid4_price is [     102]",
+                            "bid5_price is [     101]"));
+    EXPECT_THAT(log.Texts(LOG_WARNING), ElementsAre("The price is abnormal, price index is :7 "));
 }
 
 TEST_F(PriceCheck, FirstFailureEndsTheCheck) {
@@ -119,15 +125,71 @@ TEST_F(PriceCheck, TablesAreVisitedInterleavedBySlot) {
     EXPECT_THAT(api->m_setPriceErrorInstId, ElementsAre("ine"));
 }
 
+TEST_F(PriceCheck, FeedsOfOneSlotAreVisitedInTheirOrder) {
+    api->m_u50ConfigInfo.shield_price_check = true;
+    Put(INE_4PS, 2, "d", crossed);
+    Put(INE_2PS, 2, "c", crossed);
+    Put(SHFE_4PS, 2, "b", crossed);
+    Put(SHFE_2PS, 2, "a", crossed);
+    Put(INE_2PS, 1, "before", crossed);
+    EXPECT_EQ(CheckAll(), 0);
+    std::vector<std::string> visited;
+    for (const std::string& line : log.Texts(LOG_ERROR)) {
+        if (line.find("inst_id") == 0) visited.push_back(line);
+    }
+    EXPECT_THAT(visited, ElementsAre("inst_id [before] inst_no[1]", "inst_id [a] inst_no[2]", "inst_id [b] inst_no[2]",
+                                     "inst_id [c] inst_no[2]", "inst_id [d] inst_no[2]"));
+}
+
+TEST_F(PriceCheck, LastSlotsOfTheTablesAreVisited) {
+    api->m_u50ConfigInfo.shield_price_check = true;
+    Put(SHFE_2PS, 16383, "a", crossed);
+    Put(SHFE_4PS, 16383, "b", crossed);
+    Put(INE_2PS, 4095, "c", crossed);
+    Put(INE_4PS, 4095, "d", crossed);
+    EXPECT_EQ(CheckAll(), 0);
+    EXPECT_THAT(api->m_setPriceErrorInstId, ElementsAre("a", "b", "c", "d"));
+}
+
+TEST_F(PriceCheck, SlotAtTheCountIsNotVisited) {
+    Put(SHFE_4PS, 6, "cu2612", crossed);
+    api->m_u50InstCount = {7, 6, 7, 7};
+    EXPECT_EQ(CheckAll(), 0);
+    EXPECT_THAT(log.lines, IsEmpty());
+    api->m_u50InstCount.shfe_inst_cnt_4ps = 7;
+    EXPECT_EQ(CheckAll(), -2);
+}
+
 TEST_F(PriceCheck, TableWithoutInstrumentsIsNeverVisited) {
     Put(SHFE_2PS, 0, "cu2612", crossed);
     api->m_u50InstCount = U50InstCount();
     EXPECT_EQ(CheckAll(), 0);
+    EXPECT_THAT(log.lines, IsEmpty());
 }
 
+// The tables lie one behind another: what is read behind one of them begins the next.
 TEST_F(PriceCheck, CountsBeyondTheTablesReadNoFurther) {
-    api->m_u50InstCount = {100000, 100000, 100000, 100000};
+    api->m_u50InstCount = {16384, 0, 100000, 0};
+    for (const EMDQPDataType next : {SHFE_4PS, INE_4PS}) {
+        *api->_Slot(next, 0) = FilledSlot("behind", 1);
+        *api->_Slot(next, 700) = FilledSlot("far", 1);
+    }
     EXPECT_EQ(CheckAll(), 0);
+    EXPECT_THAT(log.lines, IsEmpty());
+    api->m_u50InstCount = {100000, 0, 16384, 0};
+    EXPECT_EQ(CheckAll(), 0);
+    EXPECT_THAT(log.lines, IsEmpty());
+    EXPECT_THAT(api->m_setPriceErrorInstId, IsEmpty());
+}
+
+TEST_F(PriceCheck, CountsAreTakenAsSigned32BitNumbers) {
+    Put(INE_2PS, 3, "sc2612", crossed);
+    for (const uint64_t none : {uint64_t{0x80000004}, uint64_t{0xFFFFFFFF}, uint64_t{0x1'0000'0003}}) {
+        api->m_u50InstCount.ine_inst_cnt_2ps = none;
+        EXPECT_EQ(CheckAll(), 0) << none;
+    }
+    api->m_u50InstCount.ine_inst_cnt_2ps = 0x1'0000'0004;
+    EXPECT_EQ(CheckAll(), -2);
 }
 
 TEST_F(PriceCheck, IdWithoutATerminatorIsReadNoFurtherThanItsField) {

@@ -6,13 +6,13 @@
 #include <random>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "public/log/LogLine.h"
 #include "public/reg/BoardProviderLoader.h"
 #include "software_board/SoftwareBoard.h"
-#include "src/RegisterMap.h"
 #include "src/Selection.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"
@@ -20,11 +20,13 @@
 #include "tests/support/VirtualClock.h"
 
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 namespace {
+
+/// Registers of each feed's table, in the order of the feeds: write address, write data, read address, read data.
+constexpr uint32_t TABLES[] = {0x11000, 0x21000, 0x11004, 0x21004};
 
 /// A board whose tables hold a handful of instruments.
 class Subscription : public testing::Test {
@@ -33,11 +35,11 @@ protected:
         software_board::InstallBoard(0, &board);
         UseBoardProvider(&software_board::Provider());
         CDrvRegEnyx::GetInstance().Init(0, 474);
-        board.Write(reg::BRING_UP_START, 1);
+        board.Write(0x0010, 1);
         for (const char* id : {"cu2612", "cu2612C70000", "cu2701", "al2612", "cu2612TAS"}) Put(SHFE_2PS, id);
         for (const char* id : {"sc2612", "sc2612P500"}) Put(INE_2PS, id);
-        board.Write(reg::SHFE_INST_COUNT, 5);
-        board.Write(reg::INE_INST_COUNT, 2);
+        board.Write(0x1F14, 5);
+        board.Write(0x1F15, 2);
         api->m_u50ConfigInfo.enabled_mask.enabled_mask = 5;
     }
     ~Subscription() override {
@@ -45,16 +47,16 @@ protected:
         UseBoardProvider(nullptr);
         software_board::InstallBoard(0, nullptr);
     }
-    void Put(EMDQPDataType feed, const char* id) {
+    void Put(EMDQPDataType feed, const char* id) { PutAt(feed, used[feed]++, id); }
+    void PutAt(EMDQPDataType feed, int32_t instNo, const char* id) {
         SInstTableType slot{};
         std::memcpy(slot.inst_id, id, std::min(std::strlen(id), sizeof slot.inst_id - 1));
         uint32_t words[WORDS_PER_SLOT];
         std::memcpy(words, &slot, sizeof words);
-        const auto first = static_cast<uint32_t>(used[feed]++) * WORDS_PER_SLOT;
-        const reg::TablePort& port = reg::FEEDS[feed].table;
+        const auto first = static_cast<uint32_t>(instNo) * WORDS_PER_SLOT;
         for (uint32_t word = 0; word < WORDS_PER_SLOT; ++word) {
-            board.Write(port.writeData, words[word]);
-            board.Write(port.writeAddr, first + word);
+            board.Write(TABLES[feed] + 1, words[word]);
+            board.Write(TABLES[feed], first + word);
         }
     }
     void Subscribe(int32_t channel, const std::string& insts, bool options = false) {
@@ -164,13 +166,47 @@ TEST_F(Subscription, DisabledFeedIsUnsubscribedButNeverSubscribed) {
     EXPECT_EQ(Subscribed(0).size(), 5U);
 }
 
+TEST_F(Subscription, SlotOfA4psFeedIsSubscribedAndUnsubscribedLikeTheOthers) {
+    for (const char* id : {"cu2612", "zn2612"}) Put(SHFE_4PS, id);
+    Put(INE_4PS, "nr2612");
+    Put(INE_4PS, "sc2612TAS");
+    api->m_u50ConfigInfo.enabled_mask.enabled_mask = 0xA;
+    Subscribe(11, "zn,sc2612TAS");
+    EXPECT_EQ(board.Slot(SHFE_4PS, 0).config, 0U);
+    EXPECT_EQ(board.Slot(SHFE_4PS, 1).config, 0x80000800U);
+    EXPECT_EQ(board.Slot(INE_4PS, 0).config, 0U);
+    EXPECT_EQ(board.Slot(INE_4PS, 1).config, 0xC0000800U);
+    Subscribe(11, "nr");
+    EXPECT_EQ(board.Slot(SHFE_4PS, 1).config, 0U);
+    EXPECT_EQ(board.Slot(INE_4PS, 0).config, 0x80000800U);
+    EXPECT_THAT(Subscribed(11), UnorderedElementsAre("nr2612"));
+}
+
 TEST_F(Subscription, CountsBeyondTheTablesAreCapped) {
-    board.Write(reg::SHFE_INST_COUNT, UINT32_MAX);
-    board.Write(reg::INE_INST_COUNT, 4097);
-    Subscribe(0, "cu");
+    CCommonLog::GetInstance().SetLogLevel(LOG_INFO);  // millions of accesses
+    for (const int32_t last : {16382, 16383}) PutAt(SHFE_2PS, last, "cu2612");
+    for (const int32_t last : {4094, 4095}) PutAt(INE_2PS, last, "sc2612");
+    board.Write(0x1F14, UINT32_MAX);
+    board.Write(0x1F15, 4097);
+    Subscribe(9, "cu,sc");
     EXPECT_TRUE(log.Has(LOG_INFO, "if shfeInstCount > 16384, set shfeInstCount = 16384."));
     EXPECT_TRUE(log.Has(LOG_INFO, "if ineInstCount > 4096, set ineInstCount = 4096."));
-    EXPECT_EQ(Subscribed(0).size(), 2U);
+    EXPECT_EQ(log.Count(LOG_INFO, "shfeInstCount[16384] ineInstCount[4096] listen_insts[cu]"), 1U);
+    for (const int32_t last : {16382, 16383}) EXPECT_EQ(board.Slot(SHFE_2PS, last).config, 0x80000200U) << last;
+    for (const int32_t last : {4094, 4095}) EXPECT_EQ(board.Slot(INE_2PS, last).config, 0x80000200U) << last;
+}
+
+TEST_F(Subscription, CountsThatFillTheTablesAreNotTold) {
+    CCommonLog::GetInstance().SetLogLevel(LOG_INFO);  // millions of accesses
+    PutAt(SHFE_2PS, 16383, "cu2612");
+    PutAt(INE_2PS, 4095, "sc2612");
+    board.Write(0x1F14, 16384);
+    board.Write(0x1F15, 4096);
+    Subscribe(9, "cu,sc");
+    EXPECT_THAT(log.Texts(LOG_INFO), ElementsAre("shfeInstCount[16384] ineInstCount[4096] listen_insts[cu]",
+                                                 "shfeInstCount[16384] ineInstCount[4096] listen_insts[sc]"));
+    EXPECT_EQ(board.Slot(SHFE_2PS, 16383).config, 0x80000200U);
+    EXPECT_EQ(board.Slot(INE_2PS, 4095).config, 0x80000200U);
 }
 
 /// Ids of few letters, many of them twice, empty or longer than a future's, in four tables; and lists of entries of the
@@ -190,8 +226,8 @@ protected:
             for (int32_t i = 0; i < count; ++i)
                 Put(feed, (text(random() % 2 == 0 ? 3 : 8) + (random() % 9 == 0 ? "TAS" : "")).c_str());
         }
-        board.Write(reg::SHFE_INST_COUNT, 60);
-        board.Write(reg::INE_INST_COUNT, 25);
+        board.Write(0x1F14, 60);
+        board.Write(0x1F15, 25);
         U50ConfigInfo& config = api->m_u50ConfigInfo;
         config.enabled_mask.enabled_mask = static_cast<uint8_t>(1 + random() % 15);
         for (int i = 0; i < 5; ++i) api->m_setPriceErrorInstId.insert(text(3));
@@ -204,10 +240,10 @@ protected:
     /// Every slot of every table is asked for each entry.
     void SubscribePlainly() {
         const auto count = [](EMDQPDataType feed) { return feed == SHFE_2PS || feed == SHFE_4PS ? 60 : 25; };
-        for (const EMDQPDataType feed : ALL_FEEDS) {
-            const reg::TablePort& port = reg::FEEDS[feed].table;
-            api->_ContractUnsubscribe(FeedTable(api->m_u50InstTable, feed), port.readAddr, port.readData,
-                                      port.writeAddr, port.writeData, count(feed), 7);
+        for (const EMDQPDataType feed : {SHFE_2PS, SHFE_4PS, INE_2PS, INE_4PS}) {
+            const uint32_t table = TABLES[feed];
+            api->_ContractUnsubscribe(FeedTable(api->m_u50InstTable, feed), table + 2, table + 3, table, table + 1,
+                                      count(feed), 7);
         }
         std::vector<CInstrumentType> entries;
         api->m_u50ConfigInfo.channelInfo[7].insts.SplitByChar(entries, ',');
@@ -222,10 +258,10 @@ protected:
         }
     }
     void SubscribeSlot(EMDQPDataType feed, int32_t instNo, CInstrumentType& entry) {
-        const reg::TablePort& port = reg::FEEDS[feed].table;
+        const uint32_t table = TABLES[feed];
         api->_ContractSubscribe(FeedTable(api->m_u50InstTable, feed),
-                                (api->m_u50ConfigInfo.enabled_mask.enabled_mask >> feed & 1) != 0, port.readAddr,
-                                port.readData, port.writeAddr, port.writeData, instNo, 7, entry);
+                                (api->m_u50ConfigInfo.enabled_mask.enabled_mask >> feed & 1) != 0, table + 2, table + 3,
+                                table, table + 1, instNo, 7, entry);
     }
     /// Levels and texts; every register access is among them.
     std::vector<std::pair<ELOGLEVEL, std::string>> TakeLines() {
@@ -251,6 +287,49 @@ TEST_P(SubscriptionOrder, EveryAccessAndLineIsThatOfAWalkOverAllSlots) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Seed, SubscriptionOrder, testing::Range(1U, 41U));
+
+/// Whether an entry selects an id: without and with options, and where everything is taken.
+struct Choice {
+    const char* id;
+    const char* entry;
+    bool plain, withOptions, all, allWithOptions;
+};
+
+TEST(Selection, FollowsTheLengthsOfEntryAndId) {
+    for (const auto& [id, entry, plain, withOptions, all, allWithOptions] :
+         {Choice{"cu2612", "cu", true, true, true, true},
+          {"cu2612", "cu2612", true, true, true, true},
+          {"cu2612", "c", false, false, true, true},
+          {"cu2612", "cu2", false, false, true, true},
+          {"cu2612", "cu261", false, false, true, true},
+          {"cu2612", "al", false, false, true, true},
+          {"cu2612", "cu2613", false, false, true, true},
+          {"cu2612", "", false, false, true, true},
+          {"cu2612C", "cu", false, true, false, true},
+          {"cu2612C", "cu2612", false, true, false, true},
+          {"cu2612C", "cu2612C", true, true, false, true},
+          {"cu2612C7", "cu2612C", false, false, false, true},
+          {"cu", "cu", true, true, true, true},
+          {"c", "c", true, true, true, true},
+          {"c", "cu", false, false, true, true},
+          {"cu261", "cu261", true, true, true, true},
+          {"cu261", "cu2612", false, false, true, true},
+          {"", "", true, true, true, true}}) {
+        U50ChannelInfo channel;
+        for (const auto& [recvall, options, expected] : {std::tuple{false, false, plain},
+                                                         {false, true, withOptions},
+                                                         {true, false, all},
+                                                         {true, true, allWithOptions}}) {
+            channel.recvall = recvall;
+            channel.options = options;
+            EXPECT_EQ(IsSelected(channel, id, entry), expected) << id << " by " << entry << recvall << options;
+            CSelection selection(channel);
+            selection.Add({id, 3, SHFE_4PS});
+            selection.Sort();
+            EXPECT_EQ(selection.Of(entry).size(), expected ? 1U : 0U) << id << " by " << entry << recvall << options;
+        }
+    }
+}
 
 TEST(Selection, EntryThatSelectsNothingVisitsNoSlot) {
     U50ChannelInfo channel;
@@ -282,87 +361,6 @@ TEST(Selection, OptionsThatAreNotWantedAreNotVisited) {
         EXPECT_EQ(selection.Of("cu")[0].id, "cu2701");
         EXPECT_EQ(selection.Of("cu")[1].id, "cu2611");
     }
-}
-
-TEST(SubscriptionAccess, OneSlotIsReadChangedCommittedAndReadBack) {
-    RecordingBoard board;
-    const LogCapture log;
-    CDrvRegEnyx::GetInstance().Init(0, 474);
-    const auto api = MakeApi();
-    std::memcpy(api->_Slot(SHFE_2PS, 2)->inst_id, "cu2612", 7);
-    CInstrumentType entry("cu");
-    api->_ContractSubscribe(api->m_u50InstTable.shfe2psInstTable, true, 0x11002, 0x11003, 0x11000, 0x11001, 2, 5,
-                            entry);
-    EXPECT_THAT(board.accesses, ElementsAre(W(0x11002, 128), R(0x11003), W(0x11001, SLOT_IN_USE | 1U << 5),
-                                            W(0x11000, 128), W(0x11002, 128), R(0x11003)));
-}
-
-TEST(SubscriptionAccess, UnsubscribingReadsTheWholeSlotAndCommitsItsControlWord) {
-    RecordingBoard board;
-    const LogCapture log;
-    CDrvRegEnyx::GetInstance().Init(0, 474);
-    board.answers[0x11003] = SLOT_IN_USE | 1U << 5;
-    const auto api = MakeApi();
-    api->_ContractUnsubscribe(api->m_u50InstTable.shfe2psInstTable, 0x11002, 0x11003, 0x11000, 0x11001, 1, 5);
-    std::vector<Access> expected;
-    for (uint32_t word = 0; word < 64; ++word) {
-        expected.push_back(W(0x11002, word));
-        expected.push_back(R(0x11003, SLOT_IN_USE | 1U << 5));
-    }
-    expected.push_back(W(0x11001, SLOT_IN_USE));
-    expected.push_back(W(0x11001, 0));
-    expected.push_back(W(0x11000, 0));
-    EXPECT_THAT(board.accesses, ElementsAreArray(expected));
-    EXPECT_EQ(api->m_u50InstTable.shfe2psInstTable[0].price_tick, static_cast<int32_t>(SLOT_IN_USE | 1U << 5));
-}
-
-/// The refused call reaches neither memory nor board.
-struct Refused {
-    const char* name;
-    int32_t instNo;
-    int32_t channel;
-};
-
-class SubscriptionGuard : public testing::Test {
-protected:
-    SubscriptionGuard() { CDrvRegEnyx::GetInstance().Init(0, 474); }
-    RecordingBoard board;
-    LogCapture log;
-    std::unique_ptr<TestableApi> api = MakeApi();
-};
-
-class SubscriptionEdge : public SubscriptionGuard, public testing::WithParamInterface<Refused> {};
-
-TEST_P(SubscriptionEdge, NumberOrChannelOutsideTouchesNothing) {
-    const auto [name, instNo, channel] = GetParam();
-    CInstrumentType entry("cu");
-    api->m_u50ConfigInfo.channelInfo[0].recvall = true;
-    api->_ContractSubscribe(api->m_u50InstTable.ine4psInstTable, true, 0x21006, 0x21007, 0x21004, 0x21005, instNo,
-                            channel, entry);
-    EXPECT_THAT(board.accesses, IsEmpty());
-}
-
-INSTANTIATE_TEST_SUITE_P(Each, SubscriptionEdge,
-                         testing::Values(Refused{"BelowTheTable", -1, 0}, Refused{"JustPastTheTable", 4096, 0},
-                                         Refused{"FarPastTheTable", INT32_MAX, 0}, Refused{"ChannelBelow", 0, -1},
-                                         Refused{"ChannelAbove", 0, 16}),
-                         [](const auto& refused) { return refused.param.name; });
-
-TEST_F(SubscriptionGuard, ForeignTableTouchesNothing) {
-    SInstTableType foreign{};
-    CInstrumentType entry("cu");
-    api->m_u50ConfigInfo.channelInfo[0].recvall = true;
-    api->_ContractSubscribe(&foreign, true, 0x11002, 0x11003, 0x11000, 0x11001, 0, 0, entry);
-    api->_ContractUnsubscribe(&foreign, 0x11002, 0x11003, 0x11000, 0x11001, 1, 0);
-    EXPECT_THAT(board.accesses, IsEmpty());
-}
-
-TEST_F(SubscriptionGuard, NoSuchChannelIsUnsubscribedFromNothing) {
-    for (const int32_t channel : {-1, 16}) {
-        EXPECT_EQ(api->_ContractSubscribeManager(channel), 0);
-        api->_ContractUnsubscribe(api->m_u50InstTable.shfe2psInstTable, 0x11002, 0x11003, 0x11000, 0x11001, 1, channel);
-    }
-    EXPECT_THAT(board.accesses, IsEmpty());
 }
 
 }  // namespace

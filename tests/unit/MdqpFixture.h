@@ -1,0 +1,57 @@
+/// A session that knows one port's feed, and messages for it.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "exchange/MdqpWriter.h"
+#include "tests/support/FilledSlot.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/RecordingBoard.h"
+#include "tests/support/TestableApi.h"
+
+class MdqpFixture : public testing::Test {
+protected:
+    static constexpr uint16_t PORT = 40000;
+
+    MdqpFixture() {
+        CDrvRegEnyx::GetInstance().Init(0, 474);
+        api->m_u50DstPort.port_shfe_2ps = PORT;
+    }
+    /// The message in a heap block of its exact size.
+    int32_t Parse(const exchange::MdqpWriter& message, uint16_t port = PORT) {
+        const std::vector<uint8_t> bytes = message.Bytes();
+        const std::unique_ptr<uint8_t[]> block(new uint8_t[bytes.size()]);
+        std::copy(bytes.begin(), bytes.end(), block.get());
+        return TestableApi::_ParseMdqp(reinterpret_cast<mdqp_t*>(block.get()), port, *api);
+    }
+    /// Eight bytes behind the last field, so that it does not begin in the message's last eight bytes.
+    static exchange::MdqpWriter Padded(exchange::MdqpWriter message) {
+        const uint8_t zeros[8] = {};
+        return message.Field(0x0031, zeros, sizeof zeros);
+    }
+    SInstTableType& Slot(int32_t instNo) { return api->m_u50InstTable.shfe2psInstTable[instNo]; }
+    static inst_info_t Info(int32_t instNo) {
+        inst_info_t info{};
+        info.inst_no = instNo;
+        std::memcpy(info.inst_id, "cu2612", 7);
+        return info;
+    }
+    static deal_info_t Deal(int32_t instNo) {
+        deal_info_t deal{};
+        deal.inst_no = instNo;
+        return deal;
+    }
+    RecordingBoard board;
+    LogCapture log;
+    std::unique_ptr<TestableApi> api = MakeApi();
+};

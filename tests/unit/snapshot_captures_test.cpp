@@ -1,0 +1,83 @@
+#include <filesystem>
+
+#include "public/write_shot/write_shot.h"
+#include "tests/unit/DispatchFixture.h"
+
+namespace {
+
+class Captures : public DispatchFixture {
+protected:
+    void SetUp() override {
+        DispatchFixture::SetUp();
+        m_directory = std::filesystem::path(::testing::TempDir()) /
+                      (std::string("captures_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        std::filesystem::remove_all(m_directory);
+        std::filesystem::create_directories(m_directory);
+        const std::string path = m_directory.string() + "/";
+        ASSERT_EQ(CWriteShot::GetInstance().CreateShotBinLog(path.c_str(), 0), 0);
+        ASSERT_EQ(CWriteShot::GetInstance().CreateShotPcapLog(path.c_str(), 0), 0);
+        m_before = CWriteShot::GetInstance().GetBinShotCnt();
+    }
+
+    void TearDown() override {
+        CWriteShot::GetInstance().CloseShotBinLog();
+        CWriteShot::GetInstance().CloseShotPcapLog();
+        std::filesystem::remove_all(m_directory);
+    }
+
+    /// Of the file that holds the packets.
+    uint64_t PacketBytes() const {
+        CWriteShot::GetInstance().CloseShotPcapLog();
+        for (const auto& file : std::filesystem::directory_iterator(m_directory)) {
+            if (file.path().extension() == ".pcap") return file.file_size();
+        }
+        return 0;
+    }
+
+    uint64_t Captured() const { return CWriteShot::GetInstance().GetBinShotCnt() - m_before; }
+
+    std::filesystem::path m_directory;
+    uint64_t m_before = 0;
+};
+
+TEST_F(Captures, HoldEveryMessageWhenSwitchedOn) {
+    api->m_u50ConfigInfo.dma_data_flag = true;
+    Begin();
+    Hand(EventMessage());
+    Hand(MessageOfType(DMA_TCP, 5));
+    EXPECT_EQ(Captured(), 3U);
+}
+
+TEST_F(Captures, OfPacketsHoldSegmentsAlone) {
+    api->m_u50ConfigInfo.dma_data_flag = true;
+    const Bytes segment = Segment(FIRST_SEQ, FirstMessage(SHFE_TOPIC)).DmaMessage();
+    Hand(EventMessage());
+    Hand(segment);
+    Hand(MessageOfType(DMA_UDP, DMA_READABLE_BYTES));
+    Hand(MessageOfType(77, 300));
+    EXPECT_EQ(Captured(), 4U);
+    EXPECT_EQ(PacketBytes(), 24 + 16 + (segment.size() - 12));  // heads of the file and of its one packet
+}
+
+TEST_F(Captures, HoldNothingWhenSwitchedOff) {
+    Begin();
+    EXPECT_EQ(Captured(), 0U);
+}
+
+TEST_F(Captures, LeaveOutWhatIsTooLong) {
+    api->m_u50ConfigInfo.dma_data_flag = true;
+    Hand(MessageOfType(DMA_TCP, DMA_MESSAGE_CAPACITY + 1));
+    EXPECT_EQ(Captured(), 0U);
+}
+
+TEST_F(Captures, AreCountedWhereThePriceCheckThrowsASnapshotAway) {
+    api->m_u50ConfigInfo.dma_data_flag = true;
+    api->m_u50ConfigInfo.enabled_mask.enabled_mask = 1;
+    Arrive(Begin(), Book(101, 100));
+    Hand(EventMessage());
+    OneMoreSegment();
+    ASSERT_EQ(Captured(), 4U);
+    EXPECT_TRUE(log.Has(LOG_WARNING, "price check is error, shot cnt is " + std::to_string(m_before + 4) + "."));
+}
+
+}  // namespace

@@ -1,11 +1,16 @@
 #include "tests/process/ServedWorld.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <stdexcept>
 
 #include "exchange/Exchange.h"
 
@@ -13,6 +18,16 @@ using software_board::Load;
 
 namespace {
 constexpr uint32_t MAX_INST_NO[] = {81000, 81101, 85000, 85101};
+
+common_clock::Clock* MapClock(const std::string& path) {
+    constexpr std::size_t BYTES = sizeof(common_clock::Clock);
+    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (file < 0 || ftruncate(file, BYTES) != 0) throw std::runtime_error("no file " + path);
+    void* shared = mmap(nullptr, BYTES, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    close(file);
+    if (shared == MAP_FAILED) throw std::runtime_error("cannot map " + path);
+    return static_cast<common_clock::Clock*>(shared);
+}
 }  // namespace
 
 std::size_t Reader::Count() const {
@@ -32,11 +47,13 @@ ServedWorld::ServedWorld(uint16_t busNumber) : bus(busNumber) {
     std::string name = (std::filesystem::temp_directory_path() / "vexa-served-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) std::abort();
     directory = name;
+    m_clock = MapClock(Path("clock"));
     WriteConfig("");
 }
 
 ServedWorld::~ServedWorld() {
     server.reset();
+    munmap(m_clock, sizeof *m_clock);
     std::filesystem::remove(software_board::SharedBoardPath(bus));
     std::filesystem::remove_all(directory);
 }
@@ -44,7 +61,8 @@ ServedWorld::~ServedWorld() {
 void ServedWorld::TellWhatTheProcessesSaid(std::size_t bytes) const {
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
         const std::string name = entry.path().filename().string();
-        if (name.find("_records") != std::string::npos || entry.path().extension() == ".ini") continue;
+        if (name == "clock" || name.find("_records") != std::string::npos || entry.path().extension() == ".ini")
+            continue;
         std::ifstream file(entry.path());
         const std::string said{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
         std::cout << "---- " << name << "\n" << said.substr(said.size() - std::min(said.size(), bytes)) << "\n";
@@ -77,7 +95,7 @@ void ServedWorld::WriteConfig(const std::string& comment) const {
 }
 
 std::vector<std::string> ServedWorld::Environment() const {
-    return {"LD_PRELOAD=" SCALED_CLOCK, "VEXA_BOARD_PROVIDER=software:shared"};
+    return {"LD_PRELOAD=" COMMON_CLOCK_LIBRARY, "COMMON_CLOCK=" + Path("clock"), "VEXA_BOARD_PROVIDER=software:shared"};
 }
 
 std::unique_ptr<ChildProcess> ServedWorld::RunBoard(std::vector<std::string> arguments,
@@ -102,6 +120,11 @@ Reader ServedWorld::RunReader(int channel, const std::string& slowness) {
         std::make_unique<ChildProcess>(std::vector<std::string>{READER, Path(name + ".ini"), reader.records, slowness},
                                        Environment(), Path(name + ".out"));
     return reader;
+}
+
+void ServedWorld::Pass(double seconds) const {
+    const double end = Seconds() + seconds;
+    WaitUntil([&] { return Seconds() >= end; });
 }
 
 bool ServedWorld::IsLive() const {

@@ -1,5 +1,5 @@
 /// One served board and its applications, each a process of its own: directory, INI files, processes, what each
-/// received, and the exchange's truth to hold that against. Their clocks run twenty times as fast.
+/// received, and the exchange's truth to hold that against. They share a clock that moves only when they do.
 #pragma once
 
 #include <cstdint>
@@ -14,6 +14,7 @@
 #include "common/FpgaStructCommon.h"
 #include "interface/VexaShfeMdStruct.h"
 #include "software_board/SharedMemory.h"
+#include "tests/process/CommonClock.h"
 #include "tests/support/ChildProcess.h"
 
 /// A reader process and the file of what it received.
@@ -44,11 +45,16 @@ public:
 
     std::unique_ptr<ChildProcess> RunBoard(std::vector<std::string> arguments, const std::string& output) const;
 
-    /// `rate` is in updates a second of the fast clock. False when there is no board after a while.
+    /// `rate` is in updates a second of their clock. False when there is no board after a while.
     bool Serve(const std::string& rate = "100", const std::string& instruments = "120");
 
     /// A reader of its own file of records.
     Reader RunReader(int channel, const std::string& slowness = "0");
+
+    /// Of the processes' clock.
+    double Seconds() const { return static_cast<double>(m_clock->Latest()) / 1e9; }
+    /// Until their clock has moved by so much; it stands while none of them runs.
+    void Pass(double seconds) const;
 
     bool IsLive() const;
     uint64_t BringUps() const;
@@ -74,5 +80,6 @@ public:
 private:
     std::vector<std::string> Environment() const;
 
+    common_clock::Clock* m_clock = nullptr;
     int m_readers = 0;
 };

@@ -1,8 +1,8 @@
 // usage: killing_rounds [--rounds N] [--seed S] [--limit SECONDS]
 // A served board, its manager and two readers, each a process of its own. Each round kills one of them with SIGKILL, a
 // quarter in each phase of a start (comparing counters, memory wait, snapshot, live), starts it again at once or after
-// a gap, and waits until everybody receives again: within SECONDS of the processes' clocks, which run twenty times as
-// fast as real ones. In the end every record ever received must be one of the exchange's. Exit status 1 otherwise.
+// a gap, and waits until everybody receives again: within SECONDS of the clock that the processes share. In the end
+// every record ever received must be one of the exchange's. Exit status 1 otherwise.
 #include <getopt.h>
 #include <unistd.h>
 
@@ -24,15 +24,14 @@ using software_board::Load;
 
 namespace {
 
-constexpr double CLOCK_SPEED = 20;
-constexpr double PATIENCE = 60;  // real seconds, for what the round itself needs
+constexpr double PATIENCE = 300;  // real seconds, for what the round itself needs
 constexpr std::size_t RECORDS_TO_RECOVER = 20;
 constexpr std::size_t LOG_TAIL = 6000;
 
 struct Options {
     int rounds = 8;
     uint64_t seed = 1;
-    double limit = 400;
+    double limit = 100;
 };
 
 enum class Moment { Comparing, MemoryWait, Snapshot, Live };
@@ -40,9 +39,9 @@ enum class Victim { Server, Manager, Reader };
 constexpr const char* MOMENTS[] = {"comparing", "memory wait", "snapshot", "live"};
 constexpr const char* VICTIMS[] = {"server", "manager", "reader"};
 
-/// Nothing else tells one moment of a phase from another: real microseconds, up to the length of the phase.
-constexpr uint32_t LONGEST_US[] = {150'000, 300'000, 20'000, 50'000};
-constexpr uint32_t LONGEST_GAP_US = 200'000;
+/// Nothing else tells one moment of a phase from another: milliseconds, up to the length of the phase.
+constexpr uint32_t LONGEST_MS[] = {3000, 6000, 400, 1000};
+constexpr uint32_t LONGEST_GAP_MS = 4000;
 
 struct Application {
     int channel;
@@ -74,9 +73,7 @@ private:
     void NoteUpdates() { m_updates = std::max(m_updates, m_world.Updates()); }
     Application& Chosen() { return m_applications[m_reader]; }
     EPhase Phase() const { return static_cast<EPhase>(Load(m_world.board->memory.registers.phase)); }
-    void Pause(uint32_t microseconds) {
-        if (microseconds > 0) CClock::SleepMicroseconds(m_chance.Below(microseconds));
-    }
+    void Pause(uint32_t longest) { m_world.Pass(m_chance.Below(longest) / 1000.0); }
     template <typename Question>
     static void Await(Question isTrue, const std::string& what) {
         if (!WaitUntil(isTrue, PATIENCE)) throw std::runtime_error("waited in vain: " + what);
@@ -120,9 +117,9 @@ void KillingRounds::Round(int number) {
     const std::string round = "round " + std::to_string(number) + ": " + VICTIMS[static_cast<int>(victim)] +
                               " killed, " + MOMENTS[static_cast<int>(moment)];
     BeginStart(moment, number);
-    Pause(LONGEST_US[static_cast<int>(moment)]);
+    Pause(LONGEST_MS[static_cast<int>(moment)]);
     Kill(victim);
-    if (m_chance.OneIn(2)) Pause(LONGEST_GAP_US);
+    if (m_chance.OneIn(2)) Pause(LONGEST_GAP_MS);
     StartAgain(victim);
     const double seconds = Recover(round);
     std::printf("%s: %.1f seconds\n", round.c_str(), seconds);
@@ -180,12 +177,12 @@ void KillingRounds::End(Application& application, int signal) {
     m_past.push_back(std::move(application.reader));
 }
 
-/// Seconds of the fast clock.
+/// Seconds of the common clock.
 double KillingRounds::Recover(const std::string& round) {
-    const int64_t start = CClock::MonotonicNanoseconds();
+    const double start = m_world.Seconds();
     bool isCounting = false;
     for (;;) {
-        const double seconds = CLOCK_SPEED * static_cast<double>(CClock::MonotonicNanoseconds() - start) / 1e9;
+        const double seconds = m_world.Seconds() - start;
         LookAfterApplications(round);
         if (!isCounting && m_world.IsLive()) {
             for (Application& application : m_applications) application.baseline = application.reader.Count();

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr uint32_t IDLE_US = 2000;  // of clocks that run twenty times as fast
+constexpr uint32_t IDLE_US = 2000;
 
 struct Recorder : CVexaShfeMdSpi {
     Recorder(int opened, unsigned int slowness) : file(opened), microseconds(slowness) {}

@@ -226,11 +226,11 @@ TEST_F(ServedBoard, SlowReaderOverflowsItsOwnRingAlone) {
     Reader& manager = Start(0, "20000");
     Reader& other = Start(2);
     const auto dropped = [&](int channel) { return Load(board->memory.channels[channel].dropped); };
-    ASSERT_TRUE(WaitUntil([&] { return dropped(0) > 0; }, 40));
+    ASSERT_TRUE(WaitUntil([&] { return dropped(0) > 0; }));
     ASSERT_TRUE(HasMore(other, 20));
     EXPECT_EQ(dropped(2), 0U);
     // Told once there is room again: the manager takes it for the loss it is.
-    EXPECT_TRUE(WaitUntil([&] { return BringUps() >= 2; }, 60));
+    EXPECT_TRUE(WaitUntil([&] { return BringUps() >= 2; }));
     manager.process->Signal(SIGKILL);
 }
 

@@ -8,6 +8,9 @@
 
 #include "public/clock/Clock.h"
 
+/// Of real time: far beyond what any load makes of it.
+constexpr double PATIENCE_SECONDS = 300;
+
 class ChildProcess {
 public:
     /// Starts `arguments[0]`, with `environment` ("NAME=value") added to the test's own. What it prints goes to the
@@ -22,7 +25,7 @@ public:
     void Signal(int number) const;
 
     /// Waits for its end: the exit status, or 128 and the signal that ended it. -1 when it does not end in time.
-    int Wait(double seconds = 20);
+    int Wait(double seconds = PATIENCE_SECONDS);
 
     std::string Output() const;
 
@@ -37,7 +40,7 @@ void PauseShortly();
 
 /// Asks again and again whether `isTrue`; false when it never was.
 template <typename Question>
-bool WaitUntil(Question isTrue, double seconds = 20) {
+bool WaitUntil(Question isTrue, double seconds = PATIENCE_SECONDS) {
     const int64_t start = CClock::MonotonicNanoseconds();
     while (!isTrue()) {
         if (static_cast<double>(CClock::MonotonicNanoseconds() - start) / 1e9 > seconds) return false;

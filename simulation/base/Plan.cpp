@@ -105,11 +105,10 @@ void PlanConfiguration(Plan& plan, Random& random) {
     plan.logLevel = LEVELS[random.Below(std::size(LEVELS))];
     plan.waitSeconds = random.Between(4, 12);
     plan.attempts = random.Between(3, 5);
-    plan.maxInstNo[SHFE_2PS] = random.Between(81000, 81999);
-    plan.maxInstNo[INE_2PS] = random.Between(85000, 85999);
     plan.lostPacketAfter = random.Below(60) + 1;
     plan.isRepeated = random.OneIn(REPEATED_ONE_IN);
     plan.hasWitness = random.OneIn(2);
+    plan.hasStaleWords = random.OneIn(3);
 }
 
 /// A poll takes five milliseconds here: an attempt needs longer where many snapshots come before a good one, tiny
@@ -166,6 +165,7 @@ Plan MakePlan(uint64_t seed, const PlanWish& wish) {
     plan.faults = FaultsOf(wish.faults, seed);
     Random configuration(seed, "configuration");
     PlanConfiguration(plan, configuration);
+    plan.settings = DrawSettings(seed, plan.hasShfe);
     plan.waitSeconds += SecondsForFaults(plan);
     Random channels(seed, "channels");
     PlanChannels(plan, channels);

@@ -7,6 +7,7 @@
 
 #include "common/FpgaStructCommon.h"
 #include "simulation/base/Phase.h"
+#include "simulation/base/Settings.h"
 
 namespace simulation {
 
@@ -65,7 +66,8 @@ struct Plan {
     int32_t logLevel = 7;
     int32_t waitSeconds = 10;
     int32_t attempts = 3;
-    int32_t maxInstNo[FEED_COUNT] = {81000, 81101, 85000, 85101};
+    Settings settings;
+    bool hasStaleWords = false;  ///< the board keeps control words of before
     uint32_t lostPacketAfter = 40;
     int32_t otherChannel = 2;
     bool isRepeated = false;  ///< the session is played twice, with something else behind every message

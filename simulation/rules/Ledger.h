@@ -21,6 +21,7 @@ enum class EQuirk : uint8_t {
     LevelLeftRaised,    ///< after a wait for the memory that failed the log level stays raised
     StopKeptByPolling,  ///< a start of the polling form leaves an earlier stop in force
     ShieldedBook,       ///< an abnormal book is accepted, its instrument not subscribed to
+    InjectedFault,      ///< the configuration asks for a wrong book on the board
     Count_
 };
 

@@ -16,6 +16,11 @@ bool IsWantedBy(const std::string& entry, bool hasOptions, const std::string& id
 
 }  // namespace
 
+bool IsEntryWanted(const ChannelPlan& channel, const std::string& entry, const std::string& id) {
+    if (channel.insts == "all") return channel.hasOptions || id.size() <= FUTURE;
+    return IsWantedBy(entry, channel.hasOptions, id);
+}
+
 bool IsWanted(const ChannelPlan& channel, const std::string& id) {
     if (channel.insts == "all") return channel.hasOptions || id.size() <= FUTURE;
     std::size_t begin = 0;

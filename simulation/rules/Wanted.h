@@ -12,6 +12,9 @@ namespace simulation {
 
 bool IsWanted(const ChannelPlan& channel, const std::string& id);
 
+/// One entry of the channel's list alone.
+bool IsEntryWanted(const ChannelPlan& channel, const std::string& entry, const std::string& id);
+
 /// The control word of an instrument on the board; 0 where no channel wants it.
 uint32_t ControlWord(const Plan& plan, const std::string& id);
 

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 #include "simulation/base/WatchedAllocator.h"
@@ -43,6 +44,10 @@ software_board::BoardOptions BoardOptionsOf(const Plan& plan) {
     options.exchange.seed = plan.seed;
     options.exchange.shfeInstruments = plan.shfeInstruments;
     options.exchange.ineInstruments = plan.ineInstruments;
+    options.exchange.shfeTopicId = plan.settings.topics[SHFE_2PS];
+    options.exchange.ineTopicId = plan.settings.topics[INE_2PS];
+    options.shfeSnapPort = plan.settings.shfeServerPort;
+    options.ineSnapPort = plan.settings.ineServerPort;
     options.lostPacketAfter = plan.lostPacketAfter;
     options.hbm2ReadyMs = plan.isMemoryDead ? 1'000'000'000 : 500;
     options.ringMessages = 256;
@@ -59,17 +64,21 @@ World::World(const Plan& plan, Canary& canary, EventTrace& trace, uint8_t filler
       m_board(BoardOptionsOf(plan)),
       m_truth(BoardOptionsOf(plan).exchange),
       m_faults(BoardOptionsOf(plan).faults),
-      m_order({plan.waitSeconds, plan.attempts}),
+      m_order(plan),
+      m_decision(plan.seed),
+      m_snapshot(plan.settings.snapPorts),
+      m_reckoning(plan),
+      m_subscription(plan),
       m_log(trace, canary, m_clock),
       m_managing(plan, m_truth, m_ledger, 0),
       m_other(plan, m_truth, m_ledger, plan.otherChannel),
       m_seam(*this, filler) {
-    software_board::InstallBoard(0, &m_board);
+    software_board::InstallBoard(m_plan.settings.bus, &m_board);
     BeginProcess();
 }
 
 World::~World() {
-    software_board::InstallBoard(0, nullptr);
+    software_board::InstallBoard(m_plan.settings.bus, nullptr);
     std::error_code ignored;
     std::filesystem::remove_all(m_directory, ignored);
 }
@@ -78,42 +87,56 @@ void World::CheckDestroyed() {
     Require(!m_hasDestructorCalled, 22, [] { return std::string("an object made an outside call as it ended"); });
 }
 
-void World::BeginProcess(const std::string& directory) { SimulatedApi::NewProcess((m_directory / directory).string()); }
+void World::BeginProcess(const std::string& directory) {
+    m_indexDirectory = directory.empty() ? m_directory.string() : (m_directory / directory).string();
+    SimulatedApi::NewProcess(m_indexDirectory);
+}
 
 void World::Note(EEvent kind, int32_t channel, uint64_t what, uint64_t value) {
     m_trace.Add({kind, channel, what, value, m_clock.Now()});
 }
 
-std::string World::ConfigPath(int32_t channel, const std::string& remark) const {
-    const std::filesystem::path file = m_directory / ("channel" + std::to_string(channel) + ".ini");
-    std::ofstream out(file);
+std::string World::ConfigPath(int32_t channel, const std::string& remark) {
     const auto onOff = [](bool isOn) { return isOn ? "enabled" : "disabled"; };
-    out << "# " << remark << "\n[config]\ndevice=xilinx0:" << channel << "\nlog_level=" << m_plan.logLevel
-        << "\nSRCIP=10.20.0.2\nSRCPORT=40000\nshfe2ps=" << onOff(m_plan.hasShfe) << "\nine2ps=" << onOff(m_plan.hasIne)
-        << "\nshfe2ps_max_inst_no=" << m_plan.maxInstNo[SHFE_2PS]
-        << "\nine2ps_max_inst_no=" << m_plan.maxInstNo[INE_2PS] << "\nshield_price_check=" << m_plan.isShielded
+    std::ostringstream out;
+    out << "# " << remark << "\n[config]\ndevice=xilinx" << m_plan.settings.bus << ":" << channel
+        << "\nlog_level=" << m_plan.logLevel << "\nshfe2ps=" << onOff(m_plan.hasShfe)
+        << "\nine2ps=" << onOff(m_plan.hasIne) << "\nshield_price_check=" << m_plan.isShielded
         << "\ncrc_mux_check=" << m_plan.isChecksumAsked << "\nwait_snap_timeout=" << m_plan.waitSeconds
         << "\ninit_tcpcnt=" << m_plan.attempts << "\n";
+    for (const auto& [key, value] : m_plan.settings.lines) out << key << "=" << value << "\n";
     for (int32_t user = 0; user < CHANNEL_SIZE; ++user) {
         const ChannelPlan& planned = m_plan.channels[user];
         if (planned.insts.empty()) continue;
         out << "[channel" << user << "]\ninsts=" << planned.insts
             << "\noptions=" << (planned.hasOptions ? "recv" : "norecv") << "\n";
     }
+    const std::string text = out.str();
+    if (channel == 0) m_fileChecksum = ChecksumOf(text);
+    const std::filesystem::path file = m_directory / ("channel" + std::to_string(channel) + ".ini");
+    std::ofstream(file) << text;
     return file.string();
+}
+
+void World::OnStart() {
+    m_order.OnStart(m_fileChecksum);
+    m_decision.OnStart(m_plan.isChecksumAsked, m_fileChecksum, m_board.IsLive());
+    m_reach.Note(m_decision.Shown(), EPhase::Identity);
 }
 
 void World::OnNewManager(SimulatedApi* api) {
     m_manager = api;
     m_priceChecksFailed = 0;
     m_order.OnNewObject();
+    m_isEnding = false;
     m_snapshot.OnBringUp();
     m_managing.OnSession();
 }
 
 // ---- calls ----------------------------------------------------------------------------------------------------------
 
-void World::BeginCall(int32_t channel, bool mayBringUp) {
+void World::BeginCall(int32_t channel, bool mayBringUp, bool isMemoryShort) {
+    m_isMemoryShort = isMemoryShort;
     m_isDestroying = false;
     m_caller = channel;
     m_calls = 0;
@@ -126,15 +149,19 @@ void World::BeginCall(int32_t channel, bool mayBringUp) {
     Note(EEvent::Call, channel, mayBringUp ? 1 : 0, 0);
 }
 
-void World::EndCall(int32_t channel, bool isOver) {
+void World::EndCall(int32_t channel, bool isOver, bool hasRunOut) {
     Follow();
     m_calls += m_clock.Looks() - m_looksBefore - m_boardLooks;
     CountCall();
     const bool hasBroughtUp = m_order.BringUps() != m_bringUpsBefore;
     if (channel == 0) {
+        if (isOver) RequireRightEnd(hasRunOut);
         const bool isLeftAlone = m_order.OnReturn(isOver, m_clock.Now());
         Require(!m_wasRecoveryDue || hasBroughtUp || isOver || isLeftAlone, 4,
                 [] { return std::string("a step after a loss began no recovery"); });
+        const bool isRight = m_decision.MayLeaveAlone() && !m_canary.Lies(30);
+        Require(!isLeftAlone || isRight, 30,
+                [] { return std::string("a board was left alone that had to be brought up"); });
     }
     if (m_messagesInCall > 0 && !hasBroughtUp) {
         Require(m_clock.Looks() == m_looksBefore + m_boardLooks, 19,
@@ -142,6 +169,18 @@ void World::EndCall(int32_t channel, bool isOver) {
     }
     Require(m_board.Statistics().refusedTableWrites == 0, 6, [] { return std::string("the board refused a write"); });
     Note(EEvent::Result, channel, isOver ? 1 : 0, m_recordsInCall);
+}
+
+// A start or a recovery gives up in few places: without an attempt left, without memory on the board, and where a stop
+// or a signal ends the wait for the snapshot.
+void World::RequireRightEnd(bool hasRunOut) {
+    const EPhase phase = m_order.Phase();
+    const bool isSpent = m_order.Attempts() >= m_plan.attempts;
+    const bool isRight = phase == EPhase::Closed || phase == EPhase::Live || (phase == EPhase::Identity && isSpent) ||
+                         (phase == EPhase::Memory && m_plan.isMemoryDead) ||
+                         (phase == EPhase::Loading && (m_isEnding || isSpent)) ||
+                         (phase == EPhase::Tables && m_isEnding);
+    Require(isRight || hasRunOut, 31, [=] { return std::string("a start gave up in phase ") + PhaseName(phase); });
 }
 
 void World::OnRecord(int32_t channel, const VexaShfeMdType& record) {
@@ -157,14 +196,14 @@ void World::OnRecord(int32_t channel, const VexaShfeMdType& record) {
 }
 
 EMDQPDataType World::FeedOf(const VexaShfeMdType& record) const {
-    return record.max_inst_no == static_cast<uint32_t>(m_plan.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
+    return record.max_inst_no == static_cast<uint32_t>(m_plan.settings.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
 }
 
 // The record as the checks are to see it: as it is, but for the canaries of the rules about records.
 VexaShfeMdType World::AsTold(int32_t channel, const VexaShfeMdType& record) {
     VexaShfeMdType told = record;
     const EMDQPDataType feed =
-        record.max_inst_no == static_cast<uint32_t>(m_plan.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
+        record.max_inst_no == static_cast<uint32_t>(m_plan.settings.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
     if (m_canary.Lies(1)) told.bid_volume ^= 1;
     if (m_canary.Number() == 2 && Deliveries(channel).HasSeen(feed, record) && record.change_no > 2 &&
         m_canary.Lies(2)) {

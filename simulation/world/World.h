@@ -15,8 +15,11 @@
 #include "simulation/rules/DeliveryRules.h"
 #include "simulation/rules/Ledger.h"
 #include "simulation/rules/LogRules.h"
+#include "simulation/rules/SnapshotReckoning.h"
 #include "simulation/rules/SnapshotRules.h"
+#include "simulation/rules/StartDecision.h"
 #include "simulation/rules/StartUpOrder.h"
+#include "simulation/rules/SubscriptionRecord.h"
 #include "simulation/rules/TableRules.h"
 #include "simulation/rules/TruthHistory.h"
 #include "simulation/world/Seam.h"
@@ -40,9 +43,12 @@ public:
     World& operator=(const World&) = delete;
 
     // ---- calls of the library, framed by whoever makes them ----
-    void BeginCall(int32_t channel, bool mayBringUp);
+    void BeginCall(int32_t channel, bool mayBringUp, bool isMemoryShort);
     /// `isOver`: the call came back without a session.
-    void EndCall(int32_t channel, bool isOver);
+    /// `hasRunOut`: of memory, so that it may have come back from anywhere.
+    void EndCall(int32_t channel, bool isOver, bool hasRunOut);
+    /// The managing channel's session has been stopped, or the process signalled.
+    void SetEnding(bool isEnding) { m_isEnding = isEnding; }
     void OnRecord(int32_t channel, const VexaShfeMdType& record);
     uint64_t RecordsInCall() const { return m_recordsInCall; }
     const VexaShfeMdType& LastMessage() const { return m_lastMessage; }
@@ -60,7 +66,10 @@ public:
     /// A process in the dead one's place; its index file goes into `directory` below the session's own.
     void BeginProcess(const std::string& directory = "");
     void OnOtherSession() { m_other.OnSession(); }
-    std::string ConfigPath(int32_t channel, const std::string& remark) const;
+    /// Writes the file; the managing channel's is the one that its next start is held against.
+    std::string ConfigPath(int32_t channel, const std::string& remark);
+    /// The managing channel starts.
+    void OnStart();
 
     const Plan& GetPlan() const { return m_plan; }
     Canary& GetCanary() { return m_canary; }
@@ -76,7 +85,7 @@ public:
     // ---- the board's watcher ----
     bool OnWrite(uint32_t index, uint32_t value) override;
     void BeforeRead(EAccess access, uint32_t index) override;
-    void AfterRead(EAccess access, uint32_t index, uint64_t value) override;
+    void AfterRead(EAccess access, uint32_t index, uint64_t& value) override;
     /// What waited for the session before is discarded.
     void OnStreamOpened(int32_t channel) override { Deliveries(channel).OnGap(); }
     void BeforeReceive(int32_t channel) override;
@@ -89,13 +98,20 @@ private:
     bool IsOfDestructor();
     void Fire();
     bool OnTableWrite(uint32_t index, uint32_t value);
+    void OnTableRead(uint32_t index, uint32_t value);
+    void OnPassRead(uint32_t index);
     void OnControlWrite(uint32_t index, uint32_t value);
     void OnPhase(EPhase before, uint32_t index);
     void OnBringUp();
     void OnSnapshotUsed();
     void CheckTables();
     void CheckSlot(EMDQPDataType feed, int32_t instNo, bool isEnabled);
+    void CheckContents(EMDQPDataType feed);
     void CheckSubscriptions();
+    void CheckIndexFile();
+    void TellTables();
+    void LeaveStaleWords();
+    void RequireRightEnd(bool hasRunOut);
     bool OnEvent(int32_t channel, const U50Event& event);
     ECounted Expect(int32_t channel, const unsigned char* data, unsigned int length);
     void HandOver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user);
@@ -103,6 +119,8 @@ private:
     bool IsLoss(const U50Event& event);
     uint64_t LastUpdateSeconds();
     void Deliver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user);
+    void Reckon(const unsigned char* frame);
+    void CheckReckoning(uint64_t failedBefore);
     void WatchSnapshot();
     bool IsEnabled(EMDQPDataType feed) const;
     uint8_t EnabledFeeds() const {
@@ -123,8 +141,13 @@ private:
     RegisterRules m_map;
     exchange::Faults m_faults;
     StartUpOrder m_order;
+    StartDecision m_decision;
+    uint32_t m_fileChecksum = 0;
     TableRules m_tables;
     SnapshotRules m_snapshot;
+    SnapshotReckoning m_reckoning;
+    SnapshotReckoning::EOutcome m_outcome = SnapshotReckoning::EOutcome::GoesOn;  ///< due with the message at hand
+    SubscriptionRecord m_subscription;
     LogRules m_log;
     DeliveryRules m_managing;
     DeliveryRules m_other;
@@ -135,6 +158,11 @@ private:
     uint64_t m_priceChecksFailed = 0;
     std::set<std::pair<int32_t, int32_t>> m_insane;  ///< on the board, accepted though abnormal
 
+    std::string m_indexDirectory;
+    bool m_isEnding = false;
+    bool m_isPassBegun = false;
+    bool m_isPassKnown = false;    ///< what the subscription passes must do
+    bool m_isMemoryShort = false;  ///< in the call under way
     bool m_isDestroying = false;
     bool m_hasDestructorCalled = false;
     int32_t m_caller = 0;

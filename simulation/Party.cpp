@@ -67,6 +67,7 @@ int32_t Party::Start(bool isPolling, const std::string& remark) {
     m_world.BeginCall(m_channel, true, m_shortage.number != 0);
     if (m_channel == 0) {
         m_world.SetEnding(IsEnding());
+        m_world.Reached().SetForm(isPolling ? EForm::Polling : EForm::Callback);
         m_world.OnStart();
     }
     const int32_t result = CallStart(path.c_str());

@@ -205,16 +205,16 @@ void Drawer::DrawEngines() {
 
 /// Without the flag the other keys say nothing.
 void Drawer::DrawInjection() {
-    m_settings.isFaultInjected = m_random.OneIn(8);
+    m_settings.isFaultInjected = m_random.OneIn(4);
     if (m_settings.isFaultInjected) Put("debug_flag", 1);
     if (!m_settings.isFaultInjected && m_random.OneIn(2)) Put("debug_flag", 2);
     if (!m_settings.isFaultInjected && m_random.OneIn(2)) return;
     m_settings.faultInstNo = m_random.Between(0, 16);
     if (m_settings.faultInstNo != 0) Put("error_instno", m_settings.faultInstNo);
-    constexpr uint32_t CASES[] = {0, 1, 2, 3, 65535};
+    constexpr uint32_t CASES[] = {0, 1, 1, 2, 3, 65535};
     m_settings.faultCase = CASES[m_random.Below(std::size(CASES))];
     if (m_settings.faultCase != 65535) Put("error_case", m_settings.faultCase);
-    constexpr int32_t PARTS[] = {0, 1, 2, 3, 4, 7, 65540};
+    constexpr int32_t PARTS[] = {0, 1, 2, 3, 4, 4, 4, 7, 65540};
     const int32_t parts = PARTS[m_random.Below(std::size(PARTS))];
     m_settings.faultParts = static_cast<uint32_t>(parts) & 0xFFFF;
     if (parts != 4) Put("error_limit_parts", parts);

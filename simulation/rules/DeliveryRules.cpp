@@ -77,7 +77,7 @@ void DeliveryRules::CheckComplete() const {
     for (const EMDQPDataType feed : {SHFE_2PS, INE_2PS}) {
         const bool isEnabled = feed == SHFE_2PS ? m_plan.hasShfe : m_plan.hasIne;
         for (int32_t instNo = 0; isEnabled && instNo < m_truth.Count(feed); ++instNo) {
-            if (!IsExpectedComplete(feed, instNo)) continue;
+            if (!m_truth.IsListed(feed, instNo) || !IsExpectedComplete(feed, instNo)) continue;
             const auto last = m_last.find({feed, static_cast<uint32_t>(instNo)});
             VexaShfeMdType expected = m_truth.Latest(feed, instNo);
             expected.max_inst_no = static_cast<uint32_t>(m_plan.settings.maxInstNo[feed]);

@@ -36,11 +36,13 @@ void SnapshotReckoning::Clear() {
 void SnapshotReckoning::OnBringUp() {
     Clear();
     m_isKnown = true;
+    m_isUsedAndCleared = false;
     m_told.clear();
 }
 
 SnapshotReckoning::EOutcome SnapshotReckoning::OnFrame(const uint8_t* frame) {
     m_told.clear();
+    m_isUsedAndCleared = false;
     EOutcome outcome = EOutcome::GoesOn;
     const uint32_t wanted = (m_plan.hasShfe ? 1U << SHFE_2PS : 0) | (m_plan.hasIne ? 1U << INE_2PS : 0);
     if (m_contents.FinishedMask() == wanted) {
@@ -53,6 +55,7 @@ SnapshotReckoning::EOutcome SnapshotReckoning::OnFrame(const uint8_t* frame) {
     }
     const uint8_t* tcp = frame + TCP_AT;
     if ((tcp[13] & RESET) == RESET) {
+        m_isUsedAndCleared = outcome == EOutcome::Used;
         Clear();
         return outcome;
     }

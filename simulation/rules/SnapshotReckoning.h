@@ -25,6 +25,8 @@ public:
     /// From here to the next bring-up nothing is known: memory ran out, or the stream loses its place by itself.
     void GiveUp() { m_isKnown = false; }
     bool IsKnown() const { return m_isKnown; }
+    /// The last frame ended the snapshot and everything else: what was used has been cleared.
+    bool IsUsedAndCleared() const { return m_isUsedAndCleared; }
 
     /// One sound frame. What must become of the snapshot before the frame itself is looked at.
     EOutcome OnFrame(const uint8_t* frame);
@@ -64,6 +66,7 @@ private:
 
     const Plan& m_plan;
     bool m_isKnown = true;
+    bool m_isUsedAndCleared = false;
     std::map<uint16_t, Connection> m_connections;  ///< by local port
     std::array<uint16_t, FEED_COUNT> m_portOf{};   ///< 0: none
     SnapshotContents m_contents;

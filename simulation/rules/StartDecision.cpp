@@ -61,10 +61,8 @@ uint64_t StartDecision::Told(uint32_t index, uint64_t value) {
     return value;
 }
 
-const char* StartDecision::Shown() const {
-    constexpr const char* NAMES[] = {"samples as they are", "samples idle", "samples flow", "samples flow+event",
-                                     "samples event"};
-    return NAMES[static_cast<std::size_t>(m_shown)];
+std::array<const char*, 5> StartDecision::AllShown() {
+    return {"samples as they are", "samples idle", "samples flow", "samples flow+event", "samples event"};
 }
 
 }  // namespace simulation

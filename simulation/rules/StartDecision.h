@@ -25,7 +25,9 @@ public:
     uint64_t Told(uint32_t index, uint64_t value);
 
     bool MayLeaveAlone() const { return m_isAsked && m_isSameFile && m_hasFlowed && !m_hasEvent; }
-    const char* Shown() const;  ///< for the reach
+    /// What the samples show, for the reach.
+    const char* Shown() const { return AllShown()[static_cast<std::size_t>(m_shown)]; }
+    static std::array<const char*, 5> AllShown();
 
 private:
     enum class EShown : uint8_t { Board, Idle, Flow, FlowAndEvent, EventAlone, Count_ };

@@ -55,9 +55,7 @@ bool StartUpOrder::IsNext(EAccess access, uint32_t index) {
 }
 
 // A step after a start that failed tries once more.
-bool StartUpOrder::MayBringUp() const {
-    return m_phase == EPhase::Loading || m_phase == EPhase::Live || m_phase == EPhase::Closed;
-}
+bool StartUpOrder::MayBringUp() const { return IsLoading() || m_phase == EPhase::Live || m_phase == EPhase::Closed; }
 
 void StartUpOrder::OnAccess(EAccess access, uint32_t index, uint32_t value, int64_t now) {
     if (IsAnnounced(access, index, value)) return;
@@ -98,13 +96,14 @@ void StartUpOrder::Enter(const Stop& stop, int64_t now) {
         m_isBoardWhole = true;
         ++m_engineStarts;
     }
-    if (m_phase != stop.phase || stop.index == board::BRING_UP) m_since = now;
+    if (stop.index == board::BRING_UP || (m_phase != stop.phase && stop.phase == EPhase::Loading)) m_since = now;
     m_phase = stop.phase;
 }
 
 void StartUpOrder::BeginBringUp() {
     ++m_bringUps;
     m_isBoardWhole = false;
+    m_isWaitGoingOn = false;
     ++m_attempts;
     Require(m_attempts <= m_attemptsMax, 16,
             [this] { return "bring-up " + std::to_string(m_attempts) + " without success"; });
@@ -115,7 +114,7 @@ void StartUpOrder::BeginBringUp() {
 void StartUpOrder::CheckWait(int64_t now, bool isInFull) const {
     int64_t limit = 0;
     if (m_phase == EPhase::Memory) limit = MEMORY_SECONDS;
-    if (m_phase == EPhase::Loading) limit = m_waitSeconds + 1;
+    if (IsLoading()) limit = m_waitSeconds + 1;
     if (limit == 0) return;
     const int64_t waited = now - m_since;
     const int64_t full = limit * NANOSECONDS_PER_SECOND;
@@ -129,6 +128,7 @@ void StartUpOrder::OnNewObject() {
     m_attempts = 0;
     m_phase = EPhase::Closed;
     m_isRecoveryDue = false;
+    m_isWaitGoingOn = false;
     ForgetAnnounced();
 }
 
@@ -148,6 +148,7 @@ bool StartUpOrder::OnReturn(bool isOver, int64_t now) {
     m_fileChecksum = 0;
     if (isOver) {
         m_phase = EPhase::Closed;
+        m_isWaitGoingOn = false;
         ForgetAnnounced();
     }
     if (isOver || m_phase == EPhase::Live) return false;

@@ -31,7 +31,12 @@ public:
     /// The board tells a loss; a recovery is what must come next.
     void OnLoss() { m_isRecoveryDue = true; }
 
+    /// What has just been used was cleared again with the same segment: the wait for a snapshot goes on.
+    void OnCleared() { m_isWaitGoingOn = true; }
+
     EPhase Phase() const { return m_phase; }
+    /// Messages go to the snapshot's handler.
+    bool IsLoading() const { return m_phase == EPhase::Loading || m_isWaitGoingOn; }
     bool IsRecoveryDue() const { return m_isRecoveryDue; }
     int32_t Attempts() const { return m_attempts; }
     /// The last bring-up came to its end.
@@ -65,7 +70,8 @@ private:
     bool m_isSnapshotUnknown = false;
     std::size_t m_next = 0;
     EPhase m_phase = EPhase::Closed;
-    int64_t m_since = 0;  ///< of the phase
+    int64_t m_since = 0;           ///< of the wait at hand
+    bool m_isWaitGoingOn = false;  ///< although the tables have been written
     bool m_isRecoveryDue = false;
     uint32_t m_fileChecksum = 0;  ///< 0: carried by starts alone
     int32_t m_attempts = 0;

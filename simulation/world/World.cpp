@@ -1,6 +1,7 @@
 // Frames the library's calls, does what a script asks for, and keeps the truth up to date.
 #include "simulation/world/World.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -31,6 +32,14 @@ uint64_t StartCallsMax(const Plan& plan) {
            CHANNEL_SIZE * 2 * slots * CALLS_OF_A_SLOT;
 }
 
+/// Of a snapshot that nobody asked for. One that is a loaded feed's as well would be taken for that feed's.
+int32_t UnaskedTopic(const Plan& plan, EMDQPDataType feed) {
+    constexpr int32_t NOBODYS = -2;
+    const auto& topics = plan.settings.topics;
+    const bool isShared = topics[feed] == topics[SHFE_2PS] || topics[feed] == topics[INE_2PS];
+    return isShared ? NOBODYS : topics[feed];
+}
+
 std::filesystem::path MakeDirectory() {
     std::string name = (std::filesystem::temp_directory_path() / "vexa-sim-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) std::abort();
@@ -46,6 +55,9 @@ software_board::BoardOptions BoardOptionsOf(const Plan& plan) {
     options.exchange.ineInstruments = plan.ineInstruments;
     options.exchange.shfeTopicId = plan.settings.topics[SHFE_2PS];
     options.exchange.ineTopicId = plan.settings.topics[INE_2PS];
+    options.exchange.shfe4psTopicId = UnaskedTopic(plan, SHFE_4PS);
+    options.exchange.ine4psTopicId = UnaskedTopic(plan, INE_4PS);
+    options.exchange.hasNarrowLimits = plan.hasNarrowLimits;
     options.shfeSnapPort = plan.settings.shfeServerPort;
     options.ineSnapPort = plan.settings.ineServerPort;
     options.lostPacketAfter = plan.lostPacketAfter;
@@ -74,6 +86,8 @@ World::World(const Plan& plan, Canary& canary, EventTrace& trace, uint8_t filler
       m_other(plan, m_truth, m_ledger, plan.otherChannel),
       m_seam(*this, filler) {
     software_board::InstallBoard(m_plan.settings.bus, &m_board);
+    m_lateDeals = DealLate(plan.seed);
+    std::reverse(m_lateDeals.begin(), m_lateDeals.end());
     BeginProcess();
 }
 
@@ -179,7 +193,7 @@ void World::RequireRightEnd(bool hasRunOut) {
     const bool isRight = phase == EPhase::Closed || phase == EPhase::Live || (phase == EPhase::Identity && isSpent) ||
                          (phase == EPhase::Memory && m_plan.isMemoryDead) ||
                          (phase == EPhase::Loading && (m_isEnding || isSpent)) ||
-                         (phase == EPhase::Tables && m_isEnding);
+                         (phase == EPhase::Tables && (m_isEnding || (m_order.IsLoading() && isSpent)));
     Require(isRight || hasRunOut, 31, [=] { return std::string("a start gave up in phase ") + PhaseName(phase); });
 }
 
@@ -191,7 +205,9 @@ void World::OnRecord(int32_t channel, const VexaShfeMdType& record) {
     Require(!isSilent && !m_canary.Lies(4), 4,
             [&] { return IdOf(record) + " in phase " + PhaseName(m_order.Phase()); });
     if (m_truth.IsInRound() && m_canary.Lies(5)) return;
-    if (m_canary.Number() == 21 && Deliveries(channel).HasSeen(FeedOf(record), record) && m_canary.Lies(21)) return;
+    if (m_canary.Number() == 21 && !m_truth.IsInRound() && Deliveries(channel).HasSeen(FeedOf(record), record) &&
+        m_canary.Lies(21))
+        return;
     Deliveries(channel).OnRecord(AsTold(channel, record));
 }
 
@@ -240,7 +256,6 @@ void World::Follow() {
 
 void World::Lose(uint32_t updates) {
     Follow();
-    m_reach.Note("lose", m_order.Phase());
     Note(EEvent::Script, 0, static_cast<uint64_t>(EStep::Lose), updates);
     {
         const SimulatedClock::Hold hold(m_clock);
@@ -249,10 +264,29 @@ void World::Lose(uint32_t updates) {
     Follow();
 }
 
-void World::Raise(const U50Event& event) {
-    m_reach.Note("event", m_order.Phase());
-    Note(EEvent::Script, 0, event.event_data0, event.event_data1);
-    m_board.RaiseEvent(0, event);
+void World::Raise(const EventCard& card) {
+    m_reach.Note(card.name, m_order.Phase());
+    Note(EEvent::Script, 0, card.event.event_data0, card.event.event_data1);
+    m_board.RaiseEvent(0, card.event);
+}
+
+// Once a session in each phase before the tables; behind it one late deal, and another when that has been rebuilt
+// after.
+void World::DealEvents() {
+    const EPhase phase = m_order.Phase();
+    const auto index = static_cast<std::size_t>(phase);
+    if (phase == EPhase::Closed || m_truth.IsInRound()) return;
+    if (phase <= EPhase::Loading) {
+        if (m_isDealt[index]) return;
+        m_isDealt.set(index);
+        for (const EventCard& card : DealBeforeTables(m_plan.seed, phase)) Raise(card);
+        return;
+    }
+    if (m_lateDeals.empty() || m_lateDeals.back().phase != phase || m_dealtAtBringUp == m_order.BringUps()) return;
+    if (phase == EPhase::Live && m_order.IsRecoveryDue()) return;
+    m_dealtAtBringUp = m_order.BringUps();
+    for (const EventCard& card : m_lateDeals.back().cards) Raise(card);
+    m_lateDeals.pop_back();
 }
 
 void World::BeginClosingRound() {

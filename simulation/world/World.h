@@ -2,11 +2,14 @@
 /// view, and the rules that watch them.
 #pragma once
 
+#include <bitset>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "simulation/base/Canary.h"
+#include "simulation/base/Edges.h"
 #include "simulation/base/EventTrace.h"
 #include "simulation/base/Plan.h"
 #include "simulation/base/Reach.h"
@@ -31,7 +34,8 @@ namespace simulation {
 /// Something that happens just before the `at`-th outside call of a phase.
 struct Trigger {
     EPhase phase = EPhase::Closed;
-    uint32_t at = 0;  ///< 0: none is set
+    uint32_t at = 0;        ///< 0: none is set
+    const char* what = "";  ///< for the reach
     std::function<void()> action;
 };
 
@@ -55,7 +59,7 @@ public:
 
     // ---- what a script does ----
     void Lose(uint32_t updates);
-    void Raise(const U50Event& event);
+    void Raise(const EventCard& card);
     void SetTrigger(Trigger trigger) { m_trigger = std::move(trigger); }
     void BeginClosingRound();
     void OnNewManager(SimulatedApi* api);
@@ -97,16 +101,20 @@ private:
     void CountCall();
     bool IsOfDestructor();
     void Fire();
+    void DealEvents();
     bool OnTableWrite(uint32_t index, uint32_t value);
     void OnTableRead(uint32_t index, uint32_t value);
     void OnPassRead(uint32_t index);
     void OnControlWrite(uint32_t index, uint32_t value);
     void OnPhase(EPhase before, uint32_t index);
     void OnBringUp();
+    void NoteFaults(EPhase phase);
+    void Relist();
     void OnSnapshotUsed();
     void CheckTables();
     void CheckSlot(EMDQPDataType feed, int32_t instNo, bool isEnabled);
     void CheckContents(EMDQPDataType feed);
+    bool IsBlurred(int32_t instNo) const;
     void CheckSubscriptions();
     void CheckIndexFile();
     void TellTables();
@@ -154,6 +162,9 @@ private:
     Seam m_seam;
 
     Trigger m_trigger;
+    std::bitset<PHASE_COUNT> m_isDealt;  ///< phases before the tables
+    std::vector<LateDeal> m_lateDeals;   ///< those still to come, the next one last
+    uint64_t m_dealtAtBringUp = 0;       ///< when the last of them was dealt
     SimulatedApi* m_manager = nullptr;
     uint64_t m_priceChecksFailed = 0;
     std::set<std::pair<int32_t, int32_t>> m_insane;  ///< on the board, accepted though abnormal
@@ -177,6 +188,7 @@ private:
     bool m_wasRecoveryDue = false;
     uint64_t m_overruns = 0;
     uint64_t m_connections = 0;
+    uint64_t m_lists = 0;  ///< of instruments, where they change
     VexaShfeMdType m_lastMessage{};
 };
 

@@ -34,7 +34,9 @@ bool World::IsOfDestructor() {
 void World::Fire() {
     if (m_trigger.at == 0 || m_trigger.phase != m_order.Phase()) [[likely]]
         return;
-    if (--m_trigger.at == 0) m_trigger.action();
+    if (--m_trigger.at != 0) return;
+    m_reach.Note(m_trigger.what, m_order.Phase());
+    m_trigger.action();
 }
 
 // ---- registers ------------------------------------------------------------------------------------------------------
@@ -86,7 +88,15 @@ void World::OnControlWrite(uint32_t index, uint32_t value) {
                 [] { return std::string("a board was brought up that runs this very configuration"); });
     }
     m_order.OnAccess(EAccess::Write, index, value, m_clock.Now());
+    if (index == board::SNAPSHOT && value != 0) Relist();
     OnPhase(before, index);
+    if (before != m_order.Phase()) DealEvents();
+}
+
+// As the board's exchange does when the snapshot phase is opened.
+void World::Relist() {
+    Follow();
+    m_truth.Relist(m_faults.Has(exchange::EFault::ChangingList) ? ++m_lists : 0);
 }
 
 void World::OnPhase(EPhase before, uint32_t index) {
@@ -101,13 +111,18 @@ void World::OnPhase(EPhase before, uint32_t index) {
         LeaveStaleWords();
     }
     if (now == EPhase::Engines && m_isPassKnown) m_subscription.RequireComplete();
-    if (now == EPhase::Loading) {
-        for (const std::string& fault : m_plan.faults) m_reach.Note(fault, now);
-    }
+    if (now == EPhase::Loading || now == EPhase::Live) NoteFaults(now);
     if (now != EPhase::Live) return;
     Follow();
     m_truth.RestartRound();
     m_other.OnRound();
+}
+
+void World::NoteFaults(EPhase phase) {
+    for (const exchange::FaultRow& row : exchange::FaultTable()) {
+        const bool isOfBoard = row.place == exchange::EFaultPlace::Board;
+        if (m_faults.Has(row.kind) && isOfBoard == (phase == EPhase::Live)) m_reach.Note(row.name, phase);
+    }
 }
 
 void World::OnBringUp() {
@@ -120,7 +135,6 @@ void World::OnBringUp() {
     m_managing.OnGap();
     m_other.OnGap();
     m_insane.clear();
-    m_reach.Note(m_order.IsRecoveryDue() ? "recovery" : "bring-up", EPhase::Memory);
 }
 
 void World::BeforeRead(EAccess access, uint32_t index) {
@@ -137,6 +151,7 @@ void World::BeforeRead(EAccess access, uint32_t index) {
     const int64_t late = index == board::MEMORY_STATUS && m_canary.Lies(17) ? 10 * NANOSECONDS_PER_SECOND : 0;
     m_order.OnAccess(access, index, 0, m_clock.Now() + late);
     if (m_order.Phase() == EPhase::Subscribing) OnPassRead(index);
+    DealEvents();
     if (index == board::VERDICT && m_order.EngineStarts() > 0 && m_wasRecoveryDue && m_canary.Lies(16)) {
         m_order.OnAccess(EAccess::Write, board::CHECKSUM, 0, m_clock.Now());
     }
@@ -186,7 +201,7 @@ void World::OnSnapshotUsed() {
     std::array<int32_t, FEED_COUNT> counts{};
     for (const EMDQPDataType feed : LISTED) {
         isEnabled[static_cast<std::size_t>(feed)] = IsEnabled(feed);
-        const uint32_t expected = IsEnabled(feed) ? static_cast<uint32_t>(m_truth.Count(feed)) : 0;
+        const uint32_t expected = IsEnabled(feed) ? static_cast<uint32_t>(m_truth.ListedEnd(feed)) : 0;
         const uint32_t told = m_board.Read(board::FEEDS[static_cast<std::size_t>(feed)].count);
         Require(told == expected, 9, [=] {
             return "the count of feed " + std::to_string(feed) + " is " + std::to_string(told) + ", not " +
@@ -221,18 +236,24 @@ void World::CheckContents(EMDQPDataType feed) {
     }
 }
 
+// Whether what the snapshot held of it cannot be told from what the configuration has made of it.
+bool World::IsBlurred(int32_t instNo) const {
+    return !m_reckoning.IsKnown() && m_plan.settings.isFaultInjected && m_plan.settings.faultInstNo == instNo;
+}
+
 void World::CheckSlot(EMDQPDataType feed, int32_t instNo, bool isEnabled) {
     SInstTableType slot = m_board.Slot(feed, instNo);
     if (m_canary.Lies(9)) slot.last_price ^= 1;
-    if (!isEnabled || instNo >= m_truth.Count(feed)) {
+    if (!isEnabled || !m_truth.IsListed(feed, instNo)) {
         const SInstTableType empty{};
         Require(std::memcmp(&slot, &empty, sizeof slot) == 0, 9,
                 [=] { return "unused slot " + std::to_string(instNo) + " of feed " + std::to_string(feed); });
         return;
     }
     const exchange::Instrument& instrument = m_truth.Market().Instruments(feed)[static_cast<std::size_t>(instNo)];
-    const bool isInsane = m_reckoning.IsKnown() ? m_reckoning.Insane().count({feed, instNo}) != 0
-                                                : !IsSane(slot) && !IsSettlementTrade(instrument.id);
+    const bool isInsane = m_reckoning.IsKnown()
+                              ? m_reckoning.Insane().count({feed, instNo}) != 0
+                              : !IsSane(slot) && !IsSettlementTrade(instrument.id) && !IsBlurred(instNo);
     if (isInsane && m_plan.isShielded) {
         m_ledger.Book(EQuirk::ShieldedBook);
         m_insane.emplace(feed, instNo);
@@ -247,7 +268,7 @@ void World::CheckSlot(EMDQPDataType feed, int32_t instNo, bool isEnabled) {
 void World::TellTables() {
     std::array<std::vector<std::string>, FEED_COUNT> ids;
     for (const EMDQPDataType feed : LISTED) {
-        for (int32_t instNo = 0; IsEnabled(feed) && instNo < m_truth.Count(feed); ++instNo) {
+        for (int32_t instNo = 0; IsEnabled(feed) && instNo < m_truth.ListedEnd(feed); ++instNo) {
             const SInstTableType slot = m_board.Slot(feed, instNo);
             ids[static_cast<std::size_t>(feed)].emplace_back(slot.inst_id, strnlen(slot.inst_id, sizeof slot.inst_id));
         }
@@ -261,7 +282,7 @@ void World::CheckIndexFile() {
     if (m_isMemoryShort || !std::filesystem::exists(m_indexDirectory)) return;
     std::array<std::vector<SInstTableType>, 2> slots;
     for (const EMDQPDataType feed : LISTED) {
-        for (int32_t instNo = 0; IsEnabled(feed) && instNo < m_truth.Count(feed); ++instNo) {
+        for (int32_t instNo = 0; IsEnabled(feed) && instNo < m_truth.ListedEnd(feed); ++instNo) {
             slots[feed == SHFE_2PS ? 0 : 1].push_back(m_board.Slot(feed, instNo));
         }
     }
@@ -279,7 +300,7 @@ void World::LeaveStaleWords() {
     exchange::Random random(m_plan.seed + m_order.BringUps(), "stale words");
     for (std::size_t feed = 0; feed < FEED_COUNT; ++feed) {
         const EMDQPDataType listed = feed < INE_2PS ? SHFE_2PS : INE_2PS;
-        for (int32_t slot = 0; IsEnabled(listed) && slot < m_truth.Count(listed); ++slot) {
+        for (int32_t slot = 0; IsEnabled(listed) && slot < m_truth.ListedEnd(listed); ++slot) {
             const auto channels = static_cast<uint32_t>(random.Next()) & 0xFFFF;
             if (!random.OneIn(3)) continue;
             const uint32_t word = random.OneIn(4) ? SLOT_IN_USE : SLOT_IN_USE | channels;
@@ -300,8 +321,11 @@ void World::CheckSubscriptions() {
         }
     }
     for (const EMDQPDataType feed : LISTED) {
-        for (int32_t instNo = 0; IsEnabled(feed) && instNo < m_truth.Count(feed); ++instNo) {
-            const std::string& id = m_truth.Market().Instruments(feed)[static_cast<std::size_t>(instNo)].id;
+        for (int32_t instNo = 0; IsEnabled(feed) && instNo < m_truth.ListedEnd(feed); ++instNo) {
+            if (IsBlurred(instNo)) continue;
+            const bool isListed = m_truth.IsListed(feed, instNo);  // a gap has no id
+            const std::string id =
+                isListed ? m_truth.Market().Instruments(feed)[static_cast<std::size_t>(instNo)].id : "";
             const uint32_t expected = m_insane.count({feed, instNo}) != 0 ? 0 : ControlWord(m_plan, id);
             const uint32_t told = m_board.Slot(feed, instNo).config ^ (m_canary.Lies(10) ? 1U : 0U);
             Require(told == expected, 10,

@@ -37,10 +37,13 @@ uint32_t TypeOf(const unsigned char* message) {
 void World::BeforeReceive(int32_t channel) {
     if (IsOfDestructor()) return;
     CountCall();
-    const bool isLate = channel == 0 && m_isEnding && m_order.Phase() == EPhase::Loading;
+    const bool isLate = channel == 0 && m_isEnding && m_order.IsLoading();
     const bool isLie = m_order.Phase() == EPhase::Loading && m_canary.Lies(31);
     Require(!isLate && !isLie, 31, [] { return std::string("the snapshot is waited for after the session's end"); });
-    if (channel == 0) Fire();
+    if (channel == 0) {
+        Fire();
+        DealEvents();
+    }
     m_looksAtReceive = m_clock.Looks();
 }
 
@@ -56,10 +59,11 @@ void World::OnMessage(int32_t channel, const unsigned char* data, unsigned int l
     Follow();
     const ECounted expected = Expect(channel, data, length);
     if (channel != 0) return HandOver(data, length, handler, user);
+    const bool wasLoading = m_order.Phase() == EPhase::Loading;
     const CCounters before = m_manager->Counters();
     HandOver(data, length, handler, user);
     m_order.RequireNothingAnnounced();
-    CheckReckoning(before[ECounter::PriceCheckFailed]);
+    if (wasLoading) CheckReckoning(before[ECounter::PriceCheckFailed]);
     CheckManager(before, expected);
     if (m_order.Phase() == EPhase::Loading) WatchSnapshot();
 }
@@ -73,7 +77,7 @@ ECounted World::Expect(int32_t channel, const unsigned char* data, unsigned int 
         std::memcpy(&event, data, sizeof event);
         isLoss = OnEvent(channel, event);
     }
-    if (m_order.Phase() != EPhase::Loading) return isLoss ? ECounted::EventLoss : ECounted::Nothing;
+    if (!m_order.IsLoading()) return isLoss ? ECounted::EventLoss : ECounted::Nothing;
     if (type != DMA_TCP) return ECounted::Foreign;
     const unsigned char* frame = data + DMA_TCP_FRAME_OFFSET;
     const uint32_t frameLength = length - DMA_TCP_FRAME_OFFSET;
@@ -97,8 +101,7 @@ void World::Reckon(const unsigned char* frame) {
 void World::CheckReckoning(uint64_t failedBefore) {
     using EOutcome = SnapshotReckoning::EOutcome;
     const EOutcome due = std::exchange(m_outcome, EOutcome::GoesOn);
-    const EPhase phase = m_order.Phase();
-    if (!m_reckoning.IsKnown() || phase < EPhase::Loading || phase == EPhase::Live) return;
+    if (!m_reckoning.IsKnown()) return;
     const bool isRefused = m_manager->PriceChecksFailed() != failedBefore;
     const EOutcome came = isRefused                           ? EOutcome::Refused
                           : m_order.Phase() > EPhase::Loading ? EOutcome::Used
@@ -108,6 +111,10 @@ void World::CheckReckoning(uint64_t failedBefore) {
         return std::string("the snapshot is ") + NAMES[static_cast<int>(came)] + ", not " +
                NAMES[static_cast<int>(due)];
     });
+    if (m_reckoning.IsUsedAndCleared()) {
+        m_order.OnCleared();
+        m_ledger.Book(EQuirk::ResetAtTheEnd);
+    }
     const uint8_t mask = m_manager->FinishedMask();
     Require(mask == m_reckoning.FinishedMask(), 34,
             [&] { return "the finished feeds are " + Hex(mask) + ", not " + Hex(m_reckoning.FinishedMask()); });

@@ -32,6 +32,8 @@ constexpr std::array<FaultRow, FAULT_COUNT> FAULTS{{
     {EFault::ResetWithoutAck, "reset-without-ack", EVERY, true, "a meaningless RST half-way"},
     {EFault::SecondConnection, "second-connection", EVERY, true, "a second connection of a feed beside the first"},
     {EFault::TailField, "tail-field", EVERY, true, "fields that begin in the last twelve bytes of a message"},
+    {EFault::RepeatedLevel, "repeated-level", EVERY, true, "price levels told twice, the second time rightly"},
+    {EFault::SettlementLimits, "settlement-limits", EVERY, true, "books at settlement outside their limits"},
     {EFault::SamePort, "same-port", EVERY, true, "the same local ports with each connect"},
     {EFault::ChangingList, "changing-list", EVERY, false, "instruments that come and go from one start to the next"},
     {EFault::UnaskedFeed, "unasked-feed", EVERY, true, "a snapshot of a feed that nobody asked for"},

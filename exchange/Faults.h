@@ -32,6 +32,8 @@ enum class EFault : uint8_t {
     ResetWithoutAck,
     SecondConnection,
     TailField,
+    RepeatedLevel,
+    SettlementLimits,
     SamePort,
     ChangingList,
     UnaskedFeed,

@@ -33,8 +33,11 @@ std::size_t FirstEnd(const Messages& messages, const Faults& faults, uint64_t se
     const std::size_t shortest = size + sizeof(mdqp_t);
     if (!faults.Has(EFault::LongFirstSegment) || longest < shortest) return std::min(size, SEGMENT_BYTES_MAX);
     Random chance(seed, FaultName(EFault::LongFirstSegment));
-    if (chance.OneIn(2)) return longest;
-    return shortest + chance.Below(static_cast<uint32_t>(longest - shortest + 1));
+    const std::size_t drawn = shortest + chance.Below(static_cast<uint32_t>(longest - shortest + 1));
+    const std::size_t end = chance.OneIn(2) ? longest : drawn;
+    // Whole headers behind the second message, too.
+    const bool isInHeader = steps == 2 && end > 2 * size && end < 2 * size + sizeof(mdqp_t);
+    return isInHeader ? 2 * size : end;
 }
 
 /// A segment is full, or ends where the server flushed. One that would end inside a message's header ends before it:

@@ -22,6 +22,7 @@ constexpr uint32_t UNKNOWN_ONE_IN = 8;     // instruments
 constexpr uint32_t STRAY_ONE_IN = 16;      // instruments
 constexpr uint32_t ABSENT_ONE_IN = 10;     // instruments
 constexpr uint32_t LYING_ONE_IN = 2;       // messages
+constexpr uint32_t REPEATED_ONE_IN = 4;    // price levels
 constexpr uint32_t TAIL_ONE_IN = 2;        // messages
 constexpr uint32_t TAIL_BYTES_MAX = 12;
 constexpr uint16_t UNKNOWN_FIELD_FIRST = 0x0201;
@@ -30,8 +31,12 @@ constexpr uint32_t UNKNOWN_BYTES_MAX = 40;
 constexpr int32_t UNKNOWN_TOPIC = -1;
 constexpr std::size_t NO_INSTRUMENT = SIZE_MAX;
 
-void WriteSide(MdqpWriter& writer, int32_t instNo, char direction, const BookSide& side) {
+void WriteSide(MdqpWriter& writer, int32_t instNo, char direction, const BookSide& side, Random* repeats) {
     for (int32_t level = 0; level < BOOK_LEVELS && side.price[level] != 0; ++level) {
+        if (repeats != nullptr && repeats->OneIn(REPEATED_ONE_IN)) {
+            const auto other = static_cast<int32_t>(1 + repeats->Below(1000));
+            writer.PriceDetail(instNo, direction, Yuan(side.price[level]), other);
+        }
         writer.PriceDetail(instNo, direction, Yuan(side.price[level]), static_cast<int32_t>(side.volume[level]));
     }
 }
@@ -133,7 +138,8 @@ struct SnapshotFaults {
           sizes(seed, FaultName(EFault::WrongFieldSize)),
           spoiling(seed, "spoiled book"),
           wrongBook(seed, FaultName(EFault::WrongBook)),
-          tails(seed, FaultName(EFault::TailField)) {}
+          tails(seed, FaultName(EFault::TailField)),
+          repeats(seed, FaultName(EFault::RepeatedLevel)) {}
 
     const Faults& faults;
     Random unknown;
@@ -142,6 +148,7 @@ struct SnapshotFaults {
     Random spoiling;
     Random wrongBook;
     Random tails;
+    Random repeats;
     std::size_t spoiled = NO_INSTRUMENT;
 };
 
@@ -175,9 +182,13 @@ void WriteRecords(MdqpWriter& writer, const Listed& listed, std::size_t index, i
     if (index == wrong.spoiled && wrong.faults.Has(EFault::WrongBook)) {
         WriteWrongBook(listed.instruments[index], book, deal, wrong.wrongBook);
     }
+    if (listed.instruments[index].kind == InstrumentKind::Tas && wrong.faults.Has(EFault::SettlementLimits)) {
+        deal.upper_limit_price = Yuan(listed.instruments[index].lowerLimit - 1);
+    }
     writer.InstInfo(info).DealInfo(deal);
-    WriteSide(writer, instNo, '0', book.bids);
-    WriteSide(writer, instNo, '1', book.asks);
+    Random* repeats = wrong.faults.Has(EFault::RepeatedLevel) ? &wrong.repeats : nullptr;
+    WriteSide(writer, instNo, '0', book.bids, repeats);
+    WriteSide(writer, instNo, '1', book.asks, repeats);
     writer.OrderStatistics(StatisticsOf(instNo, book));
 }
 

@@ -42,6 +42,7 @@ void SnapshotReckoning::OnBringUp() {
 
 SnapshotReckoning::EOutcome SnapshotReckoning::OnFrame(const uint8_t* frame) {
     m_told.clear();
+    m_dropped = {};
     m_isUsedAndCleared = false;
     EOutcome outcome = EOutcome::GoesOn;
     const uint32_t wanted = (m_plan.hasShfe ? 1U << SHFE_2PS : 0) | (m_plan.hasIne ? 1U << INE_2PS : 0);
@@ -72,13 +73,23 @@ SnapshotReckoning::EOutcome SnapshotReckoning::OnFrame(const uint8_t* frame) {
         connection.fromIp = fromIp;
         connection.toIp = toIp;
         connection.expected = seq + length;
-        if (Begin(port, connection, payload, length)) Parse(port, connection, SizeOf(payload));
-    } else if (connection.fromIp == fromIp && connection.toIp == toIp) {
+        if (Begin(port, connection, payload, length)) {
+            Parse(port, connection, SizeOf(payload));
+        } else {
+            ++m_dropped.refused;
+        }
+    } else if (connection.fromIp != fromIp || connection.toIp != toIp) {
+        ++m_dropped.otherHost;
+    } else {
         if (seq == connection.expected) {
             connection.expected += length;
             Deliver(port, connection, payload, length);
             Drain(port, connection);
-        } else if (seq > connection.expected && length > 0) {
+        } else if (seq < connection.expected) {
+            ++m_dropped.repeated;
+        } else if (length == 0) {
+            ++m_dropped.earlyEmpty;
+        } else {
             Keep(connection, seq, payload, length);
         }
     }
@@ -137,7 +148,10 @@ void SnapshotReckoning::Deliver(uint16_t port, Connection& connection, const uin
 void SnapshotReckoning::Keep(Connection& connection, uint32_t seq, const uint8_t* payload, uint32_t length) {
     std::vector<Segment>& early = connection.early;
     if (!early.empty() && connection.stored >= EARLY_MAX) return Clear();
-    if (!early.empty() && early.front().seq == seq) return;
+    if (!early.empty() && early.front().seq == seq) {
+        ++m_dropped.repeated;
+        return;
+    }
     const auto at = std::find_if(early.begin(), early.end(), [=](const Segment& kept) { return kept.seq >= seq; });
     early.insert(at, {seq, {payload, payload + length}});
     ++connection.stored;
@@ -148,7 +162,10 @@ void SnapshotReckoning::Drain(uint16_t port, Connection& connection) {
         const Segment segment = std::move(connection.early.front());
         connection.early.erase(connection.early.begin());
         if (connection.early.empty()) connection.stored = 0;
-        if (segment.seq < connection.expected) continue;
+        if (segment.seq < connection.expected) {
+            ++m_dropped.repeated;
+            continue;
+        }
         const auto length = static_cast<uint32_t>(segment.payload.size());
         const bool isLost = connection.kept.empty() && (length < 2 || !IsMessage(segment.payload.data()));
         connection.expected += length;

@@ -19,6 +19,16 @@ class SnapshotReckoning {
 public:
     enum class EOutcome : uint8_t { GoesOn, Used, Refused };
 
+    /// What the last frame makes the receiver drop.
+    struct Dropped {
+        uint64_t otherHost = 0;
+        uint64_t repeated = 0;
+        uint64_t earlyEmpty = 0;
+        uint64_t refused = 0;
+        bool operator==(const Dropped&) const = default;
+    };
+    const Dropped& LastDropped() const { return m_dropped; }
+
     explicit SnapshotReckoning(const Plan& plan) : m_plan(plan) {}
 
     void OnBringUp();
@@ -72,6 +82,7 @@ private:
     SnapshotContents m_contents;
     std::set<std::pair<int32_t, int32_t>> m_insane;
     std::vector<SnapshotContents::Told> m_told;
+    Dropped m_dropped;
 };
 
 }  // namespace simulation

@@ -25,6 +25,7 @@ bool IsSane(const SInstTableType& slot);
 
 /// What differs between a slot and the exchange's state; empty when nothing does. Update times are not compared: a
 /// snapshot does not carry them in the form that live updates do.
-std::string Difference(const SInstTableType& slot, const exchange::Instrument& instrument, const VexaShfeMdType& truth);
+std::string Difference(const SInstTableType& slot, const exchange::Instrument& instrument, const VexaShfeMdType& truth,
+                       bool hasTrueLimits);
 
 }  // namespace simulation

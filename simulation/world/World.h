@@ -119,6 +119,7 @@ private:
     void CheckIndexFile();
     void TellTables();
     void LeaveStaleWords();
+    bool IsSubscribed(EMDQPDataType feed, int32_t instNo) const;
     void RequireRightEnd(bool hasRunOut);
     bool OnEvent(int32_t channel, const U50Event& event);
     ECounted Expect(int32_t channel, const unsigned char* data, unsigned int length);
@@ -129,6 +130,7 @@ private:
     void Deliver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user);
     void Reckon(const unsigned char* frame);
     void CheckReckoning(uint64_t failedBefore);
+    void CheckDropped(const CCounters& before);
     void WatchSnapshot();
     bool IsEnabled(EMDQPDataType feed) const;
     uint8_t EnabledFeeds() const {

@@ -259,7 +259,8 @@ void World::CheckSlot(EMDQPDataType feed, int32_t instNo, bool isEnabled) {
         m_insane.emplace(feed, instNo);
         return;
     }
-    const std::string difference = Difference(slot, instrument, m_truth.Latest(feed, instNo));
+    const bool hasTrueLimits = !m_faults.Has(exchange::EFault::SettlementLimits) || !IsSettlementTrade(instrument.id);
+    const std::string difference = Difference(slot, instrument, m_truth.Latest(feed, instNo), hasTrueLimits);
     if (difference.empty() || m_ledger.Explains(feed, instNo)) return;
     Break(9, difference + " of " + instrument.id + " differs from the snapshot");
 }
@@ -303,12 +304,19 @@ void World::LeaveStaleWords() {
         for (int32_t slot = 0; IsEnabled(listed) && slot < m_truth.ListedEnd(listed); ++slot) {
             const auto channels = static_cast<uint32_t>(random.Next()) & 0xFFFF;
             if (!random.OneIn(3)) continue;
-            const uint32_t word = random.OneIn(4) ? SLOT_IN_USE : SLOT_IN_USE | channels;
+            uint32_t word = random.OneIn(4) ? SLOT_IN_USE : SLOT_IN_USE | channels;
+            // A channel that wants the slot rights the kind; nobody does where none wants it.
+            if (IsSubscribed(static_cast<EMDQPDataType>(feed), slot)) word |= SLOT_TAS;
             m_board.Write(board::FEEDS[feed].table + 1, word);
             m_board.Write(board::FEEDS[feed].table, static_cast<uint32_t>(slot) * board::TABLE_WORDS);
             m_tables.Touch(static_cast<EMDQPDataType>(feed), slot);
         }
     }
+}
+
+bool World::IsSubscribed(EMDQPDataType feed, int32_t instNo) const {
+    if (!IsEnabled(feed) || !m_truth.IsListed(feed, instNo) || m_insane.count({feed, instNo}) != 0) return false;
+    return ControlWord(m_plan, m_truth.Market().Instruments(feed)[static_cast<std::size_t>(instNo)].id) != 0;
 }
 
 void World::CheckSubscriptions() {

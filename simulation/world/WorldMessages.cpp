@@ -64,6 +64,7 @@ void World::OnMessage(int32_t channel, const unsigned char* data, unsigned int l
     HandOver(data, length, handler, user);
     m_order.RequireNothingAnnounced();
     if (wasLoading) CheckReckoning(before[ECounter::PriceCheckFailed]);
+    if (wasLoading && expected == ECounted::Sound && m_reckoning.IsKnown()) CheckDropped(before);
     CheckManager(before, expected);
     if (m_order.Phase() == EPhase::Loading) WatchSnapshot();
 }
@@ -126,9 +127,26 @@ void World::HandOver(const unsigned char* data, unsigned int length, VexaBoardMe
     handler(data, length, user);
 }
 
+void World::CheckDropped(const CCounters& before) {
+    const CCounters& now = m_manager->Counters();
+    const auto moved = [&](ECounter counter) { return now[counter] - before[counter]; };
+    const SnapshotReckoning::Dropped dropped{moved(ECounter::SegmentOtherHost), moved(ECounter::SegmentRepeated),
+                                             moved(ECounter::SegmentEarlyDropped), moved(ECounter::SegmentRefused)};
+    const SnapshotReckoning::Dropped& due = m_reckoning.LastDropped();
+    Require(dropped == due, 15, [&] {
+        const auto text = [](const SnapshotReckoning::Dropped& some) {
+            return std::to_string(some.otherHost) + " of another host, " + std::to_string(some.repeated) +
+                   " repeated, " + std::to_string(some.earlyEmpty) + " early and empty, " +
+                   std::to_string(some.refused) + " refused";
+        };
+        return "dropped were " + text(dropped) + "; not " + text(due);
+    });
+}
+
 void World::CheckManager(const CCounters& before, ECounted expected) {
-    Require(IsCountedOnce(before, m_manager->Counters(), expected) && !m_canary.Lies(15), 15,
-            [&] { return std::string("not counted as ") + CountedName(expected); });
+    Require(IsCountedOnce(before, m_manager->Counters(), expected) && !m_canary.Lies(15), 15, [&] {
+        return "not counted as " + std::string(CountedName(expected)) + ":" + Moved(before, m_manager->Counters());
+    });
     const char* inconsistency = m_canary.Lies(12) ? "nothing, really" : m_manager->Inconsistency();
     Require(inconsistency == nullptr, 12, [&] { return std::string(inconsistency); });
 }

@@ -171,7 +171,7 @@ class Silent : public testing::TestWithParam<std::string> {};
 INSTANTIATE_TEST_SUITE_P(EachOne, Silent,
                          testing::Values("reorder", "drop", "split-small", "split-headers", "long-first-segment",
                                          "wrong-field-size", "absent-values", "sequence-wrap", "reset-without-ack",
-                                         "tail-field", "same-port"),
+                                         "tail-field", "repeated-level", "settlement-limits", "same-port"),
                          [](const testing::TestParamInfo<std::string>& name) {
                              std::string text = name.param;
                              std::replace(text.begin(), text.end(), '-', '_');

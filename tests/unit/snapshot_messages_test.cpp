@@ -256,6 +256,17 @@ TEST_F(SyntheticSnapshot, WrongBooksHaveEveryDepthAndAreWrongByAUnitOrATick) {
                                              "crossed by a tick", "crossed by a unit", "met"}));
 }
 
+TEST_F(SyntheticSnapshot, SettlementLimitsAreImpossibleAndTheOthersTrue) {
+    const Receiver receiver(market.SnapshotMessages(SHFE_2PS, Only(EFault::SettlementLimits)));
+    int impossible = 0;
+    for (const auto& [instNo, seen] : receiver.Instruments()) {
+        const bool isTas = market.Instruments(SHFE_2PS)[static_cast<std::size_t>(instNo)].kind == InstrumentKind::Tas;
+        EXPECT_EQ(seen.deal.upper_limit_price < seen.deal.lower_limit_price, isTas) << instNo;
+        impossible += isTas ? 1 : 0;
+    }
+    EXPECT_GT(impossible, 3);
+}
+
 TEST_F(SyntheticSnapshot, ListsChangeWithTheirNumberAndKeepTheFirst) {
     std::set<std::size_t> sizes;
     for (uint64_t number = 1; number <= 20; ++number) {

@@ -242,9 +242,14 @@ Messages WriteMessages(MdqpWriter first, const Listed& listed, SnapshotFaults& w
     Messages messages;
     const std::size_t total = listed.instruments.size();
     std::size_t next = 0;
+    // A list that changes need not begin with its lowest number. The first message always holds an instrument: without
+    // one it is too short to begin a connection.
+    std::size_t start = wrong.faults.Has(EFault::ChangingList) ? cuts.Below(static_cast<uint32_t>(total)) : 0;
+    while (!listed.isListed[start]) start = (start + 1) % total;
     const auto write = [&](MdqpWriter& writer, std::size_t count) {
         for (; count > 0 && next < total; --count, ++next) {
-            if (listed.isListed[next]) WriteInstrument(writer, listed, next, wrong);
+            const std::size_t index = (start + next) % total;
+            if (listed.isListed[index]) WriteInstrument(writer, listed, index, wrong);
         }
         const bool isLying = wrong.faults.Has(EFault::WrongFieldSize) && wrong.sizes.OneIn(LYING_ONE_IN);
         if (isLying) {

@@ -102,8 +102,9 @@ exchange::SnapshotConnection SnapshotService::MakeConnection(const Request& requ
     const uint32_t before = m_connects - 1;
     const bool isShfe = request.feed == SHFE_2PS || request.feed == SHFE_4PS;
     // A port that a feed was given up on still stands for that feed: segments of a connection without a topic, which
-    // belong to nobody, would be taken for its messages.
-    const bool isSamePort = faults.Has(exchange::EFault::SamePort) && !faults.Has(exchange::EFault::WrongTopic);
+    // belong to nobody, would be taken for its messages. And a connection that gave way to a second one is still open.
+    const bool isSamePort = faults.Has(exchange::EFault::SamePort) && !faults.Has(exchange::EFault::WrongTopic) &&
+                            !m_options.faults.Has(exchange::EFault::SecondConnection);
     const exchange::TcpEndpoints endpoints{isShfe ? SHFE_SERVER_IP : INE_SERVER_IP, request.hostIp,
                                            isShfe ? m_options.shfeSnapPort : m_options.ineSnapPort,
                                            LocalPort(request.hostPort + portOffset, isSamePort ? 0 : before)};

@@ -164,7 +164,7 @@ Plan MakePlan(uint64_t seed, const PlanWish& wish) {
     Random sizes(seed, "sizes");
     const bool isFull = sizes.OneIn(FULL_SIZE_ONE_IN);
     plan.shfeInstruments = isFull ? FULL_SHFE : sizes.Between(1, 16);
-    plan.ineInstruments = isFull ? FULL_INE : sizes.Between(1, 10);
+    plan.ineInstruments = isFull ? FULL_INE : sizes.Between(1, sizes.OneIn(4) ? 16 : 8);
     plan.faults = FaultsOf(wish.faults, seed);
     Random configuration(seed, "configuration");
     PlanConfiguration(plan, configuration);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cfloat>
+#include <cmath>
 #include <cstring>
 
 #include "simulation/rules/BoardMap.h"
@@ -24,7 +25,7 @@ T At(const uint8_t* bytes, std::size_t offset) {
 }
 
 /// 0 where there is no such value.
-int64_t Cents(double yuan) { return yuan >= DBL_MAX ? 0 : static_cast<int64_t>(yuan * 100.0 + 0.5); }
+int64_t Cents(double yuan) { return yuan >= DBL_MAX ? 0 : static_cast<int64_t>(std::trunc(yuan * 100.0 + 0.5)); }
 int32_t Price(const uint8_t* data, std::size_t offset) { return static_cast<int32_t>(Cents(At<double>(data, offset))); }
 
 /// Where the number of the instrument lies in a record, and how long that is.
@@ -98,7 +99,7 @@ void SnapshotContents::PutDeal(SInstTableType& slot, const uint8_t* data) {
     slot.last_price = Price(data, 4);
     slot.volume = At<uint32_t>(data, 12);
     slot.turnover = static_cast<uint64_t>(Cents(At<double>(data, 16)));
-    slot.open_interest = static_cast<uint64_t>(At<double>(data, 24) + 0.5);
+    slot.open_interest = static_cast<uint64_t>(std::trunc(At<double>(data, 24) + 0.5));
     slot.high_price = Price(data, 32);
     slot.low_price = Price(data, 40);
     slot.upper_limit_price = Price(data, 72);

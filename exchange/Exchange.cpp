@@ -14,6 +14,7 @@ constexpr uint32_t OPENING_TIME_MS = 9 * 3600 * 1000;
 constexpr uint32_t DAY_MS = 24 * 3600 * 1000;
 constexpr uint32_t MAX_GAP_MS = 9;  // between two updates of the whole exchange
 constexpr uint32_t FIRST_CHANGE_NO = 1;
+constexpr uint32_t UNLISTED_ONE_IN = 6;  // instruments of a list that changes
 
 void TellDeal(const Book& book, LiveUpdate& update) {
     update.hasDeal = true;
@@ -93,6 +94,19 @@ VexaShfeMdType EmptyRecord(const Instrument& instrument) {
     return record;
 }
 
+constexpr uint32_t NARROW_ONE_IN = 3;
+constexpr int32_t NARROW_TICKS_MIN = 4;  // room for the widest spread
+constexpr int32_t NARROW_TICKS_MAX = 8;
+
+void NarrowLimits(std::vector<Instrument>& instruments, Random random) {
+    for (Instrument& instrument : instruments) {
+        const int32_t reach = random.Between(NARROW_TICKS_MIN, NARROW_TICKS_MAX) * instrument.priceTick;
+        if (!random.OneIn(NARROW_ONE_IN)) continue;
+        instrument.upperLimit = std::min(instrument.upperLimit, instrument.codecPrice + reach);
+        instrument.lowerLimit = std::max(instrument.lowerLimit, instrument.codecPrice - reach);
+    }
+}
+
 ExchangeOptions Checked(ExchangeOptions options) {
     options.shfeInstruments = std::clamp(options.shfeInstruments, 1, SHFE_INST_CAPACITY);
     options.ineInstruments = std::clamp(options.ineInstruments, 1, INE_INST_CAPACITY);
@@ -113,7 +127,9 @@ void Exchange::OpenFeed(EMDQPDataType feed, int32_t topicId, std::vector<Instrum
     Feed& opened = m_feeds[static_cast<std::size_t>(feed)];
     Random random(m_options.seed, feed == SHFE_2PS ? "shfe books" : "ine books");
     opened.topicId = topicId;
+    if (m_options.hasNarrowLimits) NarrowLimits(instruments, Random(m_options.seed * FEED_COUNT + feed, "limits"));
     opened.instruments = std::move(instruments);
+    opened.isListed.assign(opened.instruments.size(), true);
     opened.books.reserve(opened.instruments.size());
     opened.truth.reserve(opened.instruments.size());
     for (const Instrument& instrument : opened.instruments) {
@@ -141,11 +157,42 @@ const VexaShfeMdType& Exchange::Truth(EMDQPDataType feed, int32_t instNo) const 
     return index < truth.size() ? truth[index] : NOTHING;
 }
 
+// One that is not listed gives way to the next that is.
 LiveUpdate Exchange::Next() {
-    const auto shfe = static_cast<uint32_t>(m_options.shfeInstruments);
-    const uint32_t chosen = m_moves.Below(shfe + static_cast<uint32_t>(m_options.ineInstruments));
-    if (chosen < shfe) return Move(SHFE_2PS, static_cast<int32_t>(chosen));
-    return Move(INE_2PS, static_cast<int32_t>(chosen - shfe));
+    const int32_t shfe = m_options.shfeInstruments;
+    const int32_t all = shfe + m_options.ineInstruments;
+    auto chosen = static_cast<int32_t>(m_moves.Below(static_cast<uint32_t>(all)));
+    const auto feedOf = [=](int32_t position) { return position < shfe ? SHFE_2PS : INE_2PS; };
+    const auto instNoOf = [=](int32_t position) { return position < shfe ? position : position - shfe; };
+    while (!IsListed(feedOf(chosen), instNoOf(chosen))) chosen = (chosen + 1) % all;
+    return Move(feedOf(chosen), instNoOf(chosen));
+}
+
+// ---- the list -------------------------------------------------------------------------------------------------------
+
+void Exchange::Relist(uint64_t number) {
+    for (const EMDQPDataType feed : {SHFE_2PS, INE_2PS}) {
+        std::vector<bool>& isListed = m_feeds[static_cast<std::size_t>(feed)].isListed;
+        Random chance((m_options.seed + number) * FEED_COUNT + feed, FaultName(EFault::ChangingList));
+        const bool isShorter = chance.OneIn(2);
+        const uint32_t end = 1 + chance.Below(static_cast<uint32_t>(isListed.size()));
+        for (uint32_t instNo = 1; instNo < isListed.size(); ++instNo) {
+            const bool isGap = chance.OneIn(UNLISTED_ONE_IN);
+            isListed[instNo] = number == 0 || (!isGap && !(isShorter && instNo >= end));
+        }
+    }
+}
+
+bool Exchange::IsListed(EMDQPDataType feed, int32_t instNo) const {
+    const std::vector<bool>& isListed = FeedOf(feed).isListed;
+    const auto index = static_cast<std::size_t>(instNo);
+    return index < isListed.size() && isListed[index];
+}
+
+int32_t Exchange::ListedEnd(EMDQPDataType feed) const {
+    auto end = static_cast<int32_t>(FeedOf(feed).isListed.size());
+    while (end > 0 && !IsListed(feed, end - 1)) --end;
+    return end;
 }
 
 LiveUpdate Exchange::Move(EMDQPDataType feed, int32_t instNo) {

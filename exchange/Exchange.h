@@ -20,7 +20,10 @@ struct ExchangeOptions {
     int32_t ineInstruments = 200;   ///< at most 4096
     int32_t shfeTopicId = 1000;
     int32_t ineTopicId = 5000;
+    int32_t shfe4psTopicId = 1101;  ///< of the feeds that list nothing
+    int32_t ine4psTopicId = 5101;
     int32_t tradingDay = 20260430;  ///< yyyymmdd
+    bool hasNarrowLimits = false;   ///< a third of the instruments: so that books lie at their limits
 };
 
 /// What one multicast update tells the board: only what changed. The board lays it over its own table.
@@ -55,6 +58,12 @@ public:
 
     const ExchangeOptions& Options() const { return m_options; }
 
+    /// From now on some instruments are not listed: they do not move and no snapshot tells of them. Which ones depends
+    /// on `number`; with 0 all are. The first one always is.
+    void Relist(uint64_t number);
+    bool IsListed(EMDQPDataType feed, int32_t instNo) const;
+    int32_t ListedEnd(EMDQPDataType feed) const;  ///< one past the last that is listed
+
     /// SHFE_2PS and INE_2PS have instruments; the 4ps feeds have none.
     const std::vector<Instrument>& Instruments(EMDQPDataType feed) const;
 
@@ -62,7 +71,7 @@ public:
     /// last_tick_flag, reverse) are zero here.
     const VexaShfeMdType& Truth(EMDQPDataType feed, int32_t instNo) const;
 
-    /// Moves one instrument, chosen at random, and tells what changed.
+    /// Moves one instrument of those listed, chosen at random, and tells what changed.
     LiveUpdate Next();
 
     /// Moves this instrument. Nothing moves, and change number 0 comes back, where there is no such instrument.
@@ -73,18 +82,23 @@ public:
     /// absent-values changes the truth with them, the others do not.
     std::vector<std::vector<uint8_t>> SnapshotMessages(EMDQPDataType feed, const Faults& faults = {});
 
+    /// The same instruments under the topic of the 4ps feed beside this one.
+    std::vector<std::vector<uint8_t>> UnaskedMessages(EMDQPDataType feed);
+
 private:
     struct Feed {
         int32_t topicId = 0;
         std::vector<Instrument> instruments;
         std::vector<Book> books;
         std::vector<VexaShfeMdType> truth;
+        std::vector<bool> isListed;
         int32_t packetNo = 0;  ///< multicast packets so far
         int32_t snapNo = 0;    ///< snapshots so far
     };
 
     void OpenFeed(EMDQPDataType feed, int32_t topicId, std::vector<Instrument> instruments);
     const Feed& FeedOf(EMDQPDataType feed) const;
+    std::vector<std::vector<uint8_t>> MessagesOf(EMDQPDataType feed, const Faults& faults, int32_t topic);
     void ForgetSomePrices(EMDQPDataType feed);
     void AdvanceTime();
     void Stamp(LiveUpdate& update, uint32_t changeNo) const;

@@ -25,15 +25,19 @@ std::size_t SizeOf(const Messages& messages) {
 }
 
 /// The first message alone, as far as it goes. What a long first segment brings behind it is shorter than the first
-/// message: receivers step through the first segment by the size of that.
+/// message, but for a second one of the same size: receivers step through the first segment by the size of the first.
 std::size_t FirstEnd(const Messages& messages, const Faults& faults, uint64_t seed) {
     const std::size_t size = messages.front().size();
-    const std::size_t longest = std::min({SizeOf(messages), SEGMENT_BYTES_MAX, 2 * size - 1});
+    const std::size_t steps = messages.size() > 1 && messages[1].size() == size ? 2 : 1;
+    const std::size_t longest = std::min({SizeOf(messages), SEGMENT_BYTES_MAX, (steps + 1) * size - 1});
     const std::size_t shortest = size + sizeof(mdqp_t);
     if (!faults.Has(EFault::LongFirstSegment) || longest < shortest) return std::min(size, SEGMENT_BYTES_MAX);
     Random chance(seed, FaultName(EFault::LongFirstSegment));
-    if (chance.OneIn(2)) return longest;
-    return shortest + chance.Below(static_cast<uint32_t>(longest - shortest + 1));
+    const std::size_t drawn = shortest + chance.Below(static_cast<uint32_t>(longest - shortest + 1));
+    const std::size_t end = chance.OneIn(2) ? longest : drawn;
+    // Whole headers behind the second message, too.
+    const bool isInHeader = steps == 2 && end > 2 * size && end < 2 * size + sizeof(mdqp_t);
+    return isInHeader ? 2 * size : end;
 }
 
 /// A segment is full, or ends where the server flushed. One that would end inside a message's header ends before it:

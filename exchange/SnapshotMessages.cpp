@@ -2,11 +2,14 @@
 // price level behind any other field, and at the start of each message. So what does not belong there stands in front
 // of an instrument, and never ends in a price level.
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <limits>
 #include <utility>
 
 #include "exchange/Exchange.h"
 #include "exchange/MdqpWriter.h"
+#include "exchange/Segments.h"
 #include "exchange/SnapshotRecords.h"
 
 namespace exchange {
@@ -19,14 +22,21 @@ constexpr uint32_t UNKNOWN_ONE_IN = 8;     // instruments
 constexpr uint32_t STRAY_ONE_IN = 16;      // instruments
 constexpr uint32_t ABSENT_ONE_IN = 10;     // instruments
 constexpr uint32_t LYING_ONE_IN = 2;       // messages
+constexpr uint32_t REPEATED_ONE_IN = 4;    // price levels
+constexpr uint32_t TAIL_ONE_IN = 2;        // messages
+constexpr uint32_t TAIL_BYTES_MAX = 12;
 constexpr uint16_t UNKNOWN_FIELD_FIRST = 0x0201;
 constexpr uint32_t UNKNOWN_FIELDS = 64;
 constexpr uint32_t UNKNOWN_BYTES_MAX = 40;
-constexpr int16_t UNKNOWN_TOPIC = -1;
+constexpr int32_t UNKNOWN_TOPIC = -1;
 constexpr std::size_t NO_INSTRUMENT = SIZE_MAX;
 
-void WriteSide(MdqpWriter& writer, int32_t instNo, char direction, const BookSide& side) {
+void WriteSide(MdqpWriter& writer, int32_t instNo, char direction, const BookSide& side, Random* repeats) {
     for (int32_t level = 0; level < BOOK_LEVELS && side.price[level] != 0; ++level) {
+        if (repeats != nullptr && repeats->OneIn(REPEATED_ONE_IN)) {
+            const auto other = static_cast<int32_t>(1 + repeats->Below(1000));
+            writer.PriceDetail(instNo, direction, Yuan(side.price[level]), other);
+        }
         writer.PriceDetail(instNo, direction, Yuan(side.price[level]), static_cast<int32_t>(side.volume[level]));
     }
 }
@@ -37,12 +47,13 @@ std::size_t InstrumentsInMessage(Random& random) {
 }
 
 /// A future with orders on both sides. The first instrument is one, so there always is one.
-std::size_t FutureToSpoil(const std::vector<Instrument>& instruments, const std::vector<Book>& books, Random random) {
+std::size_t FutureToSpoil(const std::vector<Instrument>& instruments, const std::vector<bool>& isListed,
+                          const std::vector<Book>& books, Random random) {
     const std::size_t start = random.Below(static_cast<uint32_t>(instruments.size()));
     for (std::size_t i = 0; i < instruments.size(); ++i) {
         const std::size_t index = (start + i) % instruments.size();
         const Book& book = books[index];
-        const bool isQuoted = book.bids.price[0] != 0 && book.asks.price[0] != 0;
+        const bool isQuoted = isListed[index] && book.bids.price[0] != 0 && book.asks.price[0] != 0;
         if (instruments[index].kind == InstrumentKind::Future && isQuoted) return index;
     }
     return NO_INSTRUMENT;
@@ -53,6 +64,38 @@ void RaiseLastAsk(const Instrument& instrument, Book& book) {
     int32_t last = BOOK_LEVELS - 1;
     while (last > 0 && book.asks.price[last] == 0) --last;
     book.asks.price[last] = instrument.upperLimit + instrument.priceTick;
+}
+
+/// Any instrument whose book receivers look at.
+std::size_t InstrumentToSpoil(const std::vector<Instrument>& instruments, const std::vector<bool>& isListed,
+                              Random random) {
+    const std::size_t start = random.Below(static_cast<uint32_t>(instruments.size()));
+    for (std::size_t i = 0; i < instruments.size(); ++i) {
+        const std::size_t index = (start + i) % instruments.size();
+        if (isListed[index] && instruments[index].kind != InstrumentKind::Tas) return index;
+    }
+    return NO_INSTRUMENT;
+}
+
+/// A book of drawn depth, every level a tick from the next, and limits exactly at its ends; then one thing about it is
+/// wrong by a unit or a tick: best bid and ask meet or have passed each other, or the ends lie outside the limits.
+void WriteWrongBook(const Instrument& instrument, Book& book, deal_info_t& deal, Random& random) {
+    const int32_t tick = instrument.priceTick;
+    auto asks = static_cast<int32_t>(random.Below(BOOK_LEVELS + 1));
+    const auto bids = static_cast<int32_t>(random.Below(BOOK_LEVELS + 1));
+    if (asks + bids == 0) asks = 1;
+    const int32_t by = random.OneIn(2) ? 1 : tick;
+    const uint32_t kind = random.Below(asks > 0 && bids > 0 ? 4 : 2);
+    const int32_t down = kind == 2 ? tick : kind == 3 ? tick + by : 0;  // the asks
+    for (int32_t level = 0; level < BOOK_LEVELS; ++level) {
+        book.bids.price[level] = level < bids ? instrument.codecPrice - level * tick : 0;
+        book.asks.price[level] = level < asks ? instrument.codecPrice + (level + 1) * tick - down : 0;
+        book.bids.volume[level] = book.asks.volume[level] = static_cast<uint32_t>(level + 1);
+    }
+    const int32_t highest = asks > 0 ? book.asks.price[asks - 1] : book.bids.price[0];
+    const int32_t lowest = bids > 0 ? book.bids.price[bids - 1] : book.asks.price[0];
+    deal.upper_limit_price = Yuan(std::max(highest, lowest) - (kind == 0 ? by : 0));
+    deal.lower_limit_price = Yuan(std::min(highest, lowest) + (kind == 1 ? by : 0));
 }
 
 /// A number that no table holds: below zero or behind its end.
@@ -93,13 +136,19 @@ struct SnapshotFaults {
           unknown(seed, FaultName(EFault::UnknownField)),
           stray(seed, FaultName(EFault::InstrumentOutOfRange)),
           sizes(seed, FaultName(EFault::WrongFieldSize)),
-          spoiling(seed, "spoiled book") {}
+          spoiling(seed, "spoiled book"),
+          wrongBook(seed, FaultName(EFault::WrongBook)),
+          tails(seed, FaultName(EFault::TailField)),
+          repeats(seed, FaultName(EFault::RepeatedLevel)) {}
 
     const Faults& faults;
     Random unknown;
     Random stray;
     Random sizes;
     Random spoiling;
+    Random wrongBook;
+    Random tails;
+    Random repeats;
     std::size_t spoiled = NO_INSTRUMENT;
 };
 
@@ -110,6 +159,7 @@ struct Listed {
     const std::vector<Instrument>& instruments;
     const std::vector<Book>& books;
     const std::vector<VexaShfeMdType>& truth;
+    const std::vector<bool>& isListed;
     int32_t tradingDay;
 };
 
@@ -122,17 +172,23 @@ Book BookToTell(const Listed& listed, std::size_t index, const SnapshotFaults& w
 }
 
 /// The records of `index` under the number `instNo`.
-void WriteRecords(MdqpWriter& writer, const Listed& listed, std::size_t index, int32_t instNo,
-                  const SnapshotFaults& wrong) {
+void WriteRecords(MdqpWriter& writer, const Listed& listed, std::size_t index, int32_t instNo, SnapshotFaults& wrong) {
     inst_info_t info = InfoOf(listed.instruments[index]);
     deal_info_t deal = DealOf(listed.instruments[index], listed.truth[index], listed.tradingDay);
     if (wrong.faults.Has(EFault::AbsentValues)) DeclareAbsent(listed.truth[index], deal);
     info.inst_no = instNo;
     deal.inst_no = instNo;
-    const Book book = BookToTell(listed, index, wrong);
+    Book book = BookToTell(listed, index, wrong);
+    if (index == wrong.spoiled && wrong.faults.Has(EFault::WrongBook)) {
+        WriteWrongBook(listed.instruments[index], book, deal, wrong.wrongBook);
+    }
+    if (listed.instruments[index].kind == InstrumentKind::Tas && wrong.faults.Has(EFault::SettlementLimits)) {
+        deal.upper_limit_price = Yuan(listed.instruments[index].lowerLimit - 1);
+    }
     writer.InstInfo(info).DealInfo(deal);
-    WriteSide(writer, instNo, '0', book.bids);
-    WriteSide(writer, instNo, '1', book.asks);
+    Random* repeats = wrong.faults.Has(EFault::RepeatedLevel) ? &wrong.repeats : nullptr;
+    WriteSide(writer, instNo, '0', book.bids, repeats);
+    WriteSide(writer, instNo, '1', book.asks, repeats);
     writer.OrderStatistics(StatisticsOf(instNo, book));
 }
 
@@ -146,15 +202,60 @@ void WriteInstrument(MdqpWriter& writer, const Listed& listed, std::size_t index
     WriteRecords(writer, listed, index, listed.instruments[index].instNo, wrong);
 }
 
+/// A field that begins 1 to 12 bytes before the message's end; receivers look at those that begin nine before it or
+/// earlier. What it tells is another packet number.
+void WriteTail(MdqpWriter& writer, Random& random) {
+    const uint32_t distance = 1 + random.Below(TAIL_BYTES_MAX);
+    const auto packetNo = static_cast<int32_t>(random.Below(1U << 30));
+    uint8_t bytes[TAIL_BYTES_MAX] = {};
+    const auto size = static_cast<uint16_t>(distance < sizeof(field_t) ? 0 : distance - sizeof(field_t));
+    const field_t header{mdqp::FIELD_PACKET_NO, size};
+    std::memcpy(bytes, &header, sizeof header);
+    if (distance >= sizeof header + sizeof packetNo) std::memcpy(bytes + sizeof header, &packetNo, sizeof packetNo);
+    writer.RawBytes(bytes, distance);
+}
+
+/// An unknown field behind the others makes the message as long as `size`, where there is room for one.
+void PadTo(std::vector<uint8_t>& message, std::size_t size) {
+    if (message.size() + sizeof(field_t) > size) return;
+    const field_t header{UNKNOWN_FIELD_FIRST, static_cast<uint16_t>(size - message.size() - sizeof(field_t))};
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&header);
+    message.insert(message.end(), bytes, bytes + sizeof header);
+    message.resize(size);
+    const auto length = static_cast<uint16_t>(size - sizeof(mdqp_t));
+    std::memcpy(message.data() + offsetof(mdqp_t, length), &length, sizeof length);
+}
+
+/// The first two messages become equally long, so that a first segment may hold both and go on.
+void EqualizeFirst(Messages& messages, const Faults& faults, uint64_t seed) {
+    const bool isTailFree = !faults.Has(EFault::WrongFieldSize) && !faults.Has(EFault::TailField);
+    if (!faults.Has(EFault::LongFirstSegment) || !isTailFree || messages.size() < 2) return;
+    if (!Random(seed, "equal messages").OneIn(2)) return;
+    const std::size_t longer = std::max(messages[0].size(), messages[1].size());
+    if (2 * longer > SEGMENT_BYTES_MAX) return;
+    PadTo(messages[0], longer);
+    PadTo(messages[1], longer);
+}
+
 /// The messages behind the first one's identification, cut at instruments by `cuts`.
 Messages WriteMessages(MdqpWriter first, const Listed& listed, SnapshotFaults& wrong, Random& cuts) {
     Messages messages;
     const std::size_t total = listed.instruments.size();
     std::size_t next = 0;
+    // A list that changes need not begin with its lowest number. The first message always holds an instrument: without
+    // one it is too short to begin a connection.
+    std::size_t start = wrong.faults.Has(EFault::ChangingList) ? cuts.Below(static_cast<uint32_t>(total)) : 0;
+    while (!listed.isListed[start]) start = (start + 1) % total;
     const auto write = [&](MdqpWriter& writer, std::size_t count) {
-        for (; count > 0 && next < total; --count, ++next) WriteInstrument(writer, listed, next, wrong);
-        if (wrong.faults.Has(EFault::WrongFieldSize) && wrong.sizes.OneIn(LYING_ONE_IN)) {
+        for (; count > 0 && next < total; --count, ++next) {
+            const std::size_t index = (start + next) % total;
+            if (listed.isListed[index]) WriteInstrument(writer, listed, index, wrong);
+        }
+        const bool isLying = wrong.faults.Has(EFault::WrongFieldSize) && wrong.sizes.OneIn(LYING_ONE_IN);
+        if (isLying) {
             writer.WithLastFieldClaiming(WrongSize(wrong.sizes));
+        } else if (wrong.faults.Has(EFault::TailField) && wrong.tails.OneIn(TAIL_ONE_IN)) {
+            WriteTail(writer, wrong.tails);
         }
         messages.push_back(writer.Bytes());
     };
@@ -173,6 +274,14 @@ Messages WriteMessages(MdqpWriter first, const Listed& listed, SnapshotFaults& w
 // ---- a feed ---------------------------------------------------------------------------------------------------------
 
 Messages Exchange::SnapshotMessages(EMDQPDataType feed, const Faults& faults) {
+    return MessagesOf(feed, faults, faults.Has(EFault::WrongTopic) ? UNKNOWN_TOPIC : FeedOf(feed).topicId);
+}
+
+Messages Exchange::UnaskedMessages(EMDQPDataType feed) {
+    return MessagesOf(feed, {}, feed == SHFE_2PS ? m_options.shfe4psTopicId : m_options.ine4psTopicId);
+}
+
+Messages Exchange::MessagesOf(EMDQPDataType feed, const Faults& faults, int32_t topic) {
     if (FeedOf(feed).instruments.empty()) return {};
     Feed& told = m_feeds[static_cast<std::size_t>(feed)];
     const uint64_t seed = m_options.seed + static_cast<uint64_t>(++told.snapNo);
@@ -180,12 +289,14 @@ Messages Exchange::SnapshotMessages(EMDQPDataType feed, const Faults& faults) {
     if (faults.Has(EFault::AbsentValues)) ForgetSomePrices(feed);
 
     SnapshotFaults wrong(faults, seed * FEED_COUNT + feed);
-    wrong.spoiled = FutureToSpoil(told.instruments, told.books, wrong.spoiling);
+    wrong.spoiled = faults.Has(EFault::WrongBook)
+                        ? InstrumentToSpoil(told.instruments, told.isListed, wrong.spoiling)
+                        : FutureToSpoil(told.instruments, told.isListed, told.books, wrong.spoiling);
     MdqpWriter first(mdqp::FLAG_MORE);
-    const auto topic = static_cast<int16_t>(told.topicId);
-    first.Snap(faults.Has(EFault::WrongTopic) ? UNKNOWN_TOPIC : topic, told.snapNo).PacketNo(told.packetNo);
-    const Listed listed{feed, told.instruments, told.books, told.truth, m_options.tradingDay};
+    first.Snap(static_cast<int16_t>(topic), told.snapNo).PacketNo(told.packetNo);
+    const Listed listed{feed, told.instruments, told.books, told.truth, told.isListed, m_options.tradingDay};
     Messages messages = WriteMessages(std::move(first), listed, wrong, cuts);
+    EqualizeFirst(messages, faults, seed);
     if (faults.Has(EFault::OversizedMessage)) {
         // Nothing follows: a receiver that has given the connection up would take later messages for its beginning.
         messages.resize(messages.size() / 2);

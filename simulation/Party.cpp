@@ -64,11 +64,15 @@ int32_t Party::Start(bool isPolling, const std::string& remark) {
     }
     const uint64_t bringUps = m_world.Order().BringUps();
     const bool hasAttempts = m_world.Order().Attempts() < m_world.GetPlan().attempts;
-    m_world.BeginCall(m_channel, true);
-    if (m_channel == 0) m_world.Order().OnStart();
+    m_world.BeginCall(m_channel, true, m_shortage.number != 0);
+    if (m_channel == 0) {
+        m_world.SetEnding(IsEnding());
+        m_world.Reached().SetForm(isPolling ? EForm::Polling : EForm::Callback);
+        m_world.OnStart();
+    }
     const int32_t result = CallStart(path.c_str());
     m_isLive = result == 0;
-    m_world.EndCall(m_channel, result != 0);
+    m_world.EndCall(m_channel, result != 0, m_hasRunOut);
     const bool hasBroughtUp = m_world.Order().BringUps() != bringUps;
     if (m_channel == 0 && !hasAttempts && result != 0) {
         m_world.Quirks().Book(EQuirk::AttemptsUsedUp);
@@ -124,11 +128,11 @@ int32_t Party::CallReceive(bool mayBringUp) {
 int32_t Party::Step() {
     const bool wasEnding = IsEnding();
     const bool mayBringUp = MayBringUp();
-    m_world.BeginCall(m_channel, mayBringUp);
+    m_world.BeginCall(m_channel, mayBringUp, mayBringUp && m_shortage.number != 0);
     int32_t result = CallReceive(mayBringUp);
     m_isLive = result != -1;
     if (result == 1 && m_isPolling) m_world.OnRecord(m_channel, m_record);
-    m_world.EndCall(m_channel, result == -1);
+    m_world.EndCall(m_channel, result == -1, m_hasRunOut);
     if (wasEnding && m_world.GetCanary().Lies(22)) result = 0;
     Require(!wasEnding || result == -1, 22, [=] { return "a step returned " + std::to_string(result); });
     if (!wasEnding && m_world.GetCanary().Lies(20)) result = result == 1 ? 0 : 1;
@@ -155,12 +159,14 @@ void Party::CheckResult(int32_t result) {
 void Party::Stop() {
     if (!IsEnding()) m_endedIn = m_world.Order().Phase();
     m_isStopped = true;
+    if (m_channel == 0) m_world.SetEnding(true);
     m_api->VexaStop();
 }
 
 void Party::Signal() {
     if (!IsEnding()) m_endedIn = m_world.Order().Phase();
     m_isSignalled = true;
+    if (m_channel == 0) m_world.SetEnding(true);
     std::raise(SIGTERM);
 }
 

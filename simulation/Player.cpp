@@ -1,5 +1,6 @@
 #include "simulation/Player.h"
 
+#include "simulation/base/Edges.h"
 #include "simulation/rules/Invariants.h"
 
 namespace simulation {
@@ -7,9 +8,7 @@ namespace {
 
 constexpr int EMPTY_STEPS_MAX = 5000;
 constexpr int64_t NANOSECONDS_PER_MINUTE = 60 * NANOSECONDS_PER_SECOND;
-constexpr int64_t DAY = 1'777'507'200 * NANOSECONDS_PER_SECOND;  // 2026-04-30 00:00 UTC
-constexpr int BUSY_MINUTE = 10 * 60 + 45;
-constexpr int QUIET_MINUTE = 15 * 60 + 5;
+constexpr uint64_t DAY_SECONDS = 1'777'507'200;  // 2026-04-30 00:00 UTC
 constexpr const char* NOWHERE = "gone";
 
 /// Thrown through the library's frames, which must not take it for an error of their own.
@@ -23,7 +22,6 @@ void Player::Play() {
     for (const Step& step : m_plan.steps) {
         if (m_plan.isMemoryDead) break;
         m_world.Note(EEvent::Script, 0, static_cast<uint64_t>(step.kind), step.at);
-        m_world.Reached().Note(StepName(step.kind), m_world.Order().Phase());
         Do(step);
     }
     Close();
@@ -78,13 +76,13 @@ void Player::Recover() {
     }
 }
 
-void Player::At(const Step& step, std::function<void()> action) {
-    m_world.SetTrigger({step.phase, step.at, std::move(action)});
+void Player::At(const Step& step, const char* what, std::function<void()> action) {
+    m_world.SetTrigger({step.phase, step.at, what, std::move(action)});
 }
 
 void Player::Lose(const Step& step) {
     if (step.kind == EStep::LoseLater) {
-        At(step, [this, step] { m_world.Lose(static_cast<uint32_t>(step.count)); });
+        At(step, "loss in recovery", [this, step] { m_world.Lose(static_cast<uint32_t>(step.count)); });
     }
     ++m_losses;
     m_world.Lose(static_cast<uint32_t>(step.count));
@@ -92,29 +90,35 @@ void Player::Lose(const Step& step) {
     m_world.SetTrigger({});
 }
 
-void Player::RaiseTimeOut(int minute) {
-    m_world.Clock().SetWall(DAY + minute * NANOSECONDS_PER_MINUTE);
-    Receive(3);
-    m_world.Raise({DMA_EVENT, sizeof(U50Event), 1U << 6, 0, 0, 0, 0, 0});
-    Receive(5);
+// What waits is taken first, so that the event is the next message and no update comes between. One feed has the time,
+// the others are earlier.
+void Player::RaiseTimeOuts() {
+    uint64_t turn = m_plan.seed;
+    for (const TimeCard& card : DealTimes(m_plan.seed)) {
+        while (m_world.Board().HasMessageFor(0) && m_manager->Step() != -1) continue;
+        MakeLive();
+        const uint64_t latest = DAY_SECONDS + static_cast<uint64_t>(card.second);
+        for (uint64_t feed = 0; feed < FEED_COUNT; ++feed) {
+            const uint64_t before = feed == turn % FEED_COUNT ? 0 : 1 + (turn * 7919 + feed * 104729) % 7200;
+            m_world.Board().SetLastUpdate(static_cast<EMDQPDataType>(feed), latest - before);
+        }
+        m_world.Raise({card.name, {DMA_EVENT, sizeof(U50Event), 1U << (6 + 8 * (turn % 4)), 0, 0, 0, 0, 0}});
+        m_manager->Step();
+        if (m_world.Order().IsRecoveryDue()) Recover();
+        ++turn;
+    }
 }
 
 // ---- the script -----------------------------------------------------------------------------------------------------
 
 void Player::Do(const Step& step) {
-    if (step.kind != EStep::StopInStart) MakeLive();
+    MakeLive();
+    m_world.Reached().Note(StepName(step.kind), m_world.Order().Phase());
     switch (step.kind) {
         case EStep::Live: return Receive(step.count);
         case EStep::Lose:
         case EStep::LoseLater: return Lose(step);
-        case EStep::PriceError:
-            m_world.Raise({DMA_EVENT, sizeof(U50Event), 0, 1U << (step.at % 4), 0, 0, 0, 0});
-            return Recover();
-        case EStep::LostCount:
-            m_world.Raise({DMA_EVENT, sizeof(U50Event), 0, 0, 0, 1U << (step.at % 4), 0, 0});
-            return Recover();
-        case EStep::TimeOutOutside: return RaiseTimeOut(BUSY_MINUTE);
-        case EStep::TimeOutInside: return RaiseTimeOut(QUIET_MINUTE);
+        case EStep::TimeOuts: return RaiseTimeOuts();
         case EStep::NewObject:
         case EStep::SkipUnchanged: return NewObject(step.count % 2 == 0, m_remark);
         case EStep::SkipEdited: return NewObject(step.count % 2 == 0, m_remark + "edited ");
@@ -135,12 +139,12 @@ void Player::DoEnding(const Step& step) {
         case EStep::Kill:
         case EStep::KillInRecovery: return Kill(step);
         case EStep::StopInRecovery:
-            At(step, [this] { m_manager->Stop(); });
+            At(step, "stop in recovery", [this] { m_manager->Stop(); });
             m_world.Lose(1);
             Recover();
             break;
         case EStep::Signal:
-            At(step, [this] { m_manager->Signal(); });
+            At(step, step.count % 2 == 0 ? "signal in start" : "signal in recovery", [this] { m_manager->Signal(); });
             if (step.count % 2 == 0) NewObject(m_plan.isPolling, m_remark);
             m_world.Lose(1);
             if (!m_manager->IsEnding()) Recover();
@@ -158,7 +162,7 @@ void Player::DoEnding(const Step& step) {
 // What a process holds goes with it; what it wrote to the board stays.
 void Player::Kill(const Step& step) {
     const bool isInRecovery = step.kind == EStep::KillInRecovery;
-    At(step, [] { throw Killed(); });
+    At(step, isInRecovery ? "kill in recovery" : "kill in start", [] { throw Killed(); });
     try {
         if (isInRecovery) {
             m_world.Lose(1);
@@ -196,9 +200,9 @@ void Player::NewObjectWithoutIndex(const Step& step) {
 // A fresh start of the same object may be stopped again, until its attempts are used up; one of the polling form keeps
 // the stop.
 void Player::StopInStarts(const Step& step) {
-    const auto stopAt = [&] { At(step, [this] { m_manager->Stop(); }); };
+    const auto stopAt = [&] { At(step, "stop in start", [this] { m_manager->Stop(); }); };
     stopAt();
-    NewObject(false, m_remark);
+    NewObject(step.count / 6 % 2 == 0, m_remark);
     for (int32_t again = step.count % 6; again > 0 && m_manager->IsEnding(); --again) {
         m_world.SetTrigger({});
         m_manager->CheckEnded();

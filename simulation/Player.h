@@ -32,14 +32,14 @@ private:
     void Receive(int32_t updates);
     void Recover();
     void Lose(const Step& step);
-    void RaiseTimeOut(int minute);
+    void RaiseTimeOuts();
     void StopAndStart(const Step& step);
     void Kill(const Step& step);
     void RunOutOfMemory(const Step& step);
     void NewObjectWithoutIndex(const Step& step);
     void StopInStarts(const Step& step);
     void OtherChannel(int32_t steps);
-    void At(const Step& step, std::function<void()> action);
+    void At(const Step& step, const char* what, std::function<void()> action);
     void Close();
     void CloseRound();
     bool StepAll();

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "exchange/Faults.h"
+#include "simulation/ReachTable.h"
 #include "simulation/Shrinker.h"
 #include "simulation/base/EventTrace.h"
 
@@ -86,9 +87,13 @@ std::string TellBreach(const Totals& totals, const Wish& wish) {
     return out.str();
 }
 
+std::string TellHoles(const Totals& totals) { return Holes(totals.reach, totals.sessions); }
+
 std::string TellReach(const Totals& totals) {
     std::ostringstream out;
-    out << "what was tried in which phase:\n" << totals.reach.Text() << "\nquirks booked:\n";
+    out << "what was tried in which phase, by callback and by polling:\n"
+        << totals.reach.Text() << "\nwhat cannot be:\n"
+        << WhatCannotBe() << "\nquirks booked:\n";
     for (std::size_t quirk = 0; quirk < QUIRK_COUNT; ++quirk) {
         out << "  " << QuirkName(static_cast<EQuirk>(quirk)) << ": " << totals.quirks[quirk] << "\n";
     }

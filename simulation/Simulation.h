@@ -37,6 +37,9 @@ Totals RunSessions(const Wish& wish);
 /// Seed, command, last events and rule, then what is left of the plan after shrinking.
 std::string TellBreach(const Totals& totals, const Wish& wish);
 
+/// The cells that were not met as often as they should have been; empty when there is none.
+std::string TellHoles(const Totals& totals);
+
 std::string TellReach(const Totals& totals);
 
 }  // namespace simulation

@@ -86,6 +86,7 @@ void BoardEngine::EnterPhase(EPhase phase) {
 void BoardEngine::OpenSnapshot() {
     if (m_phase == EPhase::Idle) return Refuse(reg::SNAPSHOT_CONTROL, m_memory.statistics.refusedSnapshotOpens);
     EnterPhase(EPhase::Snapshot);
+    m_market.Relist(m_options.faults.Has(exchange::EFault::ChangingList) ? ++m_lists : 0);
     m_isSnapshotOpen = true;
     m_snapshot.Close();
     m_frame.clear();
@@ -262,6 +263,9 @@ bool BoardEngine::NextOfSweep(exchange::LiveUpdate& update) {
     std::size_t position = m_sweepPosition;
     for (const EMDQPDataType feed : {SHFE_2PS, INE_2PS}) {
         const std::size_t count = m_market.Instruments(feed).size();
+        for (; position < count && !m_market.IsListed(feed, static_cast<int32_t>(position)); ++position) {
+            ++m_sweepPosition;
+        }
         if (position < count) {
             ++m_sweepPosition;
             update = m_market.Move(feed, static_cast<int32_t>(position));

@@ -89,6 +89,7 @@ private:
     std::optional<int64_t> m_memoryReadyAt;  ///< on the monotonic clock; none before the first bring-up, or once told
     EPhase m_phase = EPhase::Idle;           ///< the host is told, not asked
     bool m_isSnapshotOpen = false;
+    uint64_t m_lists = 0;                            ///< of instruments, where they change
     std::bitset<FEED_COUNT> m_connected;             ///< feeds, since the snapshot phase was opened
     std::optional<int64_t> m_nextAcknowledgementAt;  ///< on the monotonic clock; none when at once
     bool m_isLive = false;

@@ -16,6 +16,7 @@ constexpr uint32_t INITIAL_SEQ = 1000;
 constexpr uint32_t INITIAL_SEQ_STEP = 77'777'777;
 constexpr uint32_t BYTES_BEFORE_WRAP = 8192;
 constexpr uint32_t SECOND_PORT_OFFSET = 4;  // behind the four feeds' own
+constexpr uint32_t UNASKED_PORT_OFFSET = 8;
 
 /// Local ports change with each connect, as a host's do.
 uint16_t LocalPort(uint32_t first, uint32_t connects) {
@@ -83,24 +84,42 @@ void SnapshotService::Connect(const Request& request) {
             faults.Clear(exchange::EFault::SecondConnection);
         }
     }
+    const bool isUnaskedToo = faults.Has(exchange::EFault::UnaskedFeed);
+    faults.Clear(exchange::EFault::UnaskedFeed);
     m_links.push_back({request, MakeConnection(request, faults, 0), faults.Has(exchange::EFault::SecondConnection)});
+    if (isUnaskedToo) ConnectUnasked(request);
+}
+
+// Whole and sound, but of the feed beside the one asked for.
+void SnapshotService::ConnectUnasked(const Request& request) {
+    exchange::Faults faults;
+    faults.Set(exchange::EFault::UnaskedFeed);
+    m_links.push_back({request, MakeConnection(request, faults, UNASKED_PORT_OFFSET)});
 }
 
 exchange::SnapshotConnection SnapshotService::MakeConnection(const Request& request, const exchange::Faults& faults,
                                                              uint32_t portOffset) {
     const uint32_t before = m_connects - 1;
     const bool isShfe = request.feed == SHFE_2PS || request.feed == SHFE_4PS;
+    // A port that a feed was given up on still stands for that feed: segments of a connection without a topic, which
+    // belong to nobody, would be taken for its messages. And a connection that gave way to a second one is still open.
+    const bool isSamePort = faults.Has(exchange::EFault::SamePort) && !faults.Has(exchange::EFault::WrongTopic) &&
+                            !m_options.faults.Has(exchange::EFault::SecondConnection);
     const exchange::TcpEndpoints endpoints{isShfe ? SHFE_SERVER_IP : INE_SERVER_IP, request.hostIp,
                                            isShfe ? m_options.shfeSnapPort : m_options.ineSnapPort,
-                                           LocalPort(request.hostPort + portOffset, before)};
+                                           LocalPort(request.hostPort + portOffset, isSamePort ? 0 : before)};
     const uint64_t connection = (before * 2ULL + (portOffset == 0 ? 0 : 1)) * FEED_COUNT + request.feed;
     const uint64_t seed = m_options.exchange.seed * 1000 + connection;
     uint32_t initialSeq = (INITIAL_SEQ + INITIAL_SEQ_STEP * before) % 0x80000000U;
-    if (faults.Has(exchange::EFault::SequenceWrap)) {
+    // Receivers that compare plainly take what lies behind the wrap-around for old: a flood there would be none.
+    if (faults.Has(exchange::EFault::SequenceWrap) && !faults.Has(exchange::EFault::EarlyFlood)) {
         initialSeq = UINT32_MAX - exchange::Random(seed, "initial number").Below(BYTES_BEFORE_WRAP);
     }
     software_board::Add(m_statistics.snapshotConnections, uint64_t{1});
-    return {endpoints, initialSeq, m_market.SnapshotMessages(request.feed, faults), faults, seed};
+    const bool isUnasked = faults.Has(exchange::EFault::UnaskedFeed);
+    return {endpoints, initialSeq,
+            isUnasked ? m_market.UnaskedMessages(request.feed) : m_market.SnapshotMessages(request.feed, faults),
+            faults, seed};
 }
 
 bool SnapshotService::NextFrame(std::vector<uint8_t>& frame, bool mayAcknowledge) {
@@ -136,7 +155,9 @@ bool SnapshotService::NextFrameOf(std::size_t index, std::vector<uint8_t>& frame
     if (link.isFollowed && link.connection.IsHalfWay()) {
         link.isFollowed = false;
         const Request request = link.request;
-        m_links.push_back({request, MakeConnection(request, FaultsOfConnect(), SECOND_PORT_OFFSET)});
+        exchange::Faults faults = FaultsOfConnect();
+        faults.Clear(exchange::EFault::UnaskedFeed);
+        m_links.push_back({request, MakeConnection(request, faults, SECOND_PORT_OFFSET)});
     }
     return true;
 }

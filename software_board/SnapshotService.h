@@ -45,6 +45,7 @@ private:
 
     void BeginConnect();
     void Connect(const Request& request);
+    void ConnectUnasked(const Request& request);
     bool NextFrameOfLinks(std::vector<uint8_t>& frame, bool mayAcknowledge);
     std::optional<exchange::EFault> NextOneShot();
     exchange::Faults FaultsOfConnect() const;

@@ -114,6 +114,10 @@ void SoftwareBoard::RaiseEvent(int32_t channel, const U50Event& event) {
     m_state->engine.PutEvent(channel, event);
 }
 
+void SoftwareBoard::SetLastUpdate(EMDQPDataType feed, uint64_t seconds) {
+    Store(m_state->memory->registers.lastUpdate[static_cast<std::size_t>(feed)], seconds);
+}
+
 bool SoftwareBoard::Inject(std::string_view names, std::string& error) { return m_state->engine.Inject(names, error); }
 
 void SoftwareBoard::ClearFaults() { m_state->engine.ClearFaults(); }

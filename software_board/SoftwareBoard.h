@@ -48,6 +48,9 @@ public:
     /// Puts an event message into a channel's ring.
     void RaiseEvent(int32_t channel, const U50Event& event);
 
+    /// The feed's last update was then, in seconds since the epoch, until its next one.
+    void SetLastUpdate(EMDQPDataType feed, uint64_t seconds);
+
     /// Lets faults happen from now on, by name (exchange::ParseFaults). False with a text that tells what is wrong.
     bool Inject(std::string_view names, std::string& error);
     void ClearFaults();  ///< all of them, those to come too

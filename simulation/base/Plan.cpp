@@ -6,6 +6,7 @@
 #include "exchange/Faults.h"
 #include "exchange/InstrumentList.h"
 #include "exchange/Random.h"
+#include "simulation/base/Edges.h"
 
 namespace simulation {
 namespace {
@@ -23,10 +24,7 @@ constexpr const char* ALL_FAULTS = "all";
 constexpr std::array<const char*, static_cast<std::size_t>(EStep::Count_)> STEP_NAMES{"live",
                                                                                       "lose",
                                                                                       "lose-later",
-                                                                                      "price-error",
-                                                                                      "lost-count",
-                                                                                      "time-out-outside",
-                                                                                      "time-out-inside",
+                                                                                      "time-outs",
                                                                                       "stop-and-start",
                                                                                       "stop-in-start",
                                                                                       "stop-in-recovery",
@@ -43,8 +41,8 @@ constexpr std::array<const char*, static_cast<std::size_t>(EStep::Count_)> STEP_
                                                                                       "set-wall-clock",
                                                                                       "signal"};
 
-constexpr EPhase START_PHASES[] = {EPhase::Memory,   EPhase::Programming, EPhase::Loading, EPhase::Tables,
-                                   EPhase::Versions, EPhase::Subscribing, EPhase::Engines};
+constexpr EPhase START_PHASES[] = {EPhase::Identity, EPhase::Memory,   EPhase::Programming, EPhase::Loading,
+                                   EPhase::Tables,   EPhase::Versions, EPhase::Subscribing, EPhase::Engines};
 
 std::vector<std::string> Split(const std::string& names) {
     std::vector<std::string> parts;
@@ -61,7 +59,8 @@ std::vector<std::string> FaultsOf(const std::string& wish, uint64_t seed) {
     Random random(seed, "swarm");
     std::vector<std::string> faults;
     for (const exchange::FaultRow& row : exchange::FaultTable()) {
-        if (row.isRecovered && random.OneIn(2)) faults.emplace_back(row.name);
+        const bool isMeant = row.isRecovered || row.kind == exchange::EFault::ChangingList;
+        if (isMeant && random.OneIn(2)) faults.emplace_back(row.name);
     }
     return faults;
 }
@@ -98,18 +97,17 @@ void PlanConfiguration(Plan& plan, Random& random) {
     plan.hasShfe = feeds != 0;
     plan.hasIne = feeds != 1;
     plan.isShielded = random.OneIn(4);
-    plan.isPolling = random.OneIn(2);
     plan.isChecksumAsked = random.OneIn(2);
     plan.isMemoryDead = random.OneIn(MEMORY_DEAD_ONE_IN);
     constexpr int32_t LEVELS[] = {0, 1, 3, 7, 7, 15};
     plan.logLevel = LEVELS[random.Below(std::size(LEVELS))];
     plan.waitSeconds = random.Between(4, 12);
     plan.attempts = random.Between(3, 5);
-    plan.maxInstNo[SHFE_2PS] = random.Between(81000, 81999);
-    plan.maxInstNo[INE_2PS] = random.Between(85000, 85999);
     plan.lostPacketAfter = random.Below(60) + 1;
     plan.isRepeated = random.OneIn(REPEATED_ONE_IN);
     plan.hasWitness = random.OneIn(2);
+    plan.hasStaleWords = random.OneIn(3);
+    plan.hasNarrowLimits = random.OneIn(2);
 }
 
 /// A poll takes five milliseconds here: an attempt needs longer where many snapshots come before a good one, tiny
@@ -127,15 +125,19 @@ int32_t SecondsForFaults(const Plan& plan) {
     const int32_t msEach = (isTiny ? 160 : 12) * (has(exchange::EFault::BareAck) ? 2 : 1);
     const int32_t floodSeconds = has(exchange::EFault::EarlyFlood) ? 8 : 0;
     const int32_t oversizedSeconds = has(exchange::EFault::OversizedMessage) ? (isTiny ? 20 : 2) : 0;
-    const int32_t streams = has(exchange::EFault::SecondConnection) ? 2 : 1;
+    const int32_t streams =
+        (has(exchange::EFault::SecondConnection) ? 2 : 1) + (has(exchange::EFault::UnaskedFeed) ? 1 : 0);
     return (connects * instruments * msEach / 1000 + floodSeconds + oversizedSeconds) * streams;
 }
+
+bool HappensInStart(EStep kind) { return kind == EStep::StopInStart || kind == EStep::Kill; }
 
 Step PlanStep(Random& random) {
     Step step;
     step.kind = static_cast<EStep>(random.Below(static_cast<uint32_t>(EStep::Signal)));
-    step.phase = START_PHASES[random.Below(std::size(START_PHASES))];
-    step.at = 1 + random.Below(random.OneIn(2) ? 3 : 40);
+    const bool isOfStart = HappensInStart(step.kind);
+    step.phase = START_PHASES[random.Below(std::size(START_PHASES) - (isOfStart ? 0 : 1)) + (isOfStart ? 0 : 1)];
+    step.at = 1 + random.Below(random.OneIn(2) ? 3 : 16);
     step.count = random.Between(1, 60);
     if (step.kind == EStep::SetWallClock) step.count = random.Between(-3000, 3000);
     return step;
@@ -162,18 +164,28 @@ Plan MakePlan(uint64_t seed, const PlanWish& wish) {
     Random sizes(seed, "sizes");
     const bool isFull = sizes.OneIn(FULL_SIZE_ONE_IN);
     plan.shfeInstruments = isFull ? FULL_SHFE : sizes.Between(1, 16);
-    plan.ineInstruments = isFull ? FULL_INE : sizes.Between(1, 10);
+    plan.ineInstruments = isFull ? FULL_INE : sizes.Between(1, sizes.OneIn(4) ? 16 : 8);
     plan.faults = FaultsOf(wish.faults, seed);
     Random configuration(seed, "configuration");
     PlanConfiguration(plan, configuration);
+    plan.settings = DrawSettings(seed, plan.hasShfe);
+    plan.isPolling = IsPollingDealt(seed);
     plan.waitSeconds += SecondsForFaults(plan);
     Random channels(seed, "channels");
     PlanChannels(plan, channels);
     Random script(seed, "script");
     for (uint32_t left = 2 + script.Below(isFull ? 2 : 5); left > 0; --left) plan.steps.push_back(PlanStep(script));
-    if (script.OneIn(10)) {
+    if (!DealTimes(seed).empty()) {
+        const uint32_t place = script.Below(static_cast<uint32_t>(plan.steps.size()));
+        plan.steps[place] = {EStep::TimeOuts, EPhase::Live, 1, 1};
+    }
+    if (script.OneIn(6)) {
         plan.steps.push_back(PlanStep(script));
-        plan.steps.back().kind = EStep::Signal;
+        Step& last = plan.steps.back();
+        last.kind = EStep::Signal;
+        last.count = 2 * script.Between(1, 9);  // in a start
+        last.phase = START_PHASES[script.Below(std::size(START_PHASES))];
+        if (script.OneIn(2) && last.phase != EPhase::Identity) ++last.count;
     }
     return plan;
 }

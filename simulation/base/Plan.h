@@ -7,6 +7,7 @@
 
 #include "common/FpgaStructCommon.h"
 #include "simulation/base/Phase.h"
+#include "simulation/base/Settings.h"
 
 namespace simulation {
 
@@ -14,10 +15,7 @@ enum class EStep : uint8_t {
     Live,              ///< receive `count` updates
     Lose,              ///< the board loses `count` updates while live
     LoseLater,         ///< a loss while live, and another one at the `at`-th outside call of `phase` of its recovery
-    PriceError,        ///< event
-    LostCount,         ///< event: the fourth word's loss bits
-    TimeOutOutside,    ///< event, the last update outside the quiet windows
-    TimeOutInside,     ///< event, the last update inside a quiet window
+    TimeOuts,          ///< events, the last update at edges of the quiet windows, then just outside one
     StopAndStart,      ///< stop while live, then a fresh start of the callback form
     StopInStart,       ///< a new object, stopped at the `at`-th outside call of `phase` of its start
     StopInRecovery,    ///< the same in a recovery
@@ -32,7 +30,7 @@ enum class EStep : uint8_t {
     OutOfMemoryLater,  ///< the same in a recovery
     IndexUnwritable,   ///< a start whose contract index file has no directory to go to
     SetWallClock,      ///< the wall clock jumps by `count` minutes, back or forward
-    Signal,            ///< SIGTERM at the `at`-th outside call of `phase` of a recovery; the session's last step
+    Signal,            ///< SIGTERM at the `at`-th outside call of `phase` of a start or a recovery; the last step
     Count_
 };
 
@@ -65,7 +63,9 @@ struct Plan {
     int32_t logLevel = 7;
     int32_t waitSeconds = 10;
     int32_t attempts = 3;
-    int32_t maxInstNo[FEED_COUNT] = {81000, 81101, 85000, 85101};
+    Settings settings;
+    bool hasNarrowLimits = false;
+    bool hasStaleWords = false;  ///< the board keeps control words of before
     uint32_t lostPacketAfter = 40;
     int32_t otherChannel = 2;
     bool isRepeated = false;  ///< the session is played twice, with something else behind every message

@@ -1,4 +1,4 @@
-/// What was tried in which phase: a cell that stays empty was never simulated.
+/// What was tried in which phase and form of delivery: a cell that stays empty was never simulated.
 #pragma once
 
 #include <array>
@@ -10,14 +10,26 @@
 
 namespace simulation {
 
+enum class EForm : uint8_t { Callback, Polling, Count_ };
+
+constexpr std::size_t FORM_COUNT = static_cast<std::size_t>(EForm::Count_);
+
 class Reach {
 public:
-    void Note(const std::string& what, EPhase phase) { ++m_counts[what][static_cast<std::size_t>(phase)]; }
+    /// Of the managing session, from here on.
+    void SetForm(EForm form) { m_form = form; }
+    void Note(const std::string& what, EPhase phase) {
+        ++m_counts[what][static_cast<std::size_t>(phase)][static_cast<std::size_t>(m_form)];
+    }
     void Add(const Reach& other);
+    uint64_t Count(const std::string& what, EPhase phase, EForm form) const;
     std::string Text() const;
 
 private:
-    std::map<std::string, std::array<uint64_t, PHASE_COUNT>> m_counts;
+    using Cells = std::array<std::array<uint64_t, FORM_COUNT>, PHASE_COUNT>;
+
+    EForm m_form = EForm::Callback;
+    std::map<std::string, Cells> m_counts;
 };
 
 }  // namespace simulation

@@ -16,6 +16,15 @@ const char* CountedName(ECounted expected) {
     return NAMES[static_cast<std::size_t>(expected)];
 }
 
+std::string Moved(const CCounters& before, const CCounters& after) {
+    std::string text;
+    for (uint32_t counter = 0; counter < COUNTER_NAMES.size(); ++counter) {
+        const uint64_t moved = after[ECounter{counter}] - before[ECounter{counter}];
+        if (moved != 0) text += std::string(" ") + COUNTER_NAMES[counter] + "=" + std::to_string(moved);
+    }
+    return text;
+}
+
 bool IsCountedOnce(const CCounters& before, const CCounters& after, ECounted expected) {
     const auto moved = [&](ECounter counter) { return after[counter] - before[counter]; };
     uint64_t all = 0;

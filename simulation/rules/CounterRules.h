@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "src/Counters.h"
 
@@ -19,6 +20,9 @@ enum class ECounted : uint8_t {
 };
 
 const char* CountedName(ECounted expected);
+
+/// " name=count" of each counter that moved.
+std::string Moved(const CCounters& before, const CCounters& after);
 
 /// Whether the counters moved as such a message allows.
 bool IsCountedOnce(const CCounters& before, const CCounters& after, ECounted expected);

@@ -30,7 +30,7 @@ void DeliveryRules::OnRecord(const VexaShfeMdType& record) {
 
 EMDQPDataType DeliveryRules::FeedOf(const VexaShfeMdType& record) const {
     for (const EMDQPDataType feed : {SHFE_2PS, INE_2PS}) {
-        if (record.max_inst_no == static_cast<uint32_t>(m_plan.maxInstNo[feed])) return feed;
+        if (record.max_inst_no == static_cast<uint32_t>(m_plan.settings.maxInstNo[feed])) return feed;
     }
     Break(1, "a record with max_inst_no " + std::to_string(record.max_inst_no));
 }
@@ -77,10 +77,10 @@ void DeliveryRules::CheckComplete() const {
     for (const EMDQPDataType feed : {SHFE_2PS, INE_2PS}) {
         const bool isEnabled = feed == SHFE_2PS ? m_plan.hasShfe : m_plan.hasIne;
         for (int32_t instNo = 0; isEnabled && instNo < m_truth.Count(feed); ++instNo) {
-            if (!IsExpectedComplete(feed, instNo)) continue;
+            if (!m_truth.IsListed(feed, instNo) || !IsExpectedComplete(feed, instNo)) continue;
             const auto last = m_last.find({feed, static_cast<uint32_t>(instNo)});
             VexaShfeMdType expected = m_truth.Latest(feed, instNo);
-            expected.max_inst_no = static_cast<uint32_t>(m_plan.maxInstNo[feed]);
+            expected.max_inst_no = static_cast<uint32_t>(m_plan.settings.maxInstNo[feed]);
             const bool isSame = last != m_last.end() && std::memcmp(&last->second, &expected, sizeof expected) == 0;
             if (isSame || m_ledger.Explains(feed, instNo)) continue;
             Break(5, IdOf(expected) + (last == m_last.end() ? " never arrived" : " differs from the truth"));

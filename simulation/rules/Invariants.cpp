@@ -18,6 +18,7 @@ constexpr Invariant ALL[] = {
     {8, "order", "bring-up and start-up accesses come in their one order"},
     {9, "tables", "the board's tables equal the snapshot, unused slots are zero, counts equal the counts"},
     {10, "subscriptions", "subscription words are what the configuration asks for"},
+    {34, "snapshot contents", "a snapshot is used, refused or waited for, and held, as its frames say"},
     {12, "reassembly", "the lists, sizes and flags of the reassembly agree"},
     {13, "memory", "after a session's end no early segment and no carry-over buffer is alive"},
     {14, "snapshot use", "a complete and sane snapshot is used at the next segment, one that failed its check never"},
@@ -35,6 +36,11 @@ constexpr Invariant ALL[] = {
     {25, "bounds", "no byte behind a message's end matters: the same session with other bytes there is the same"},
     {26, "one manager", "channels other than the managing one never write a register"},
     {27, "finished feeds", "a finished feed stays finished until everything is cleared"},
+    {29, "values", "each register is told what the configuration means"},
+    {30, "left alone", "a start leaves a board alone exactly when asked to, with its file in force, in flow, no event"},
+    {31, "right ends", "a stop or a signal ends the wait for the snapshot at once, and no other part of a start"},
+    {32, "index file", "the contract index file holds what the snapshot held"},
+    {33, "passes", "the subscription passes are the one sequence of accesses that the configuration asks for"},
 };
 
 }  // namespace

@@ -4,8 +4,8 @@ namespace simulation {
 
 const char* QuirkName(EQuirk quirk) {
     constexpr std::array<const char*, QUIRK_COUNT> NAMES{
-        "loss not yet rebuilt", "loss while starting", "loss unheard",         "quiet time-out",
-        "attempts used up",     "level left raised",   "stop kept by polling", "shielded book"};
+        "loss not yet rebuilt", "loss while starting",  "loss unheard",  "quiet time-out", "attempts used up",
+        "level left raised",    "stop kept by polling", "shielded book", "injected fault", "reset at the end"};
     return NAMES[static_cast<std::size_t>(quirk)];
 }
 

@@ -21,6 +21,8 @@ enum class EQuirk : uint8_t {
     LevelLeftRaised,    ///< after a wait for the memory that failed the log level stays raised
     StopKeptByPolling,  ///< a start of the polling form leaves an earlier stop in force
     ShieldedBook,       ///< an abnormal book is accepted, its instrument not subscribed to
+    InjectedFault,      ///< the configuration asks for a wrong book on the board
+    ResetAtTheEnd,      ///< a reset is the segment that shows a snapshot complete: used, then cleared, then waited for
     Count_
 };
 

@@ -1,7 +1,7 @@
 #include "simulation/rules/RegisterRules.h"
 
+#include "simulation/rules/BoardMap.h"
 #include "simulation/rules/Invariants.h"
-#include "src/RegisterMap.h"
 
 namespace simulation {
 namespace {
@@ -10,40 +10,35 @@ constexpr uint32_t REGISTER_COUNT = 0x30000;
 
 RegisterRules::RegisterRules() : m_allowed(REGISTER_COUNT) {
     for (const uint32_t index :
-         {reg::BRING_UP_START, reg::MODEL_SEL, reg::EVENT_MODEL_SEL, reg::SOFTWARE_VERSION, reg::SNAPSHOT_CONTROL,
-          reg::CONFIG_CHECKSUM, reg::LAST_TICK_CHANNEL, reg::REPEAT_QUOTE_UPLOAD, reg::PRICE_PROTECT_EVENT_MASK,
-          reg::SHFE_INST_COUNT, reg::INE_INST_COUNT, reg::TARGET_ROUTE, reg::DETECT_INTERVAL_2PS,
-          reg::DETECT_INTERVAL_4PS, reg::LOGICAL_START_2PS, reg::LOGICAL_START_4PS}) {
+         {board::BRING_UP, board::MODEL, board::EVENT_MODEL, board::SOFTWARE, board::SNAPSHOT, board::CHECKSUM,
+          board::LAST_TICK, board::REPEAT_QUOTE, board::PRICE_MASK, board::SHFE_COUNT, board::INE_COUNT, board::ROUTE,
+          board::INTERVAL_2PS, board::INTERVAL_4PS, board::ENGINE_2PS, board::ENGINE_4PS}) {
         Allow(EAccess::Write, index);
     }
-    for (const uint32_t index :
-         {reg::BUILD_DATE, reg::BUILD_VERSION, reg::DNA_0, reg::DNA_1, reg::DNA_2, reg::HARDWARE_VERSION,
-          reg::VERSION_VERDICT, reg::CONFIG_CHECKSUM, reg::SHFE_INST_COUNT, reg::INE_INST_COUNT, reg::HBM2_STATUS,
-          reg::DIAGNOSTIC_2030, reg::DIAGNOSTIC_2031, reg::DIAGNOSTIC_12015, reg::DIAGNOSTIC_1201B,
-          reg::DIAGNOSTIC_22015, reg::DIAGNOSTIC_2201B}) {
+    for (const uint32_t index : {board::BUILD_DATE, board::BUILD_VERSION, board::FIRMWARE, board::VERDICT,
+                                 board::CHECKSUM, board::SHFE_COUNT, board::INE_COUNT}) {
         Allow(EAccess::Read32, index);
     }
-    for (const uint32_t index :
-         {reg::SHFE_2PS_PKTS, reg::INE_2PS_PKTS, reg::SHFE_4PS_PKTS, reg::INE_4PS_PKTS, reg::EVENT_PKTS,
-          reg::LAST_UPDATE_TIME, reg::LAST_UPDATE_TIME + 1, reg::LAST_UPDATE_TIME + 2, reg::LAST_UPDATE_TIME + 3}) {
-        Allow(EAccess::Read64, index);
-    }
-    for (uint32_t session = 0; session < reg::SESSION_COUNT; ++session) {
-        for (uint32_t index = reg::DST_MAC_HIGH; index <= reg::SRC_PORT; ++index) {
-            Allow(EAccess::Write, index + reg::SESSION_STRIDE * session);
+    for (const uint32_t index : board::IDENTITY) Allow(EAccess::Read32, index);
+    for (const uint32_t index : board::DIAGNOSTICS) Allow(EAccess::Read32, index);
+    for (const uint32_t index : board::PACKETS) Allow(EAccess::Read64, index);
+    Allow(EAccess::Read64, board::EVENTS);
+    for (uint32_t feed = 0; feed < FEED_COUNT; ++feed) Allow(EAccess::Read64, board::LAST_UPDATE + feed);
+    for (uint32_t session = 0; session < board::SESSIONS; ++session) {
+        for (uint32_t index = board::DST_MAC_HIGH; index <= board::SRC_PORT; ++index) {
+            Allow(EAccess::Write, index + board::SESSION_STEP * session);
         }
     }
     AllowFeeds();
 }
 
 void RegisterRules::AllowFeeds() {
-    for (const reg::FeedRegisters& feed : reg::FEEDS) {
-        for (const uint32_t index :
-             {feed.table.writeAddr, feed.table.writeData, feed.table.readAddr, feed.snapshotPacketNo, feed.maxInstNo,
-              feed.lineA.ip, feed.lineA.port, feed.lineB.ip, feed.lineB.port}) {
+    for (const board::FeedMap& feed : board::FEEDS) {
+        for (const uint32_t index : {feed.table, feed.table + 1, feed.table + 2, feed.packetNo, feed.maxInstNo,
+                                     feed.groupIp[0], feed.groupIp[1], feed.groupPort[0], feed.groupPort[1]}) {
             Allow(EAccess::Write, index);
         }
-        Allow(EAccess::Read32, feed.table.readData);
+        Allow(EAccess::Read32, feed.table + 3);
     }
 }
 

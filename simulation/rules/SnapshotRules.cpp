@@ -1,5 +1,7 @@
 #include "simulation/rules/SnapshotRules.h"
 
+#include <algorithm>
+
 #include "simulation/rules/Invariants.h"
 
 namespace simulation {
@@ -10,7 +12,6 @@ constexpr uint32_t TCP_AT = 34;
 constexpr uint32_t HEADERS = 54;
 constexpr uint8_t PLAIN_IP_HEAD = 0x45;
 constexpr uint8_t PROTOCOL_TCP = 6;
-constexpr uint16_t SNAPSHOT_PORT = 33022;
 
 uint16_t BigEndian(const unsigned char* bytes) { return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]); }
 
@@ -23,13 +24,12 @@ uint32_t Sum(const unsigned char* bytes, uint32_t length) {
 
 }  // namespace
 
-bool SnapshotRules::IsSound(const unsigned char* frame, uint32_t length) {
+bool SnapshotRules::IsSound(const unsigned char* frame, uint32_t length) const {
     if (length < HEADERS || frame[IP_AT] != PLAIN_IP_HEAD || frame[IP_AT + 9] != PROTOCOL_TCP) return false;
     const uint32_t total = BigEndian(frame + IP_AT + 2);
     const uint32_t headers = 20 + (frame[TCP_AT + 12] >> 4) * 4U;
-    if (total > length - IP_AT || headers < 40 || total < headers || BigEndian(frame + TCP_AT) != SNAPSHOT_PORT) {
-        return false;
-    }
+    if (total > length - IP_AT || headers < 40 || total < headers) return false;
+    if (std::count(m_ports.begin(), m_ports.end(), BigEndian(frame + TCP_AT)) == 0) return false;
     // With the checksum itself in it, a right sum is all ones.
     const uint32_t tcpLength = total - 20;
     uint32_t sum = Sum(frame + IP_AT + 12, 8) + PROTOCOL_TCP + tcpLength + Sum(frame + TCP_AT, tcpLength);

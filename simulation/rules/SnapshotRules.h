@@ -2,16 +2,22 @@
 /// refused. A finished feed stays finished.
 #pragma once
 
+#include <array>
 #include <cstdint>
+
+#include "common/FpgaStructCommon.h"
 
 namespace simulation {
 
 class SnapshotRules {
 public:
     /// A segment of a snapshot server that nothing is wrong with.
-    static bool IsSound(const unsigned char* frame, uint32_t length);
+    bool IsSound(const unsigned char* frame, uint32_t length) const;
 
-    void OnBringUp() { *this = SnapshotRules(); }
+    /// `ports`: any of which a snapshot server may use.
+    explicit SnapshotRules(const std::array<uint16_t, FEED_COUNT>& ports) : m_ports(ports) {}
+
+    void OnBringUp() { *this = SnapshotRules(m_ports); }
 
     /// One frame about to be handed to the library; `wanted` is the mask of the feeds that load.
     void OnFrame(const unsigned char* frame, uint32_t length, uint8_t wanted);
@@ -23,6 +29,7 @@ public:
     uint8_t FinishedMask() const { return m_mask; }
 
 private:
+    std::array<uint16_t, FEED_COUNT> m_ports;
     bool m_isDue = false;
     bool m_isRefused = false;
     uint8_t m_mask = 0;

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "simulation/base/SimulatedClock.h"
+#include "simulation/rules/BoardMap.h"
 #include "simulation/rules/Invariants.h"
-#include "src/RegisterMap.h"
 
 namespace simulation {
 namespace {
@@ -12,161 +12,114 @@ namespace {
 constexpr int64_t MEMORY_SECONDS = 6;
 constexpr int64_t ONE_POLL_NS = 100'000'000;
 
-constexpr uint32_t EVENT_READS[] = {reg::DIAGNOSTIC_2030,      reg::DIAGNOSTIC_2031,     reg::HBM2_STATUS,
-                                    reg::DIAGNOSTIC_12015,     reg::DIAGNOSTIC_1201B,    reg::DIAGNOSTIC_22015,
-                                    reg::DIAGNOSTIC_2201B,     reg::LAST_UPDATE_TIME,    reg::LAST_UPDATE_TIME + 1,
-                                    reg::LAST_UPDATE_TIME + 2, reg::LAST_UPDATE_TIME + 3};
-
-template <typename List>
-bool Has(const List& list, uint32_t index) {
-    return std::find(std::begin(list), std::end(list), index) != std::end(list);
-}
-
 bool IsSnapshotField(uint32_t index) {
-    return std::any_of(reg::FEEDS.begin(), reg::FEEDS.end(), [=](const reg::FeedRegisters& feed) {
-        return index == feed.instCount || index == feed.snapshotPacketNo;
-    });
+    return std::any_of(board::FEEDS.begin(), board::FEEDS.end(),
+                       [=](const board::FeedMap& feed) { return index == feed.count || index == feed.packetNo; });
 }
 
 }  // namespace
 
-StartUpOrder::StartUpOrder(const Limits& limits) : m_limits(limits) { Plan(); }
+StartUpOrder::StartUpOrder(const Plan& plan)
+    : m_script(plan), m_waitSeconds(plan.waitSeconds), m_attemptsMax(plan.attempts) {}
 
-void StartUpOrder::Put(EAccess access, EPhase phase, std::initializer_list<uint32_t> indices) {
-    for (const uint32_t index : indices) m_stops.push_back({access, index, phase});
-}
-
-void StartUpOrder::Plan() {
-    Put(EAccess::Read32, EPhase::Identity, {reg::BUILD_DATE, reg::BUILD_VERSION, reg::DNA_0, reg::DNA_1, reg::DNA_2});
-    for (int sample = 0; sample < 2; ++sample) {
-        Put(EAccess::Read64, EPhase::Identity,
-            {reg::SHFE_2PS_PKTS, reg::INE_2PS_PKTS, reg::SHFE_4PS_PKTS, reg::INE_4PS_PKTS, reg::EVENT_PKTS});
-    }
-    Put(EAccess::Read32, EPhase::Identity, {reg::CONFIG_CHECKSUM});
-    m_bringUpStop = m_stops.size();
-    Put(EAccess::Write, EPhase::Memory, {reg::BRING_UP_START, reg::PRICE_PROTECT_EVENT_MASK});
-    Put(EAccess::Read32, EPhase::Memory, {reg::HBM2_STATUS});
-    PlanProgramming();
-    Put(EAccess::Write, EPhase::Tables, {reg::SNAPSHOT_CONTROL});
-    Put(EAccess::Write, EPhase::Versions, {reg::SOFTWARE_VERSION});
-    Put(EAccess::Read32, EPhase::Versions, {reg::HARDWARE_VERSION, reg::VERSION_VERDICT});
-    m_stops.push_back({EAccess::Write, reg::CONFIG_CHECKSUM, EPhase::Versions, true});
-    PlanSubscribing();
-    PlanEngines();
-}
-
-void StartUpOrder::PlanProgramming() {
-    Put(EAccess::Write, EPhase::Programming,
-        {reg::SNAPSHOT_CONTROL, reg::SHFE_INST_COUNT, reg::INE_INST_COUNT, reg::DETECT_INTERVAL_2PS,
-         reg::DETECT_INTERVAL_4PS, reg::TARGET_ROUTE});
-    // Registers that are written together, session by session.
-    const std::initializer_list<uint32_t> groups[] = {
-        {reg::DST_MAC_HIGH, reg::DST_MAC_LOW}, {reg::DST_IP}, {reg::DST_PORT}, {reg::SRC_MAC_HIGH}, {reg::SRC_MAC_LOW},
-        {reg::SRC_IP, reg::SRC_PORT}};
-    for (const auto& group : groups) {
-        for (uint32_t session = 0; session < reg::SESSION_COUNT; ++session) {
-            for (const uint32_t index : group) {
-                Put(EAccess::Write, EPhase::Programming, {index + reg::SESSION_STRIDE * session});
-            }
-        }
-    }
-    for (const EMDQPDataType feed : {SHFE_2PS, INE_2PS, SHFE_4PS, INE_4PS}) {
-        const reg::FeedRegisters& registers = reg::FEEDS[static_cast<std::size_t>(feed)];
-        Put(EAccess::Write, EPhase::Programming,
-            {registers.lineA.ip, registers.lineA.port, registers.lineB.ip, registers.lineB.port});
-    }
-    m_stops.back().phase = EPhase::Loading;
-}
-
-void StartUpOrder::PlanSubscribing() {
-    Put(EAccess::Read32, EPhase::Versions, {reg::SHFE_INST_COUNT, reg::INE_INST_COUNT});  // for the index file
-    for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) {
-        Put(EAccess::Read32, EPhase::Subscribing, {reg::SHFE_INST_COUNT, reg::INE_INST_COUNT});
-    }
-}
-
-void StartUpOrder::PlanEngines() {
-    Put(EAccess::Write, EPhase::Engines,
-        {reg::SHFE_2PS_MAX_INST_NO, reg::SHFE_4PS_MAX_INST_NO, reg::INE_2PS_MAX_INST_NO, reg::INE_4PS_MAX_INST_NO,
-         reg::LAST_TICK_CHANNEL, reg::REPEAT_QUOTE_UPLOAD, reg::MODEL_SEL, reg::EVENT_MODEL_SEL});
-    for (const EMDQPDataType feed : {SHFE_4PS, SHFE_2PS, INE_2PS, INE_4PS}) {
-        const reg::TablePort& port = reg::FEEDS[static_cast<std::size_t>(feed)].table;
-        Put(EAccess::Write, EPhase::Engines, {port.writeData, port.writeAddr});
-    }
-    Put(EAccess::Write, EPhase::Engines, {reg::LOGICAL_START_2PS});
-    Put(EAccess::Write, EPhase::Live, {reg::LOGICAL_START_4PS});
-}
-
-// What may come any number of times in a phase, besides the next stop.
-bool StartUpOrder::IsFree(EAccess access, uint32_t index) const {
-    switch (m_phase) {
-        case EPhase::Loading: return access == EAccess::Write && IsSnapshotField(index);
-        case EPhase::Live: return access != EAccess::Write && Has(EVENT_READS, index);
-        default: return false;
-    }
-}
-
-bool StartUpOrder::IsNext(EAccess access, uint32_t index) {
-    if (m_phase == EPhase::Closed || m_next >= m_stops.size()) return false;
-    const auto matches = [&](const Stop& stop) { return stop.access == access && stop.index == index; };
-    if (matches(m_stops[m_next])) return true;
-    if (!m_stops[m_next].isOptional || !matches(m_stops[m_next + 1])) return false;
-    ++m_next;
+bool StartUpOrder::IsAnnounced(EAccess access, uint32_t index, uint32_t value) {
+    if (m_announcedDone == m_announced.size()) return false;
+    const Access& due = m_announced[m_announcedDone];
+    Require(due.access == access && due.index == index, 8,
+            [&] { return "access of " + Hex(index) + " where that of " + Hex(due.index) + " was due"; });
+    Require(access != EAccess::Write || due.value == value, 29,
+            [&] { return "register " + Hex(index) + " is told " + Hex(value) + ", not " + Hex(due.value); });
+    ++m_announcedDone;
     return true;
 }
 
-// A step after a start that failed tries once more.
-bool StartUpOrder::MayBringUp() const {
-    return m_phase == EPhase::Loading || m_phase == EPhase::Live || m_phase == EPhase::Closed;
+void StartUpOrder::RequireNothingAnnounced() {
+    Require(m_announcedDone == m_announced.size(), 8,
+            [&] { return "no access of " + Hex(m_announced[m_announcedDone].index) + ", which was due"; });
+    ForgetAnnounced();
 }
 
+bool StartUpOrder::IsFree(EAccess access, uint32_t index) const {
+    return m_isSnapshotUnknown && m_phase == EPhase::Loading && access == EAccess::Write && IsSnapshotField(index);
+}
+
+bool StartUpOrder::IsNext(EAccess access, uint32_t index) {
+    const std::vector<Stop>& stops = m_script.Stops();
+    if (m_phase == EPhase::Closed || m_next >= stops.size()) return false;
+    const auto isAt = [&](std::size_t at) { return stops[at].access == access && stops[at].index == index; };
+    // A recovery leaves the checksum out.
+    const bool isLeftOut = m_fileChecksum == 0 && stops[m_next].access == EAccess::Write &&
+                           stops[m_next].index == board::CHECKSUM && isAt(m_next + 1);
+    if (isLeftOut) ++m_next;
+    return isAt(m_next);
+}
+
+// A step after a start that failed tries once more.
+bool StartUpOrder::MayBringUp() const { return IsLoading() || m_phase == EPhase::Live || m_phase == EPhase::Closed; }
+
 void StartUpOrder::OnAccess(EAccess access, uint32_t index, uint32_t value, int64_t now) {
-    if (access == EAccess::Write && index == reg::BRING_UP_START && MayBringUp()) {
+    if (IsAnnounced(access, index, value)) return;
+    if (access == EAccess::Write && index == board::BRING_UP && MayBringUp()) {
         if (m_phase == EPhase::Live && !m_isRecoveryDue) OutOfOrder(access, index);
-        m_next = m_bringUpStop;
+        m_next = m_script.BringUpStop();
     } else if (!IsNext(access, index)) {
         if (IsFree(access, index)) return;
         OutOfOrder(access, index);
     }
-    Enter(m_stops[m_next++], value, now);
+    const Stop& stop = m_script.Stops()[m_next++];
+    CheckValue(stop, value);
+    Enter(stop, now);
 }
 
-void StartUpOrder::Enter(const Stop& stop, uint32_t value, int64_t now) {
-    if (stop.index == reg::CONFIG_CHECKSUM && stop.access == EAccess::Write) {
-        Require(m_carriesChecksum, 16, [] { return std::string("a recovery wrote the configuration's checksum"); });
+void StartUpOrder::CheckValue(const Stop& stop, uint32_t value) const {
+    if (stop.access != EAccess::Write) return;
+    if (stop.index == board::CHECKSUM) {
+        Require(m_fileChecksum != 0, 16, [] { return std::string("a recovery wrote the configuration's checksum"); });
+        Require(value == m_fileChecksum, 16,
+                [=, this] { return "the checksum " + Hex(value) + " is not the file's, " + Hex(m_fileChecksum); });
+        return;
     }
-    if (stop.index == reg::BRING_UP_START || m_phase != stop.phase || stop.index == reg::HBM2_STATUS) CheckWait(now);
-    if (stop.index == reg::BRING_UP_START) BeginBringUp();
-    if (stop.index == reg::SNAPSHOT_CONTROL) {
-        const bool isOpening = stop.phase == EPhase::Programming;
-        Require(value == (isOpening ? reg::SNAPSHOT_OPEN : reg::SNAPSHOT_CLOSED), 8,
-                [=] { return "snapshot control is " + std::to_string(value); });
+    Require(value == stop.value, 29, [&] {
+        return "register " + Hex(stop.index) + " is told " + Hex(value) + ", not " + Hex(stop.value.value_or(0));
+    });
+}
+
+void StartUpOrder::Enter(const Stop& stop, int64_t now) {
+    const bool isMemoryTold = stop.index == board::MEMORY_STATUS;
+    if (stop.index == board::BRING_UP || m_phase != stop.phase || isMemoryTold) {
+        CheckWait(now, stop.phase == EPhase::Memory);
     }
-    if (stop.index == reg::SOFTWARE_VERSION) m_attempts = 0;
-    if (stop.index == reg::LOGICAL_START_4PS) {
+    if (stop.index == board::BRING_UP) BeginBringUp();
+    if (stop.index == board::SOFTWARE) m_attempts = 0;
+    if (stop.index == board::ENGINE_4PS) {
         m_isRecoveryDue = false;
         m_isBoardWhole = true;
         ++m_engineStarts;
     }
-    if (m_phase != stop.phase || stop.index == reg::BRING_UP_START) m_since = now;
+    if (stop.index == board::BRING_UP || (m_phase != stop.phase && stop.phase == EPhase::Loading)) m_since = now;
     m_phase = stop.phase;
 }
 
 void StartUpOrder::BeginBringUp() {
     ++m_bringUps;
     m_isBoardWhole = false;
+    m_isWaitGoingOn = false;
     ++m_attempts;
-    Require(m_attempts <= m_limits.attempts, 16,
+    Require(m_attempts <= m_attemptsMax, 16,
             [this] { return "bring-up " + std::to_string(m_attempts) + " without success"; });
 }
 
-void StartUpOrder::CheckWait(int64_t now) const {
+// The memory is always waited for in full, for the board's own word about it is discarded unread. The snapshot is
+// waited for in full where nothing else has ended the wait.
+void StartUpOrder::CheckWait(int64_t now, bool isInFull) const {
     int64_t limit = 0;
     if (m_phase == EPhase::Memory) limit = MEMORY_SECONDS;
-    if (m_phase == EPhase::Loading) limit = m_limits.waitSeconds + 1;
+    if (IsLoading()) limit = m_waitSeconds + 1;
     if (limit == 0) return;
-    Require(now - m_since <= limit * NANOSECONDS_PER_SECOND + ONE_POLL_NS, 17, [=, this] {
-        return std::string(PhaseName(m_phase)) + " took " + std::to_string((now - m_since) / 1'000'000) + " ms of " +
+    const int64_t waited = now - m_since;
+    const int64_t full = limit * NANOSECONDS_PER_SECOND;
+    Require(waited <= full + ONE_POLL_NS && (!isInFull || waited >= full), 17, [=, this] {
+        return std::string(PhaseName(m_phase)) + " took " + std::to_string(waited / 1'000'000) + " ms of " +
                std::to_string(limit) + " s";
     });
 }
@@ -175,20 +128,31 @@ void StartUpOrder::OnNewObject() {
     m_attempts = 0;
     m_phase = EPhase::Closed;
     m_isRecoveryDue = false;
+    m_isWaitGoingOn = false;
+    ForgetAnnounced();
 }
 
-void StartUpOrder::OnStart() {
-    m_carriesChecksum = true;
+void StartUpOrder::ForgetAnnounced() {
+    m_announced.clear();
+    m_announcedDone = 0;
+}
+
+void StartUpOrder::OnStart(uint32_t fileChecksum) {
+    m_fileChecksum = fileChecksum;
     m_phase = EPhase::Identity;
     m_next = 0;
 }
 
 bool StartUpOrder::OnReturn(bool isOver, int64_t now) {
-    CheckWait(now);
-    m_carriesChecksum = false;
-    if (isOver) m_phase = EPhase::Closed;
+    CheckWait(now, false);
+    m_fileChecksum = 0;
+    if (isOver) {
+        m_phase = EPhase::Closed;
+        m_isWaitGoingOn = false;
+        ForgetAnnounced();
+    }
     if (isOver || m_phase == EPhase::Live) return false;
-    Require(m_phase == EPhase::Identity && m_next == m_bringUpStop, 8,
+    Require(m_phase == EPhase::Identity && m_next == m_script.BringUpStop(), 8,
             [this] { return std::string("a start or step came back in the middle of ") + PhaseName(m_phase); });
     m_phase = EPhase::Live;
     m_isRecoveryDue = false;
@@ -197,7 +161,9 @@ bool StartUpOrder::OnReturn(bool isOver, int64_t now) {
 
 void StartUpOrder::OutOfOrder(EAccess access, uint32_t index) const {
     std::string expected;
-    if (m_phase != EPhase::Closed && m_next < m_stops.size()) expected = ", next is " + Hex(m_stops[m_next].index);
+    if (m_phase != EPhase::Closed && m_next < m_script.Stops().size()) {
+        expected = ", next is " + Hex(m_script.Stops()[m_next].index);
+    }
     Break(8, std::string(access == EAccess::Write ? "write of " : "read of ") + Hex(index) + " in phase " +
                  PhaseName(m_phase) + expected);
 }

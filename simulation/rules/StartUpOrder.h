@@ -1,5 +1,5 @@
-/// The one order of a start's and a recovery's register accesses, as an automaton over what the managing channel does.
-/// Table words are looked at elsewhere; here they are known by the phase alone.
+/// The one order of a start's and a recovery's register accesses, with their values, as an automaton over what the
+/// managing channel does. Table words are looked at elsewhere; here they are known by the phase alone.
 #pragma once
 
 #include <cstdint>
@@ -7,30 +7,36 @@
 
 #include "simulation/base/Phase.h"
 #include "simulation/rules/RegisterRules.h"
+#include "simulation/rules/StartScript.h"
 
 namespace simulation {
 
 class StartUpOrder {
 public:
-    /// How long a wait may take, and how many bring-ups may follow one another without success.
-    struct Limits {
-        int64_t waitSeconds = 0;
-        int32_t attempts = 0;
-    };
-
-    explicit StartUpOrder(const Limits& limits);
+    explicit StartUpOrder(const Plan& plan);
 
     void OnAccess(EAccess access, uint32_t index, uint32_t value, int64_t now);
 
+    /// Accesses that what comes next must bring, in this order and before any other.
+    void Announce(EAccess access, uint32_t index, uint32_t value = 0) { m_announced.push_back({access, index, value}); }
+    void RequireNothingAnnounced();
+    /// What a snapshot brings is not known: its registers may be written at any time.
+    void SetSnapshotUnknown(bool isUnknown) { m_isSnapshotUnknown = isUnknown; }
+
     /// A new object: nothing is remembered of the one before it.
     void OnNewObject();
-    void OnStart();
+    void OnStart(uint32_t fileChecksum);
     /// A start or a step has come back; `isOver`: without a session. True when the start left a running board as it is.
     bool OnReturn(bool isOver, int64_t now);
     /// The board tells a loss; a recovery is what must come next.
     void OnLoss() { m_isRecoveryDue = true; }
 
+    /// What has just been used was cleared again with the same segment: the wait for a snapshot goes on.
+    void OnCleared() { m_isWaitGoingOn = true; }
+
     EPhase Phase() const { return m_phase; }
+    /// Messages go to the snapshot's handler.
+    bool IsLoading() const { return m_phase == EPhase::Loading || m_isWaitGoingOn; }
     bool IsRecoveryDue() const { return m_isRecoveryDue; }
     int32_t Attempts() const { return m_attempts; }
     /// The last bring-up came to its end.
@@ -39,34 +45,35 @@ public:
     uint64_t EngineStarts() const { return m_engineStarts; }
 
 private:
-    struct Stop {
+    struct Access {
         EAccess access;
         uint32_t index;
-        EPhase phase;  ///< entered here
-        bool isOptional = false;
+        uint32_t value;
     };
 
-    void Plan();
-    void PlanProgramming();
-    void PlanSubscribing();
-    void PlanEngines();
-    void Put(EAccess access, EPhase phase, std::initializer_list<uint32_t> indices);
+    void ForgetAnnounced();
+    bool IsAnnounced(EAccess access, uint32_t index, uint32_t value);
     bool IsFree(EAccess access, uint32_t index) const;
     bool IsNext(EAccess access, uint32_t index);
     bool MayBringUp() const;
-    void Enter(const Stop& stop, uint32_t value, int64_t now);
+    void CheckValue(const Stop& stop, uint32_t value) const;
+    void Enter(const Stop& stop, int64_t now);
     void BeginBringUp();
-    void CheckWait(int64_t now) const;
+    void CheckWait(int64_t now, bool isOver) const;
     [[noreturn]] void OutOfOrder(EAccess access, uint32_t index) const;
 
-    Limits m_limits;
-    std::vector<Stop> m_stops;
-    std::size_t m_bringUpStop = 0;
+    StartScript m_script;
+    int64_t m_waitSeconds;
+    int32_t m_attemptsMax;
+    std::vector<Access> m_announced;
+    std::size_t m_announcedDone = 0;
+    bool m_isSnapshotUnknown = false;
     std::size_t m_next = 0;
     EPhase m_phase = EPhase::Closed;
-    int64_t m_since = 0;  ///< of the phase
+    int64_t m_since = 0;           ///< of the wait at hand
+    bool m_isWaitGoingOn = false;  ///< although the tables have been written
     bool m_isRecoveryDue = false;
-    bool m_carriesChecksum = false;
+    uint32_t m_fileChecksum = 0;  ///< 0: carried by starts alone
     int32_t m_attempts = 0;
     bool m_isBoardWhole = false;
     uint64_t m_bringUps = 0;

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "simulation/base/EventTrace.h"
+#include "simulation/rules/BoardMap.h"
 #include "simulation/rules/Invariants.h"
-#include "src/RegisterMap.h"
 
 namespace simulation {
 namespace {
@@ -20,7 +20,7 @@ std::size_t TableOf(uint32_t index) {
     return is4ps ? SHFE_4PS : SHFE_2PS;
 }
 
-uint32_t WordsOf(std::size_t table) { return static_cast<uint32_t>(reg::FEEDS[table].capacity) * WORDS_PER_SLOT; }
+uint32_t WordsOf(std::size_t table) { return static_cast<uint32_t>(board::FEEDS[table].slots) * WORDS_PER_SLOT; }
 
 std::string TableName(std::size_t table) { return "table " + std::to_string(table); }
 
@@ -51,7 +51,7 @@ bool TableRules::OnAddress(std::size_t table, uint32_t word, EPhase phase) {
             [=] { return "address " + Hex(word) + " of " + TableName(table) + " without its data"; });
     m_pending = EPending::Nothing;
     Require(m_isOpen[table], 6, [=] { return "write to " + TableName(table) + " through its closed port"; });
-    if (word == reg::PORT_CLOSE_ADDRESS) {
+    if (word == board::CLOSE_ADDRESS) {
         m_isOpen[table] = false;
         return true;
     }
@@ -100,7 +100,7 @@ void TableRules::BeginTables(const std::array<bool, FEED_COUNT>& isEnabled,
 void TableRules::BeginTable(std::size_t table) {
     m_table = table;
     m_word = m_firstWord[table];
-    m_addressPort = reg::FEEDS[table].table.writeAddr;
+    m_addressPort = board::FEEDS[table].table;
     m_wordsEnd = WordsOf(table);
     m_emptyFrom = static_cast<uint32_t>(m_touched[table]) * WORDS_PER_SLOT;
 }

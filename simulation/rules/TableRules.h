@@ -2,6 +2,7 @@
 /// Sits in the road of five million writes a start, so the usual case is a handful of comparisons.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -15,6 +16,7 @@ public:
     static bool IsPort(uint32_t index) { return (index & ~7U) == 0x11000 || (index & ~7U) == 0x21000; }
 
     static bool IsWriteAddress(uint32_t index) { return (index & 3U) == 0; }
+    static bool IsReadAddress(uint32_t index) { return (index & 3U) == 2; }
 
     /// The usual case alone: one half of a zero word's way to a slot that never held anything else, in its place. True
     /// when it was that; the board need not be told.
@@ -39,6 +41,10 @@ public:
     void BeginTables(const std::array<bool, FEED_COUNT>& isEnabled, const std::array<int32_t, FEED_COUNT>& counts);
     void EndTables();
 
+    /// The slot holds something that did not come through the port.
+    void Touch(EMDQPDataType feed, int32_t slot) {
+        m_touched[static_cast<std::size_t>(feed)] = std::max(m_touched[static_cast<std::size_t>(feed)], slot + 1);
+    }
     /// One past the highest slot that ever held anything.
     int32_t SlotsTouched(EMDQPDataType feed) const { return m_touched[static_cast<std::size_t>(feed)]; }
     uint32_t Data() const { return m_data; }

@@ -26,9 +26,13 @@ void TruthHistory::Follow(uint64_t moves, uint64_t lost, const OnMove& onMove) {
 
 exchange::LiveUpdate TruthHistory::Move(bool isLost) {
     if (!m_isInRound || isLost) return m_twin.Next();
-    const int32_t position = m_roundPosition++;
-    if (position < Count(SHFE_2PS)) return m_twin.Move(SHFE_2PS, position);
-    return m_twin.Move(INE_2PS, position - Count(SHFE_2PS));
+    for (;;) {
+        const int32_t position = m_roundPosition++;
+        const bool isShfe = position < Count(SHFE_2PS);
+        const EMDQPDataType feed = isShfe ? SHFE_2PS : INE_2PS;
+        const int32_t instNo = isShfe ? position : position - Count(SHFE_2PS);
+        if (IsListed(feed, instNo) || instNo >= Count(feed)) return m_twin.Move(feed, instNo);
+    }
 }
 
 void TruthHistory::OnSnapshots(bool hasShfe, bool hasIne, const exchange::Faults& faults) {

@@ -20,6 +20,11 @@ public:
     const exchange::Exchange& Market() const { return m_twin; }
     int32_t Count(EMDQPDataType feed) const { return static_cast<int32_t>(m_twin.Instruments(feed).size()); }
 
+    /// The exchange's list changes.
+    void Relist(uint64_t number) { m_twin.Relist(number); }
+    bool IsListed(EMDQPDataType feed, int32_t instNo) const { return m_twin.IsListed(feed, instNo); }
+    int32_t ListedEnd(EMDQPDataType feed) const { return m_twin.ListedEnd(feed); }
+
     /// Catches up with the board: `moves` and `lost` are its own counts, the lost ones the last of the new moves.
     void Follow(uint64_t moves, uint64_t lost, const OnMove& onMove);
 

@@ -16,6 +16,11 @@ bool IsWantedBy(const std::string& entry, bool hasOptions, const std::string& id
 
 }  // namespace
 
+bool IsEntryWanted(const ChannelPlan& channel, const std::string& entry, const std::string& id) {
+    if (channel.insts == "all") return channel.hasOptions || id.size() <= FUTURE;
+    return IsWantedBy(entry, channel.hasOptions, id);
+}
+
 bool IsWanted(const ChannelPlan& channel, const std::string& id) {
     if (channel.insts == "all") return channel.hasOptions || id.size() <= FUTURE;
     std::size_t begin = 0;
@@ -51,14 +56,14 @@ bool IsSane(const SInstTableType& slot) {
     return std::adjacent_find(first, last, [](int32_t a, int32_t b) { return a <= b; }) == last;
 }
 
-std::string Difference(const SInstTableType& slot, const exchange::Instrument& instrument,
-                       const VexaShfeMdType& truth) {
+std::string Difference(const SInstTableType& slot, const exchange::Instrument& instrument, const VexaShfeMdType& truth,
+                       bool hasTrueLimits) {
 #define SAME(field, expected) \
     if (slot.field != (expected)) return #field
     SAME(price_tick, instrument.priceTick);
     SAME(codec_price, instrument.codecPrice);
     SAME(vol_multiple, static_cast<uint32_t>(instrument.volumeMultiple));
-    SAME(upper_limit_price, instrument.upperLimit);
+    if (hasTrueLimits) SAME(upper_limit_price, instrument.upperLimit);
     SAME(lower_limit_price, instrument.lowerLimit);
     SAME(change_no, truth.change_no);
     SAME(last_price, truth.last_px);

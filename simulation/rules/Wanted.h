@@ -12,6 +12,9 @@ namespace simulation {
 
 bool IsWanted(const ChannelPlan& channel, const std::string& id);
 
+/// One entry of the channel's list alone.
+bool IsEntryWanted(const ChannelPlan& channel, const std::string& entry, const std::string& id);
+
 /// The control word of an instrument on the board; 0 where no channel wants it.
 uint32_t ControlWord(const Plan& plan, const std::string& id);
 
@@ -22,6 +25,7 @@ bool IsSane(const SInstTableType& slot);
 
 /// What differs between a slot and the exchange's state; empty when nothing does. Update times are not compared: a
 /// snapshot does not carry them in the form that live updates do.
-std::string Difference(const SInstTableType& slot, const exchange::Instrument& instrument, const VexaShfeMdType& truth);
+std::string Difference(const SInstTableType& slot, const exchange::Instrument& instrument, const VexaShfeMdType& truth,
+                       bool hasTrueLimits);
 
 }  // namespace simulation

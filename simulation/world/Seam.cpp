@@ -61,7 +61,9 @@ int32_t DoRead32(VexaBoardRegisters* registers, uint32_t index, uint32_t* value)
     const Watch unwatched(false);
     g_watcher->BeforeRead(EAccess::Read32, index);
     const int32_t result = Board().read32(registers, index, value);
-    g_watcher->AfterRead(EAccess::Read32, index, *value);
+    uint64_t told = *value;
+    g_watcher->AfterRead(EAccess::Read32, index, told);
+    *value = static_cast<uint32_t>(told);
     return result;
 }
 

@@ -13,7 +13,8 @@ public:
     /// False when the board need not be told.
     virtual bool OnWrite(uint32_t index, uint32_t value) = 0;
     virtual void BeforeRead(EAccess access, uint32_t index) = 0;
-    virtual void AfterRead(EAccess access, uint32_t index, uint64_t value) = 0;
+    /// May tell the host something else than the board did.
+    virtual void AfterRead(EAccess access, uint32_t index, uint64_t& value) = 0;
     virtual void OnStreamOpened(int32_t channel) = 0;
     virtual void BeforeReceive(int32_t channel) = 0;
     virtual void OnMessage(int32_t channel, const unsigned char* data, unsigned int length,

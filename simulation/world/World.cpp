@@ -1,8 +1,10 @@
 // Frames the library's calls, does what a script asks for, and keeps the truth up to date.
 #include "simulation/world/World.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 #include "simulation/base/WatchedAllocator.h"
@@ -30,6 +32,14 @@ uint64_t StartCallsMax(const Plan& plan) {
            CHANNEL_SIZE * 2 * slots * CALLS_OF_A_SLOT;
 }
 
+/// Of a snapshot that nobody asked for. One that is a loaded feed's as well would be taken for that feed's.
+int32_t UnaskedTopic(const Plan& plan, EMDQPDataType feed) {
+    constexpr int32_t NOBODYS = -2;
+    const auto& topics = plan.settings.topics;
+    const bool isShared = topics[feed] == topics[SHFE_2PS] || topics[feed] == topics[INE_2PS];
+    return isShared ? NOBODYS : topics[feed];
+}
+
 std::filesystem::path MakeDirectory() {
     std::string name = (std::filesystem::temp_directory_path() / "vexa-sim-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) std::abort();
@@ -43,6 +53,13 @@ software_board::BoardOptions BoardOptionsOf(const Plan& plan) {
     options.exchange.seed = plan.seed;
     options.exchange.shfeInstruments = plan.shfeInstruments;
     options.exchange.ineInstruments = plan.ineInstruments;
+    options.exchange.shfeTopicId = plan.settings.topics[SHFE_2PS];
+    options.exchange.ineTopicId = plan.settings.topics[INE_2PS];
+    options.exchange.shfe4psTopicId = UnaskedTopic(plan, SHFE_4PS);
+    options.exchange.ine4psTopicId = UnaskedTopic(plan, INE_4PS);
+    options.exchange.hasNarrowLimits = plan.hasNarrowLimits;
+    options.shfeSnapPort = plan.settings.shfeServerPort;
+    options.ineSnapPort = plan.settings.ineServerPort;
     options.lostPacketAfter = plan.lostPacketAfter;
     options.hbm2ReadyMs = plan.isMemoryDead ? 1'000'000'000 : 500;
     options.ringMessages = 256;
@@ -59,17 +76,23 @@ World::World(const Plan& plan, Canary& canary, EventTrace& trace, uint8_t filler
       m_board(BoardOptionsOf(plan)),
       m_truth(BoardOptionsOf(plan).exchange),
       m_faults(BoardOptionsOf(plan).faults),
-      m_order({plan.waitSeconds, plan.attempts}),
+      m_order(plan),
+      m_decision(plan.seed),
+      m_snapshot(plan.settings.snapPorts),
+      m_reckoning(plan),
+      m_subscription(plan),
       m_log(trace, canary, m_clock),
       m_managing(plan, m_truth, m_ledger, 0),
       m_other(plan, m_truth, m_ledger, plan.otherChannel),
       m_seam(*this, filler) {
-    software_board::InstallBoard(0, &m_board);
+    software_board::InstallBoard(m_plan.settings.bus, &m_board);
+    m_lateDeals = DealLate(plan.seed);
+    std::reverse(m_lateDeals.begin(), m_lateDeals.end());
     BeginProcess();
 }
 
 World::~World() {
-    software_board::InstallBoard(0, nullptr);
+    software_board::InstallBoard(m_plan.settings.bus, nullptr);
     std::error_code ignored;
     std::filesystem::remove_all(m_directory, ignored);
 }
@@ -78,42 +101,56 @@ void World::CheckDestroyed() {
     Require(!m_hasDestructorCalled, 22, [] { return std::string("an object made an outside call as it ended"); });
 }
 
-void World::BeginProcess(const std::string& directory) { SimulatedApi::NewProcess((m_directory / directory).string()); }
+void World::BeginProcess(const std::string& directory) {
+    m_indexDirectory = directory.empty() ? m_directory.string() : (m_directory / directory).string();
+    SimulatedApi::NewProcess(m_indexDirectory);
+}
 
 void World::Note(EEvent kind, int32_t channel, uint64_t what, uint64_t value) {
     m_trace.Add({kind, channel, what, value, m_clock.Now()});
 }
 
-std::string World::ConfigPath(int32_t channel, const std::string& remark) const {
-    const std::filesystem::path file = m_directory / ("channel" + std::to_string(channel) + ".ini");
-    std::ofstream out(file);
+std::string World::ConfigPath(int32_t channel, const std::string& remark) {
     const auto onOff = [](bool isOn) { return isOn ? "enabled" : "disabled"; };
-    out << "# " << remark << "\n[config]\ndevice=xilinx0:" << channel << "\nlog_level=" << m_plan.logLevel
-        << "\nSRCIP=10.20.0.2\nSRCPORT=40000\nshfe2ps=" << onOff(m_plan.hasShfe) << "\nine2ps=" << onOff(m_plan.hasIne)
-        << "\nshfe2ps_max_inst_no=" << m_plan.maxInstNo[SHFE_2PS]
-        << "\nine2ps_max_inst_no=" << m_plan.maxInstNo[INE_2PS] << "\nshield_price_check=" << m_plan.isShielded
+    std::ostringstream out;
+    out << "# " << remark << "\n[config]\ndevice=xilinx" << m_plan.settings.bus << ":" << channel
+        << "\nlog_level=" << m_plan.logLevel << "\nshfe2ps=" << onOff(m_plan.hasShfe)
+        << "\nine2ps=" << onOff(m_plan.hasIne) << "\nshield_price_check=" << m_plan.isShielded
         << "\ncrc_mux_check=" << m_plan.isChecksumAsked << "\nwait_snap_timeout=" << m_plan.waitSeconds
         << "\ninit_tcpcnt=" << m_plan.attempts << "\n";
+    for (const auto& [key, value] : m_plan.settings.lines) out << key << "=" << value << "\n";
     for (int32_t user = 0; user < CHANNEL_SIZE; ++user) {
         const ChannelPlan& planned = m_plan.channels[user];
         if (planned.insts.empty()) continue;
         out << "[channel" << user << "]\ninsts=" << planned.insts
             << "\noptions=" << (planned.hasOptions ? "recv" : "norecv") << "\n";
     }
+    const std::string text = out.str();
+    if (channel == 0) m_fileChecksum = ChecksumOf(text);
+    const std::filesystem::path file = m_directory / ("channel" + std::to_string(channel) + ".ini");
+    std::ofstream(file) << text;
     return file.string();
+}
+
+void World::OnStart() {
+    m_order.OnStart(m_fileChecksum);
+    m_decision.OnStart(m_plan.isChecksumAsked, m_fileChecksum, m_board.IsLive());
+    m_reach.Note(m_decision.Shown(), EPhase::Identity);
 }
 
 void World::OnNewManager(SimulatedApi* api) {
     m_manager = api;
     m_priceChecksFailed = 0;
     m_order.OnNewObject();
+    m_isEnding = false;
     m_snapshot.OnBringUp();
     m_managing.OnSession();
 }
 
 // ---- calls ----------------------------------------------------------------------------------------------------------
 
-void World::BeginCall(int32_t channel, bool mayBringUp) {
+void World::BeginCall(int32_t channel, bool mayBringUp, bool isMemoryShort) {
+    m_isMemoryShort = isMemoryShort;
     m_isDestroying = false;
     m_caller = channel;
     m_calls = 0;
@@ -126,15 +163,19 @@ void World::BeginCall(int32_t channel, bool mayBringUp) {
     Note(EEvent::Call, channel, mayBringUp ? 1 : 0, 0);
 }
 
-void World::EndCall(int32_t channel, bool isOver) {
+void World::EndCall(int32_t channel, bool isOver, bool hasRunOut) {
     Follow();
     m_calls += m_clock.Looks() - m_looksBefore - m_boardLooks;
     CountCall();
     const bool hasBroughtUp = m_order.BringUps() != m_bringUpsBefore;
     if (channel == 0) {
+        if (isOver) RequireRightEnd(hasRunOut);
         const bool isLeftAlone = m_order.OnReturn(isOver, m_clock.Now());
         Require(!m_wasRecoveryDue || hasBroughtUp || isOver || isLeftAlone, 4,
                 [] { return std::string("a step after a loss began no recovery"); });
+        const bool isRight = m_decision.MayLeaveAlone() && !m_canary.Lies(30);
+        Require(!isLeftAlone || isRight, 30,
+                [] { return std::string("a board was left alone that had to be brought up"); });
     }
     if (m_messagesInCall > 0 && !hasBroughtUp) {
         Require(m_clock.Looks() == m_looksBefore + m_boardLooks, 19,
@@ -142,6 +183,18 @@ void World::EndCall(int32_t channel, bool isOver) {
     }
     Require(m_board.Statistics().refusedTableWrites == 0, 6, [] { return std::string("the board refused a write"); });
     Note(EEvent::Result, channel, isOver ? 1 : 0, m_recordsInCall);
+}
+
+// A start or a recovery gives up in few places: without an attempt left, without memory on the board, and where a stop
+// or a signal ends the wait for the snapshot.
+void World::RequireRightEnd(bool hasRunOut) {
+    const EPhase phase = m_order.Phase();
+    const bool isSpent = m_order.Attempts() >= m_plan.attempts;
+    const bool isRight = phase == EPhase::Closed || phase == EPhase::Live || (phase == EPhase::Identity && isSpent) ||
+                         (phase == EPhase::Memory && m_plan.isMemoryDead) ||
+                         (phase == EPhase::Loading && (m_isEnding || isSpent)) ||
+                         (phase == EPhase::Tables && (m_isEnding || (m_order.IsLoading() && isSpent)));
+    Require(isRight || hasRunOut, 31, [=] { return std::string("a start gave up in phase ") + PhaseName(phase); });
 }
 
 void World::OnRecord(int32_t channel, const VexaShfeMdType& record) {
@@ -152,19 +205,21 @@ void World::OnRecord(int32_t channel, const VexaShfeMdType& record) {
     Require(!isSilent && !m_canary.Lies(4), 4,
             [&] { return IdOf(record) + " in phase " + PhaseName(m_order.Phase()); });
     if (m_truth.IsInRound() && m_canary.Lies(5)) return;
-    if (m_canary.Number() == 21 && Deliveries(channel).HasSeen(FeedOf(record), record) && m_canary.Lies(21)) return;
+    if (m_canary.Number() == 21 && !m_truth.IsInRound() && Deliveries(channel).HasSeen(FeedOf(record), record) &&
+        m_canary.Lies(21))
+        return;
     Deliveries(channel).OnRecord(AsTold(channel, record));
 }
 
 EMDQPDataType World::FeedOf(const VexaShfeMdType& record) const {
-    return record.max_inst_no == static_cast<uint32_t>(m_plan.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
+    return record.max_inst_no == static_cast<uint32_t>(m_plan.settings.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
 }
 
 // The record as the checks are to see it: as it is, but for the canaries of the rules about records.
 VexaShfeMdType World::AsTold(int32_t channel, const VexaShfeMdType& record) {
     VexaShfeMdType told = record;
     const EMDQPDataType feed =
-        record.max_inst_no == static_cast<uint32_t>(m_plan.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
+        record.max_inst_no == static_cast<uint32_t>(m_plan.settings.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
     if (m_canary.Lies(1)) told.bid_volume ^= 1;
     if (m_canary.Number() == 2 && Deliveries(channel).HasSeen(feed, record) && record.change_no > 2 &&
         m_canary.Lies(2)) {
@@ -201,7 +256,6 @@ void World::Follow() {
 
 void World::Lose(uint32_t updates) {
     Follow();
-    m_reach.Note("lose", m_order.Phase());
     Note(EEvent::Script, 0, static_cast<uint64_t>(EStep::Lose), updates);
     {
         const SimulatedClock::Hold hold(m_clock);
@@ -210,10 +264,29 @@ void World::Lose(uint32_t updates) {
     Follow();
 }
 
-void World::Raise(const U50Event& event) {
-    m_reach.Note("event", m_order.Phase());
-    Note(EEvent::Script, 0, event.event_data0, event.event_data1);
-    m_board.RaiseEvent(0, event);
+void World::Raise(const EventCard& card) {
+    m_reach.Note(card.name, m_order.Phase());
+    Note(EEvent::Script, 0, card.event.event_data0, card.event.event_data1);
+    m_board.RaiseEvent(0, card.event);
+}
+
+// Once a session in each phase before the tables; behind it one late deal, and another when that has been rebuilt
+// after.
+void World::DealEvents() {
+    const EPhase phase = m_order.Phase();
+    const auto index = static_cast<std::size_t>(phase);
+    if (phase == EPhase::Closed || m_truth.IsInRound()) return;
+    if (phase <= EPhase::Loading) {
+        if (m_isDealt[index]) return;
+        m_isDealt.set(index);
+        for (const EventCard& card : DealBeforeTables(m_plan.seed, phase)) Raise(card);
+        return;
+    }
+    if (m_lateDeals.empty() || m_lateDeals.back().phase != phase || m_dealtAtBringUp == m_order.BringUps()) return;
+    if (phase == EPhase::Live && m_order.IsRecoveryDue()) return;
+    m_dealtAtBringUp = m_order.BringUps();
+    for (const EventCard& card : m_lateDeals.back().cards) Raise(card);
+    m_lateDeals.pop_back();
 }
 
 void World::BeginClosingRound() {

@@ -2,11 +2,14 @@
 /// view, and the rules that watch them.
 #pragma once
 
+#include <bitset>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "simulation/base/Canary.h"
+#include "simulation/base/Edges.h"
 #include "simulation/base/EventTrace.h"
 #include "simulation/base/Plan.h"
 #include "simulation/base/Reach.h"
@@ -15,8 +18,11 @@
 #include "simulation/rules/DeliveryRules.h"
 #include "simulation/rules/Ledger.h"
 #include "simulation/rules/LogRules.h"
+#include "simulation/rules/SnapshotReckoning.h"
 #include "simulation/rules/SnapshotRules.h"
+#include "simulation/rules/StartDecision.h"
 #include "simulation/rules/StartUpOrder.h"
+#include "simulation/rules/SubscriptionRecord.h"
 #include "simulation/rules/TableRules.h"
 #include "simulation/rules/TruthHistory.h"
 #include "simulation/world/Seam.h"
@@ -28,7 +34,8 @@ namespace simulation {
 /// Something that happens just before the `at`-th outside call of a phase.
 struct Trigger {
     EPhase phase = EPhase::Closed;
-    uint32_t at = 0;  ///< 0: none is set
+    uint32_t at = 0;        ///< 0: none is set
+    const char* what = "";  ///< for the reach
     std::function<void()> action;
 };
 
@@ -40,16 +47,19 @@ public:
     World& operator=(const World&) = delete;
 
     // ---- calls of the library, framed by whoever makes them ----
-    void BeginCall(int32_t channel, bool mayBringUp);
+    void BeginCall(int32_t channel, bool mayBringUp, bool isMemoryShort);
     /// `isOver`: the call came back without a session.
-    void EndCall(int32_t channel, bool isOver);
+    /// `hasRunOut`: of memory, so that it may have come back from anywhere.
+    void EndCall(int32_t channel, bool isOver, bool hasRunOut);
+    /// The managing channel's session has been stopped, or the process signalled.
+    void SetEnding(bool isEnding) { m_isEnding = isEnding; }
     void OnRecord(int32_t channel, const VexaShfeMdType& record);
     uint64_t RecordsInCall() const { return m_recordsInCall; }
     const VexaShfeMdType& LastMessage() const { return m_lastMessage; }
 
     // ---- what a script does ----
     void Lose(uint32_t updates);
-    void Raise(const U50Event& event);
+    void Raise(const EventCard& card);
     void SetTrigger(Trigger trigger) { m_trigger = std::move(trigger); }
     void BeginClosingRound();
     void OnNewManager(SimulatedApi* api);
@@ -60,7 +70,10 @@ public:
     /// A process in the dead one's place; its index file goes into `directory` below the session's own.
     void BeginProcess(const std::string& directory = "");
     void OnOtherSession() { m_other.OnSession(); }
-    std::string ConfigPath(int32_t channel, const std::string& remark) const;
+    /// Writes the file; the managing channel's is the one that its next start is held against.
+    std::string ConfigPath(int32_t channel, const std::string& remark);
+    /// The managing channel starts.
+    void OnStart();
 
     const Plan& GetPlan() const { return m_plan; }
     Canary& GetCanary() { return m_canary; }
@@ -76,7 +89,7 @@ public:
     // ---- the board's watcher ----
     bool OnWrite(uint32_t index, uint32_t value) override;
     void BeforeRead(EAccess access, uint32_t index) override;
-    void AfterRead(EAccess access, uint32_t index, uint64_t value) override;
+    void AfterRead(EAccess access, uint32_t index, uint64_t& value) override;
     /// What waited for the session before is discarded.
     void OnStreamOpened(int32_t channel) override { Deliveries(channel).OnGap(); }
     void BeforeReceive(int32_t channel) override;
@@ -88,14 +101,26 @@ private:
     void CountCall();
     bool IsOfDestructor();
     void Fire();
+    void DealEvents();
     bool OnTableWrite(uint32_t index, uint32_t value);
+    void OnTableRead(uint32_t index, uint32_t value);
+    void OnPassRead(uint32_t index);
     void OnControlWrite(uint32_t index, uint32_t value);
     void OnPhase(EPhase before, uint32_t index);
     void OnBringUp();
+    void NoteFaults(EPhase phase);
+    void Relist();
     void OnSnapshotUsed();
     void CheckTables();
     void CheckSlot(EMDQPDataType feed, int32_t instNo, bool isEnabled);
+    void CheckContents(EMDQPDataType feed);
+    bool IsBlurred(int32_t instNo) const;
     void CheckSubscriptions();
+    void CheckIndexFile();
+    void TellTables();
+    void LeaveStaleWords();
+    bool IsSubscribed(EMDQPDataType feed, int32_t instNo) const;
+    void RequireRightEnd(bool hasRunOut);
     bool OnEvent(int32_t channel, const U50Event& event);
     ECounted Expect(int32_t channel, const unsigned char* data, unsigned int length);
     void HandOver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user);
@@ -103,6 +128,9 @@ private:
     bool IsLoss(const U50Event& event);
     uint64_t LastUpdateSeconds();
     void Deliver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user);
+    void Reckon(const unsigned char* frame);
+    void CheckReckoning(uint64_t failedBefore);
+    void CheckDropped(const CCounters& before);
     void WatchSnapshot();
     bool IsEnabled(EMDQPDataType feed) const;
     uint8_t EnabledFeeds() const {
@@ -123,18 +151,31 @@ private:
     RegisterRules m_map;
     exchange::Faults m_faults;
     StartUpOrder m_order;
+    StartDecision m_decision;
+    uint32_t m_fileChecksum = 0;
     TableRules m_tables;
     SnapshotRules m_snapshot;
+    SnapshotReckoning m_reckoning;
+    SnapshotReckoning::EOutcome m_outcome = SnapshotReckoning::EOutcome::GoesOn;  ///< due with the message at hand
+    SubscriptionRecord m_subscription;
     LogRules m_log;
     DeliveryRules m_managing;
     DeliveryRules m_other;
     Seam m_seam;
 
     Trigger m_trigger;
+    std::bitset<PHASE_COUNT> m_isDealt;  ///< phases before the tables
+    std::vector<LateDeal> m_lateDeals;   ///< those still to come, the next one last
+    uint64_t m_dealtAtBringUp = 0;       ///< when the last of them was dealt
     SimulatedApi* m_manager = nullptr;
     uint64_t m_priceChecksFailed = 0;
     std::set<std::pair<int32_t, int32_t>> m_insane;  ///< on the board, accepted though abnormal
 
+    std::string m_indexDirectory;
+    bool m_isEnding = false;
+    bool m_isPassBegun = false;
+    bool m_isPassKnown = false;    ///< what the subscription passes must do
+    bool m_isMemoryShort = false;  ///< in the call under way
     bool m_isDestroying = false;
     bool m_hasDestructorCalled = false;
     int32_t m_caller = 0;
@@ -149,6 +190,7 @@ private:
     bool m_wasRecoveryDue = false;
     uint64_t m_overruns = 0;
     uint64_t m_connections = 0;
+    uint64_t m_lists = 0;  ///< of instruments, where they change
     VexaShfeMdType m_lastMessage{};
 };
 

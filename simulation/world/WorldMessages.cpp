@@ -1,11 +1,12 @@
 // What the board hands to the library, message by message, led to the rules.
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "simulation/base/WatchedAllocator.h"
+#include "simulation/rules/BoardMap.h"
 #include "simulation/rules/Invariants.h"
 #include "simulation/world/World.h"
-#include "src/RegisterMap.h"
 
 namespace simulation {
 namespace {
@@ -36,7 +37,13 @@ uint32_t TypeOf(const unsigned char* message) {
 void World::BeforeReceive(int32_t channel) {
     if (IsOfDestructor()) return;
     CountCall();
-    if (channel == 0) Fire();
+    const bool isLate = channel == 0 && m_isEnding && m_order.IsLoading();
+    const bool isLie = m_order.Phase() == EPhase::Loading && m_canary.Lies(31);
+    Require(!isLate && !isLie, 31, [] { return std::string("the snapshot is waited for after the session's end"); });
+    if (channel == 0) {
+        Fire();
+        DealEvents();
+    }
     m_looksAtReceive = m_clock.Looks();
 }
 
@@ -52,8 +59,12 @@ void World::OnMessage(int32_t channel, const unsigned char* data, unsigned int l
     Follow();
     const ECounted expected = Expect(channel, data, length);
     if (channel != 0) return HandOver(data, length, handler, user);
+    const bool wasLoading = m_order.Phase() == EPhase::Loading;
     const CCounters before = m_manager->Counters();
     HandOver(data, length, handler, user);
+    m_order.RequireNothingAnnounced();
+    if (wasLoading) CheckReckoning(before[ECounter::PriceCheckFailed]);
+    if (wasLoading && expected == ECounted::Sound && m_reckoning.IsKnown()) CheckDropped(before);
     CheckManager(before, expected);
     if (m_order.Phase() == EPhase::Loading) WatchSnapshot();
 }
@@ -67,13 +78,47 @@ ECounted World::Expect(int32_t channel, const unsigned char* data, unsigned int 
         std::memcpy(&event, data, sizeof event);
         isLoss = OnEvent(channel, event);
     }
-    if (m_order.Phase() != EPhase::Loading) return isLoss ? ECounted::EventLoss : ECounted::Nothing;
+    if (!m_order.IsLoading()) return isLoss ? ECounted::EventLoss : ECounted::Nothing;
     if (type != DMA_TCP) return ECounted::Foreign;
     const unsigned char* frame = data + DMA_TCP_FRAME_OFFSET;
     const uint32_t frameLength = length - DMA_TCP_FRAME_OFFSET;
     if (channel == 0) m_snapshot.OnFrame(frame, frameLength, EnabledFeeds());
-    if (!SnapshotRules::IsSound(frame, frameLength)) return ECounted::Unsound;
+    if (!m_snapshot.IsSound(frame, frameLength)) return ECounted::Unsound;
+    if (channel == 0) Reckon(frame);
     return m_faults.Has(exchange::EFault::SplitAnywhere) ? ECounted::Astray : ECounted::Sound;
+}
+
+void World::Reckon(const unsigned char* frame) {
+    if (m_isMemoryShort || m_faults.Has(exchange::EFault::SplitAnywhere)) m_reckoning.GiveUp();
+    m_order.SetSnapshotUnknown(!m_reckoning.IsKnown());
+    if (!m_reckoning.IsKnown()) return;
+    m_outcome = m_reckoning.OnFrame(frame);
+    for (const SnapshotContents::Told& told : m_reckoning.Told()) {
+        m_order.Announce(EAccess::Write, told.index, told.value);
+    }
+}
+
+// What became of the snapshot with this message, against what had to.
+void World::CheckReckoning(uint64_t failedBefore) {
+    using EOutcome = SnapshotReckoning::EOutcome;
+    const EOutcome due = std::exchange(m_outcome, EOutcome::GoesOn);
+    if (!m_reckoning.IsKnown()) return;
+    const bool isRefused = m_manager->PriceChecksFailed() != failedBefore;
+    const EOutcome came = isRefused                           ? EOutcome::Refused
+                          : m_order.Phase() > EPhase::Loading ? EOutcome::Used
+                                                              : EOutcome::GoesOn;
+    constexpr const char* NAMES[] = {"still loading", "used", "refused"};
+    Require(came == due && !m_canary.Lies(34), 34, [=] {
+        return std::string("the snapshot is ") + NAMES[static_cast<int>(came)] + ", not " +
+               NAMES[static_cast<int>(due)];
+    });
+    if (m_reckoning.IsUsedAndCleared()) {
+        m_order.OnCleared();
+        m_ledger.Book(EQuirk::ResetAtTheEnd);
+    }
+    const uint8_t mask = m_manager->FinishedMask();
+    Require(mask == m_reckoning.FinishedMask(), 34,
+            [&] { return "the finished feeds are " + Hex(mask) + ", not " + Hex(m_reckoning.FinishedMask()); });
 }
 
 void World::HandOver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user) {
@@ -82,9 +127,26 @@ void World::HandOver(const unsigned char* data, unsigned int length, VexaBoardMe
     handler(data, length, user);
 }
 
+void World::CheckDropped(const CCounters& before) {
+    const CCounters& now = m_manager->Counters();
+    const auto moved = [&](ECounter counter) { return now[counter] - before[counter]; };
+    const SnapshotReckoning::Dropped dropped{moved(ECounter::SegmentOtherHost), moved(ECounter::SegmentRepeated),
+                                             moved(ECounter::SegmentEarlyDropped), moved(ECounter::SegmentRefused)};
+    const SnapshotReckoning::Dropped& due = m_reckoning.LastDropped();
+    Require(dropped == due, 15, [&] {
+        const auto text = [](const SnapshotReckoning::Dropped& some) {
+            return std::to_string(some.otherHost) + " of another host, " + std::to_string(some.repeated) +
+                   " repeated, " + std::to_string(some.earlyEmpty) + " early and empty, " +
+                   std::to_string(some.refused) + " refused";
+        };
+        return "dropped were " + text(dropped) + "; not " + text(due);
+    });
+}
+
 void World::CheckManager(const CCounters& before, ECounted expected) {
-    Require(IsCountedOnce(before, m_manager->Counters(), expected) && !m_canary.Lies(15), 15,
-            [&] { return std::string("not counted as ") + CountedName(expected); });
+    Require(IsCountedOnce(before, m_manager->Counters(), expected) && !m_canary.Lies(15), 15, [&] {
+        return "not counted as " + std::string(CountedName(expected)) + ":" + Moved(before, m_manager->Counters());
+    });
     const char* inconsistency = m_canary.Lies(12) ? "nothing, really" : m_manager->Inconsistency();
     Require(inconsistency == nullptr, 12, [&] { return std::string(inconsistency); });
 }
@@ -110,7 +172,8 @@ void World::WatchSnapshot() {
     m_priceChecksFailed = failed;
     m_snapshot.OnPriceCheckFailed();
     const bool isSpoiled = m_faults.Has(exchange::EFault::CrossedBook) || m_faults.Has(exchange::EFault::OutsideLimits);
-    Require(isSpoiled && !m_plan.isShielded, 14, [] { return std::string("a sane snapshot failed its price check"); });
+    Require(m_reckoning.IsKnown() || (isSpoiled && !m_plan.isShielded), 14,
+            [] { return std::string("a sane snapshot failed its price check"); });
 }
 
 // ---- events ---------------------------------------------------------------------------------------------------------
@@ -123,6 +186,7 @@ bool World::OnEvent(int32_t channel, const U50Event& event) {
     const EPhase phase = m_order.Phase();
     if (phase == EPhase::Loading && isLost) m_ledger.OnLossWhileStarting();
     if (phase != EPhase::Live || !IsLoss(event)) return false;
+    for (const uint32_t index : board::DIAGNOSTICS) m_order.Announce(EAccess::Read32, index);
     m_order.OnLoss();
     return true;
 }
@@ -130,6 +194,7 @@ bool World::OnEvent(int32_t channel, const U50Event& event) {
 bool World::IsLoss(const U50Event& event) {
     if ((event.event_data0 & LOST_BITS) != 0 || (event.event_data1 & PRICE_ERROR_BITS) != 0) return true;
     if ((event.event_data0 & TIME_OUT_BITS) == 0) return (event.event_data3 & LOST_COUNT_BITS) != 0;
+    for (uint32_t feed = 0; feed < FEED_COUNT; ++feed) m_order.Announce(EAccess::Read64, board::LAST_UPDATE + feed);
     if (!IsQuiet(LastUpdateSeconds())) return true;
     m_ledger.Book(EQuirk::QuietTimeOut);
     return false;
@@ -138,7 +203,7 @@ bool World::IsLoss(const U50Event& event) {
 uint64_t World::LastUpdateSeconds() {
     uint64_t latest = 0;
     for (uint32_t feed = 0; feed < FEED_COUNT; ++feed) {
-        latest = std::max(latest, m_board.Read64(reg::LAST_UPDATE_TIME + feed));
+        latest = std::max(latest, m_board.Read64(board::LAST_UPDATE + feed));
     }
     return latest;
 }

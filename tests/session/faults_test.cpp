@@ -49,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(EveryFault, Recovers, testing::ValuesIn(EveryFaultInBot
 
 TEST_P(Recovers, AndEveryLastRecordEqualsTheTruth) {
     SessionWorld world(WithFaults(GetParam().name, GetParam().seed));
-    world.configKeys += "wait_snap_timeout=240\n";
+    world.configKeys += "wait_snap_timeout=480\n";
     ASSERT_EQ(world.Start(GetParam().delivery), 0);
     ASSERT_TRUE(world.Receive(GetParam().name == "all" ? 4000 : 1500));
     ASSERT_TRUE(world.ReceiveTheRest());
@@ -170,7 +170,8 @@ class Silent : public testing::TestWithParam<std::string> {};
 
 INSTANTIATE_TEST_SUITE_P(EachOne, Silent,
                          testing::Values("reorder", "drop", "split-small", "split-headers", "long-first-segment",
-                                         "wrong-field-size", "absent-values", "sequence-wrap", "reset-without-ack"),
+                                         "wrong-field-size", "absent-values", "sequence-wrap", "reset-without-ack",
+                                         "tail-field", "repeated-level", "settlement-limits", "same-port"),
                          [](const testing::TestParamInfo<std::string>& name) {
                              std::string text = name.param;
                              std::replace(text.begin(), text.end(), '-', '_');
@@ -268,6 +269,43 @@ TEST(OversizedMessage, IsGivenUpAndTheNextSnapshotLoaded) {
     EXPECT_EQ(world.board.Statistics().bringUps, 1U);
 }
 
+TEST(WrongBook, IsDiscardedAndLoadedAgain) {
+    SessionWorld world(WithFaults("wrong-book"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_EQ(world.api->m_counters[ECounter::PriceCheckFailed], 1U);
+    EXPECT_EQ(world.board.Statistics().bringUps, 1U);
+}
+
+TEST(SamePort, IsBegunAnewWhereOneFeedWasKept) {
+    SessionWorld world(WithFaults("same-port,oversized-message"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_EQ(world.board.Statistics().bringUps, 1U);
+    EXPECT_EQ(world.api->m_dirtySessionCount, 2U);
+}
+
+TEST(UnaskedFeed, LeavesItsTablesEmpty) {
+    SessionWorld world(WithFaults("unasked-feed"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    EXPECT_EQ(world.board.Statistics().snapshotConnections, 4U);
+    EXPECT_GT(world.api->m_counters[ECounter::SegmentRefused], 100U);
+    EXPECT_EQ(world.board.Slot(SHFE_4PS, 0).change_no, 0U);
+    EXPECT_EQ(world.board.Slot(INE_4PS, 3).change_no, 0U);
+}
+
+TEST(ChangingList, ClearsWhatIsNoLongerListed) {
+    SessionWorld world(WithFaults("changing-list,packet-lost@100,packet-lost@200"));
+    ASSERT_EQ(world.Start(Delivery::Callback), 0);
+    ASSERT_TRUE(world.Receive(1500));
+    ASSERT_TRUE(world.ReceiveTheRest());
+    const exchange::Exchange& market = world.board.Market();
+    int32_t listed = 0;
+    for (int32_t instNo = 0; instNo < 600; ++instNo) {
+        listed += market.IsListed(SHFE_2PS, instNo) ? 1 : 0;
+        EXPECT_EQ(world.board.Slot(SHFE_2PS, instNo).change_no != 0, market.IsListed(SHFE_2PS, instNo)) << instNo;
+    }
+    EXPECT_LT(listed, 550);
+}
+
 TEST(WrongTopic, IsRefusedAndTheNextSnapshotLoaded) {
     SessionWorld world(WithFaults("wrong-topic"));
     ASSERT_EQ(world.Start(Delivery::Callback), 0);
@@ -345,7 +383,7 @@ TEST(LostPackets, LeaveTheStoredChecksumAsItWas) {
 TEST(SameSeed, GivesTheSameSession) {
     const auto run = [] {
         SessionWorld world(WithFaults("all", 7));
-        world.configKeys += "wait_snap_timeout=240\n";
+        world.configKeys += "wait_snap_timeout=480\n";
         EXPECT_EQ(world.Start(Delivery::Callback), 0);
         EXPECT_TRUE(world.Receive(1500));
         std::string bytes;

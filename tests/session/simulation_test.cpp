@@ -1,13 +1,21 @@
 // The session simulator: its seeds are clean and repeatable, and each of its rules can be broken.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 
+#include "simulation/ReachTable.h"
 #include "simulation/Session.h"
 #include "simulation/Shrinker.h"
 #include "simulation/Simulation.h"
+#include "simulation/base/Edges.h"
+#include "simulation/base/Settings.h"
+#include "simulation/rules/IndexFile.h"
+#include "simulation/rules/StartDecision.h"
 #include "simulation/rules/Wanted.h"
 
 namespace simulation {
@@ -59,7 +67,7 @@ TEST_P(EachCanary, BreaksItsOwnRule) {
 }
 
 TEST(Shrinking, LeavesWhatBreaksTheRuleAlone) {
-    Plan plan = MakePlan(3, {});
+    Plan plan = MakePlan(4, {});
     ASSERT_FALSE(plan.faults.empty());
     const Plan shrunk = Shrink(plan, 1, 1);  // the first record breaks it: neither fault nor step is needed
     EXPECT_TRUE(shrunk.faults.empty());
@@ -81,6 +89,87 @@ TEST(Faults, ThatAreNotKnownAreRefusedWithTheKnownOnes) {
     } catch (const std::invalid_argument& error) {
         EXPECT_NE(std::string(error.what()).find("--faults: unknown fault \"rain\""), std::string::npos);
     }
+}
+
+TEST(Reach, TellsEachCellThatWasMetTooSeldom) {
+    Reach reach;
+    reach.SetForm(EForm::Polling);
+    for (int times = 0; times < 4; ++times) reach.Note("stop in start", EPhase::Tables);
+    const std::string holes = Holes(reach, 2000);
+    EXPECT_NE(holes.find("stop in start in phase tables by polling: 4 of 5\n"), std::string::npos);
+    EXPECT_NE(holes.find("stop in start in phase tables by callback: 0 of 5\n"), std::string::npos);
+    EXPECT_NE(holes.find("event 3.31 in phase live by callback: 0 of 5\n"), std::string::npos);
+    EXPECT_EQ(holes.find("stop in start in phase live"), std::string::npos);
+    EXPECT_EQ(holes.find("stop-from-callback in phase live by polling"), std::string::npos);
+    reach.Note("stop in start", EPhase::Tables);
+    EXPECT_EQ(Holes(reach, 2000).find("stop in start in phase tables by polling"), std::string::npos);
+    EXPECT_NE(Holes(reach, 10).find("event 0.0 in phase live by callback: 0 of 1\n"), std::string::npos);
+}
+
+TEST(Edges, EveryCardIsDealtToEachPhaseAndForm) {
+    std::map<std::tuple<std::string, EPhase, bool>, int> dealt;
+    for (uint64_t seed = 1; seed <= 2000; ++seed) {
+        for (const LateDeal& deal : DealLate(seed)) {
+            for (const EventCard& card : deal.cards) ++dealt[{card.name, deal.phase, IsPollingDealt(seed)}];
+        }
+        for (const TimeCard& card : DealTimes(seed)) ++dealt[{card.name, EPhase::Live, IsPollingDealt(seed)}];
+    }
+    for (const bool isPolling : {false, true}) {
+        for (const EPhase phase : {EPhase::Tables, EPhase::Versions, EPhase::Subscribing, EPhase::Engines}) {
+            for (const EventCard& card : AllSingles())
+                EXPECT_GE((dealt[{card.name, phase, isPolling}]), 5) << card.name;
+            for (const EventCard& card : AllPairs()) EXPECT_GE((dealt[{card.name, phase, isPolling}]), 5) << card.name;
+        }
+        for (const TimeCard& card : AllTimes()) {
+            EXPECT_GE((dealt[{card.name, EPhase::Live, isPolling}]), 5) << card.name;
+        }
+    }
+}
+
+TEST(StartDecision, LeavesABoardAloneInFlowWithoutAnEventAlone) {
+    EXPECT_EQ(ChecksumOf("123456789"), 0xE3069283U);
+    for (uint64_t seed = 0; seed < 40; ++seed) {
+        StartDecision decision(seed);
+        decision.OnStart(true, 7, true);
+        uint64_t told[2][5] = {};
+        for (auto& sample : told) {
+            std::size_t counter = 0;
+            for (const uint32_t index : {0x1220, 0x1230, 0x1240, 0x1250, 0x1207}) {
+                sample[counter++] = decision.Told(index, 100 + index);
+            }
+        }
+        EXPECT_FALSE(decision.MayLeaveAlone());  // the checksum has not been read
+        decision.Told(0x1001, 7);
+        const bool hasFlowed = !std::equal(told[0], told[0] + 4, told[1]);
+        EXPECT_EQ(decision.MayLeaveAlone(), hasFlowed && told[0][4] == told[1][4]) << decision.Shown();
+        decision.Told(0x1001, 8);
+        EXPECT_FALSE(decision.MayLeaveAlone());
+    }
+}
+
+TEST(IndexFile, IsNamedByDayAndHalfOfTheDay) {
+    constexpr int64_t HOUR = 3'600'000'000'000;
+    constexpr int64_t DAY = 20573 * 24 * HOUR;  // 2026-04-30
+    EXPECT_EQ(IndexName(DAY + 17 * HOUR - 1), "/.shfe_20260430_am");
+    EXPECT_EQ(IndexName(DAY + 17 * HOUR), "/.shfe_20260430_pm");
+    EXPECT_EQ(IndexName(DAY + 24 * HOUR), "/.shfe_20260501_am");
+}
+
+TEST(Settings, MeanWhatTheirTextsSay) {
+    bool hasCarried = false;
+    for (uint64_t seed = 1; seed <= 300; ++seed) {
+        const Settings settings = DrawSettings(seed, true);
+        const std::map<std::string, std::string> lines(settings.lines.begin(), settings.lines.end());
+        EXPECT_EQ(lines.size(), settings.lines.size()) << "a key comes twice, seed " << seed;
+        const bool isDefault = lines.count("last_tick_channel") == 0;
+        EXPECT_FALSE(isDefault);
+        EXPECT_EQ(settings.lastTick, std::stoull(lines.at("last_tick_channel")) % 65536);
+        EXPECT_TRUE(lines.count("SRCIP") != 0 || settings.srcIp == 0xFFFFFFFFU);
+        EXPECT_TRUE(lines.count("DSTPORT") != 0 || settings.dstPort == 0U);
+        hasCarried = hasCarried || (settings.srcMacLow[3] & 0xFF) < (settings.srcMacLow[0] & 0xFF);
+        EXPECT_NE(settings.topics[SHFE_2PS], settings.topics[INE_2PS]);
+    }
+    EXPECT_TRUE(hasCarried);
 }
 
 TEST(Wanted, FollowsProductsFuturesWholeIdsAndOptions) {

@@ -2,7 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cfloat>
+#include <set>
+#include <string>
 #include <utility>
 
 #include "exchange/Exchange.h"
@@ -194,6 +197,93 @@ TEST_F(SyntheticSnapshot, WrongTopicIsNeitherExchanges) {
     const Receiver receiver(market.SnapshotMessages(SHFE_2PS, Only(EFault::WrongTopic)));
     EXPECT_EQ(int{receiver.Snap().topic_id}, -1);
     ExpectTruth(receiver, market, SHFE_2PS);
+}
+
+TEST_F(SyntheticSnapshot, UnaskedOneTellsTheSameUnderTheOtherTopic) {
+    const Receiver receiver(market.UnaskedMessages(INE_2PS));
+    EXPECT_EQ(int{receiver.Snap().topic_id}, 5101);
+    ExpectTruth(receiver, market, INE_2PS);
+}
+
+TEST_F(SyntheticSnapshot, TailsBeginAtEachOfTheLastTwelveBytes) {
+    std::set<std::size_t> added;
+    for (int snapshot = 0; snapshot < 4; ++snapshot) {
+        const Messages plain = market.SnapshotMessages(SHFE_2PS);
+        Exchange twin{ExchangeOptions{}};
+        for (int before = 0; before < 2 * snapshot; ++before) twin.SnapshotMessages(SHFE_2PS);
+        const Messages tailed = twin.SnapshotMessages(SHFE_2PS, Only(EFault::TailField));
+        ASSERT_EQ(tailed.size(), plain.size());
+        for (std::size_t i = 0; i < plain.size(); ++i) added.insert(tailed[i].size() - plain[i].size());
+        market.SnapshotMessages(SHFE_2PS);
+    }
+    EXPECT_EQ(added, (std::set<std::size_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
+}
+
+TEST_F(SyntheticSnapshot, WrongBooksHaveEveryDepthAndAreWrongByAUnitOrATick) {
+    std::set<std::pair<int, int>> depths;
+    std::set<std::string> wrongs;
+    for (int snapshot = 0; snapshot < 400; ++snapshot) {
+        const Receiver receiver(market.SnapshotMessages(INE_2PS, Only(EFault::WrongBook)));
+        for (const auto& [instNo, seen] : receiver.Instruments()) {
+            const Instrument& instrument = market.Instruments(INE_2PS)[static_cast<std::size_t>(instNo)];
+            const auto cents = [](double yuan) { return static_cast<int32_t>(yuan * 100 + 0.5); };
+            const int32_t upper = cents(seen.deal.upper_limit_price);
+            const int32_t lower = cents(seen.deal.lower_limit_price);
+            if (upper == instrument.upperLimit && lower == instrument.lowerLimit) continue;
+            std::vector<int32_t> prices;
+            for (auto ask = seen.asks.rbegin(); ask != seen.asks.rend(); ++ask) prices.push_back(ask->first);
+            for (const auto& bid : seen.bids) prices.push_back(bid.first);
+            const auto quoted = [](const auto& side) {
+                return static_cast<int>(
+                    std::count_if(side.begin(), side.end(), [](auto level) { return level.first != 0; }));
+            };
+            depths.emplace(quoted(seen.asks), quoted(seen.bids));
+            std::erase(prices, 0);
+            const auto tell = [&](const char* what, int32_t by) {
+                if (by == 1) wrongs.insert(std::string(what) + " by a unit");
+                if (by == instrument.priceTick) wrongs.insert(std::string(what) + " by a tick");
+            };
+            const auto [least, most] = std::minmax_element(prices.begin(), prices.end());
+            tell("above", *most - upper);
+            tell("below", lower - *least);
+            if (depths.empty() || seen.asks[0].first == 0 || seen.bids[0].first == 0) continue;
+            if (seen.bids[0].first == seen.asks[0].first) wrongs.insert("met");
+            tell("crossed", seen.bids[0].first - seen.asks[0].first);
+        }
+    }
+    EXPECT_EQ(depths.size(), 35U);  // all of six by six but the empty book
+    EXPECT_EQ(wrongs, (std::set<std::string>{"above by a tick", "above by a unit", "below by a tick", "below by a unit",
+                                             "crossed by a tick", "crossed by a unit", "met"}));
+}
+
+TEST_F(SyntheticSnapshot, SettlementLimitsAreImpossibleAndTheOthersTrue) {
+    const Receiver receiver(market.SnapshotMessages(SHFE_2PS, Only(EFault::SettlementLimits)));
+    int impossible = 0;
+    for (const auto& [instNo, seen] : receiver.Instruments()) {
+        const bool isTas = market.Instruments(SHFE_2PS)[static_cast<std::size_t>(instNo)].kind == InstrumentKind::Tas;
+        EXPECT_EQ(seen.deal.upper_limit_price < seen.deal.lower_limit_price, isTas) << instNo;
+        impossible += isTas ? 1 : 0;
+    }
+    EXPECT_GT(impossible, 3);
+}
+
+TEST_F(SyntheticSnapshot, ListsChangeWithTheirNumberAndKeepTheFirst) {
+    std::set<std::size_t> sizes;
+    for (uint64_t number = 1; number <= 20; ++number) {
+        market.Relist(number);
+        const Receiver receiver(market.SnapshotMessages(SHFE_2PS));
+        sizes.insert(receiver.Instruments().size());
+        EXPECT_TRUE(market.IsListed(SHFE_2PS, 0));
+        EXPECT_EQ(receiver.Instruments().rbegin()->first + 1, market.ListedEnd(SHFE_2PS));
+        for (const auto& [instNo, seen] : receiver.Instruments()) EXPECT_TRUE(market.IsListed(SHFE_2PS, instNo));
+        for (int move = 0; move < 50; ++move) {
+            const LiveUpdate update = market.Next();
+            EXPECT_TRUE(market.IsListed(update.feed, update.instNo));
+        }
+    }
+    EXPECT_GT(sizes.size(), 10U);
+    market.Relist(0);
+    ExpectSnapshotTellsTheTruth(market, SHFE_2PS);
 }
 
 TEST_F(SyntheticSnapshot, OversizedMessageEndsTheStreamHalfWay) {

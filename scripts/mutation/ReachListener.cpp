@@ -1,5 +1,5 @@
-// Linked into each test program: reads which mutant is on, and on request tells of each test the mutants that it reached.
-// Lines of the file: test, milliseconds, numbers; the test "*" stands for what ran before the first of them.
+// Linked into each test program: reads which mutant is on, and on request tells of each test the mutants that it
+// reached. Lines of the file: test, milliseconds, numbers; the test "*" stands for what ran before the first of them.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 

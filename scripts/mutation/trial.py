@@ -9,7 +9,7 @@ from dataclasses import dataclass
 KILLED, SURVIVED, UNREACHED = "killed", "survived", "no test reaches it"
 MEMORY_MIB = 4096  # what a mutant that never stops allocating may take
 BUDGET_MILLISECONDS = 60_000  # of tests for one mutant, as they took without one
-FILE_BYTES = 4 << 30
+FILE_BYTES = 64 << 30
 
 
 @dataclass

@@ -25,6 +25,7 @@ REMOVED = {Kind.CALL_EXPR, Kind.BINARY_OPERATOR, Kind.COMPOUND_ASSIGNMENT_OPERAT
            Kind.BREAK_STMT, Kind.CONTINUE_STMT, Kind.UNEXPOSED_EXPR, Kind.CXX_DELETE_EXPR}
 NAMES = {Kind.DECL_REF_EXPR, Kind.MEMBER_REF_EXPR, Kind.TYPE_REF, Kind.TEMPLATE_REF, Kind.NAMESPACE_REF,
          Kind.OVERLOADED_DECL_REF}
+CLASSES = {Kind.CLASS_DECL, Kind.STRUCT_DECL, Kind.CLASS_TEMPLATE}
 DECLARED = {Kind.VAR_DECL, Kind.FIELD_DECL, Kind.PARM_DECL}
 NOT_EVALUATED = {Kind.STATIC_ASSERT, Kind.ENUM_DECL, Kind.CXX_UNARY_EXPR, Kind.TYPEDEF_DECL, Kind.TYPE_ALIAS_DECL}
 
@@ -198,7 +199,8 @@ class Walk:
         if cursor.kind == Kind.VAR_DECL and self.is_constant(cursor):
             return self.table(cursor, children)
         if cursor.kind in DECLARED:
-            if cursor.is_bitfield():
+            is_class_constant = cursor.kind == Kind.VAR_DECL and cursor.semantic_parent.kind in CLASSES
+            if cursor.is_bitfield() or is_class_constant:
                 return []
             is_local = cursor.semantic_parent.kind in FUNCTIONS and cursor.storage_class != StorageClass.STATIC
             if cursor.kind != Kind.PARM_DECL and not is_local:
@@ -221,9 +223,10 @@ class Walk:
     def table(self, cursor, children):
         """A table of constants is made an ordinary one, filled when the program starts, so that it can be switched, too."""
         kind = cursor.type.get_canonical().kind
+        is_text = self.text(cursor).rstrip().endswith('"')
         rows = [child for child in children if child.extent.start.offset > self.name_end(cursor)]
-        is_member = cursor.semantic_parent.kind in (Kind.CLASS_DECL, Kind.STRUCT_DECL)
-        if kind not in (TypeKind.CONSTANTARRAY, TypeKind.RECORD) or is_member or not rows:
+        is_member = cursor.semantic_parent.kind in CLASSES
+        if kind not in (TypeKind.CONSTANTARRAY, TypeKind.RECORD) or is_member or is_text or not rows:
             return []
         start = cursor.extent.start.offset
         found = re.search(r"(inline\s+)?constexpr\b", self.source.slice(start, cursor.location.offset))
@@ -307,7 +310,9 @@ class Walk:
 
     def number(self, cursor, parent):
         text = self.text(cursor)
-        if not text[0].isdigit() or (parent is not None and parent.kind in NAMES):
+        start, end = cursor.extent.start.offset, cursor.extent.end.offset
+        is_template_argument = self.source.slice(start - 1, start) == "<" and self.source.slice(end, end + 1) == ">"
+        if not text[0].isdigit() or is_template_argument or (parent is not None and parent.kind in NAMES):
             return
         self.add(cursor, EXPRESSION, {"0": "1", "1": "0"}.get(text, f"{text} + 1"))
 

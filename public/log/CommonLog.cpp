@@ -217,8 +217,7 @@ void CCommonLog::OpenDay(int64_t day) {
     m_openDay = day;
     const int before = m_file.load(std::memory_order_relaxed);
     const int opened = m_path[0] == '\0' ? STANDARD_ERROR : OpenFileOf(day);
-    if (before > STANDARD_ERROR && opened > STANDARD_ERROR) {
-        dup3(opened, before, O_CLOEXEC);
+    if (before > STANDARD_ERROR && opened > STANDARD_ERROR && dup3(opened, before, O_CLOEXEC) >= 0) {
         close(opened);
         return;
     }

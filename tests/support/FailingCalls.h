@@ -5,8 +5,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 enum class ECall {

@@ -34,7 +34,12 @@ std::size_t g_bytesAtOnceMax = NO_LIMIT;
 
 // In front of the C++ library's: memory that has no room for large objects.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return size > g_bytesAtOnceMax ? nullptr : std::malloc(size);
+    if (size > g_bytesAtOnceMax) return nullptr;
+    try {
+        return ::operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 namespace {
@@ -129,7 +134,7 @@ TEST_F(FailingLog, LineBehindACutOneThatCannotBeTakenBackBeginsALine) {
     }
 }
 
-TEST_F(FailingLog, FileOfATheftProofUmaskThatCannotBeOpenedUpTakesLines) {
+TEST_F(FailingLog, FileThatStaysClosedUnderAUmaskTakesLines) {
     const mode_t before = umask(0777);
     FailingCalls::FailAt(ECall::Fchmod, 1, EPERM);
     EXPECT_EQ(Write("a line"), "");

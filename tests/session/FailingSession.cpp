@@ -220,6 +220,7 @@ std::vector<Call> WithReasons(const std::vector<MadeCall>& made) {
         EXPECT_TRUE(name.ends_with(".pcap")) << NAMES_OF_CALLS[static_cast<std::size_t>(one.call)] << ' ' << one.path;
         return isHead ? EFor::PcapHead : EFor::Pcap;
     };
+    calls.reserve(made.size());
     for (const MadeCall& one : made) calls.push_back({one.call, ++counts[one.call], reasonOf(one)});
     return calls;
 }

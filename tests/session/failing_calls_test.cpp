@@ -21,7 +21,7 @@ namespace failing {
 namespace {
 
 // A session makes hundreds of writes: of so many calls for one thing some are taken, always the same.
-constexpr std::size_t CALLS_MAX = 10;
+constexpr std::size_t CALLS_MAX = 6;
 constexpr uint64_t SEED = 20260430;
 
 /// `seen` is `whole` without `lost` of its elements, and with `added` among them, in this order.

@@ -214,7 +214,7 @@ std::vector<Call> WithReasons(const std::vector<MadeCall>& made) {
             return iniOpens == 1 ? EFor::Ini : EFor::Checksum;
         }
         if (name.ends_with(".log")) return EFor::Log;
-        if (name.starts_with(".shfe_")) return name.ends_with("m") ? EFor::Index : EFor::IndexBeside;
+        if (name.starts_with(".shfe_")) return name == ".shfe_20260429_pm" ? EFor::Index : EFor::IndexBeside;
         const bool isHead = one.call == ECall::Write && begun.insert(one.path).second;
         if (name.ends_with(".bin")) return isHead ? EFor::BinHead : EFor::Bin;
         EXPECT_TRUE(name.ends_with(".pcap")) << NAMES_OF_CALLS[static_cast<std::size_t>(one.call)] << ' ' << one.path;

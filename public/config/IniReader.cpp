@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::size_t SAMPLE_PART = 8;  // of a file's bytes
 constexpr std::size_t FILE_BYTES_MAX = std::size_t{64} << 20;
+constexpr int INTERRUPTED_TRIES_MAX = 16;
 
 /// The whole file; false for what is no regular file or too large, without ever waiting on it.
 bool ReadWhole(const std::string& path, std::string& text) {
@@ -25,13 +26,15 @@ bool ReadWhole(const std::string& path, std::string& text) {
     bool isRead = fstat(file.Get(), &status) == 0 && S_ISREG(status.st_mode) &&
                   static_cast<uint64_t>(status.st_size) <= FILE_BYTES_MAX;
     char block[16384];
+    int tries = 0;
     while (isRead) {
         const ssize_t count = read(file.Get(), block, sizeof block);
-        if (count < 0 && errno == EINTR) continue;
+        if (count < 0 && errno == EINTR && ++tries < INTERRUPTED_TRIES_MAX) continue;
         if (count <= 0) {
             isRead = count == 0;
             break;
         }
+        tries = 0;
         text.append(block, static_cast<std::size_t>(count));
         isRead = text.size() <= FILE_BYTES_MAX;
     }

@@ -1,6 +1,6 @@
 // The process's log. Any thread and any signal handler may write a line; only an ordinary line opens files or looks at
 // the calendar, a handler's line takes what is open. In: finished texts. Out: lines in the day's file.
-// A line reaches the file whole or not at all.
+// A line reaches the file whole or not at all; where the system keeps a part, the next line does not begin on it.
 #include "public/log/CommonLog.h"
 
 #include <fcntl.h>
@@ -176,24 +176,27 @@ void CCommonLog::Put(ELOGLEVEL level, const char* text, std::size_t length, int6
     if (file == NO_FILE) return Drop();
 
     char line[LINE_CAPACITY];
-    char* end = PutHead(line, now, m_utcOffset.load(std::memory_order_relaxed), level);
+    char* end = line;
+    const bool isBehindCut = m_isCut.load(std::memory_order_relaxed) && m_isCut.exchange(false);
+    if (isBehindCut) *end++ = '\n';
+    end = PutHead(end, now, m_utcOffset.load(std::memory_order_relaxed), level);
     end = PutPrintable(end, text, length);
     *end++ = '\n';
     const auto size = static_cast<std::size_t>(end - line);
     const std::size_t written = WriteWhole(file, line, size);
     if (written == size) return;
     const int reason = errno;
-    TakeBack(file, written);
+    if (!TakeBack(file, written) || isBehindCut) m_isCut.store(true, std::memory_order_relaxed);
     if (mayOpen) TellOnce("cannot be written", m_path, reason);
     Drop();
 }
 
-// A line is whole or absent: what a full disk took of it is taken back.
-void CCommonLog::TakeBack(int file, std::size_t written) {
-    if (file == STANDARD_ERROR || written == 0) return;
+// A line is whole or absent: what a full disk took of it is taken back. False where that cannot be done.
+bool CCommonLog::TakeBack(int file, std::size_t written) {
+    if (file == STANDARD_ERROR || written == 0) return true;
     const auto partial = static_cast<off_t>(written);
     const off_t reached = lseek(file, 0, SEEK_END);
-    if (reached >= partial) (void)!ftruncate(file, reached - partial);
+    return reached >= partial && ftruncate(file, reached - partial) == 0;
 }
 
 // Opens the file when the path is new or the local day has changed. The offset is looked up again every quarter of an
@@ -217,8 +220,7 @@ void CCommonLog::OpenDay(int64_t day) {
     m_openDay = day;
     const int before = m_file.load(std::memory_order_relaxed);
     const int opened = m_path[0] == '\0' ? STANDARD_ERROR : OpenFileOf(day);
-    if (before > STANDARD_ERROR && opened > STANDARD_ERROR) {
-        dup3(opened, before, O_CLOEXEC);
+    if (before > STANDARD_ERROR && opened > STANDARD_ERROR && dup3(opened, before, O_CLOEXEC) >= 0) {
         close(opened);
         return;
     }

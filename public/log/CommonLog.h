@@ -68,7 +68,7 @@ private:
     void Refresh(int64_t wallSeconds);
     void OpenDay(int64_t day);
     int OpenFileOf(int64_t day);
-    void TakeBack(int file, std::size_t written);
+    static bool TakeBack(int file, std::size_t written);
     void TellOnce(const char* what, const char* file, int reason);
     void Drop();
 
@@ -86,6 +86,7 @@ private:
     std::atomic<int64_t> m_refreshAt{0};  ///< wall seconds at which offset and day are looked up again
     std::atomic<int64_t> m_utcOffset{0};  ///< seconds east
     int64_t m_openDay = 0;                ///< local days since the epoch of the open file
+    std::atomic<bool> m_isCut{false};     ///< a part of a line stands at the file's end
     std::atomic<bool> m_hasTold{false};   ///< of the file that does not open or does not take lines
     char m_path[PATH_CAPACITY] = {};
 };

@@ -46,9 +46,11 @@ int OpenAppend(const std::string& file, bool isNew) {
     const int descriptor = open(file.c_str(), flags, OWNER_ONLY);
     if (descriptor < 0) return -1;
     struct stat status {};
-    if (fstat(descriptor, &status) != 0 || !IsOurs(status)) {
+    const int reason = fstat(descriptor, &status) != 0 ? errno : EINVAL;
+    if (!IsOurs(status)) {
         close(descriptor);
-        errno = EINVAL;
+        if (isNew) unlink(file.c_str());
+        errno = reason;
         return -1;
     }
     // Under a umask that takes everything the file would be closed to the next start.

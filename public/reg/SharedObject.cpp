@@ -17,8 +17,10 @@ namespace {
 using FileHeader = ElfW(Ehdr);
 using ProgramHeader = ElfW(Phdr);
 
+/// False with errno 0 for a file that ends before.
 template <typename Header>
 bool ReadAt(int file, uint64_t offset, Header& header) {
+    errno = 0;
     return pread(file, &header, sizeof header, static_cast<off_t>(offset)) == static_cast<ssize_t>(sizeof header);
 }
 
@@ -42,6 +44,9 @@ bool IsWhole(int file, uint64_t size, const FileHeader& header) {
     return true;
 }
 
+/// The system's reason where it could not read, otherwise what was found.
+std::string Reason(const char* found) { return errno != 0 ? std::strerror(errno) : found; }
+
 }  // namespace
 
 std::string WhyNoSharedObject(const std::string& path) {
@@ -50,7 +55,7 @@ std::string WhyNoSharedObject(const std::string& path) {
     if (!file.IsOpen() || fstat(file.Get(), &status) != 0) return std::strerror(errno);
     if (!S_ISREG(status.st_mode)) return "no regular file";
     FileHeader header;
-    if (!ReadAt(file.Get(), 0, header) || !IsSharedObject(header)) return "no shared object for this machine";
-    return IsWhole(file.Get(), static_cast<uint64_t>(status.st_size), header) ? ""
-                                                                              : "cut: shorter than its headers say";
+    if (!ReadAt(file.Get(), 0, header) || !IsSharedObject(header)) return Reason("no shared object for this machine");
+    if (IsWhole(file.Get(), static_cast<uint64_t>(status.st_size), header)) return "";
+    return Reason("cut: shorter than its headers say");
 }

@@ -63,6 +63,7 @@ struct ShotFile {
     int descriptor = -1;
     uint64_t records = 0;
     bool hasTold = false;
+    bool isCut = false;  ///< ends in a part of a record, behind which none could be read
 
     void Close() {
         if (descriptor >= 0) close(descriptor);
@@ -91,8 +92,20 @@ std::string ShotName(int32_t channel, const char* ending, int attempt) {
     return text + ending;
 }
 
+/// Takes the last bytes of the file away again.
+bool TakeBack(const ShotFile& file, std::size_t bytes) {
+    if (bytes == 0) return true;
+    const auto partial = static_cast<off_t>(bytes);
+    const off_t reached = lseek(file.descriptor, 0, SEEK_END);
+    return reached >= partial && ftruncate(file.descriptor, reached - partial) == 0;
+}
+
 /// Writes head and body as one record, or nothing at all.
 bool Append(ShotFile& file, const void* head, std::size_t headSize, const void* body, std::size_t bodySize) {
+    if (file.isCut) {
+        ++g_recorder.dropped;
+        return false;
+    }
     const std::size_t written = WriteWhole(file.descriptor, head, headSize);
     const std::size_t more = written == headSize ? WriteWhole(file.descriptor, body, bodySize) : 0;
     if (written == headSize && more == bodySize) {
@@ -100,9 +113,7 @@ bool Append(ShotFile& file, const void* head, std::size_t headSize, const void* 
         return true;
     }
     const int reason = errno;
-    const off_t reached = lseek(file.descriptor, 0, SEEK_END);
-    const auto partial = static_cast<off_t>(written + more);
-    if (partial > 0 && reached >= partial) (void)!ftruncate(file.descriptor, reached - partial);
+    file.isCut = !TakeBack(file, written + more);
     ++g_recorder.dropped;
     if (file.hasTold) return false;
     file.hasTold = true;
@@ -116,6 +127,7 @@ int32_t Create(ShotFile& file, const char* logPath, int32_t channel, const char*
     file.Close();
     file.records = 0;
     file.hasTold = false;
+    file.isCut = false;
     const std::string path = logPath == nullptr ? "" : logPath;
     std::string name;
     for (int attempt = 0; attempt < NAMES_TRIED_MAX && file.descriptor < 0; ++attempt) {

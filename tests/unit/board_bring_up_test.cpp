@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -115,6 +116,28 @@ TEST_F(BoardBringUp, MessagesDuringTheMemoryWaitAreDiscardedUnread) {
     api->_InitFpga();
     EXPECT_GE(clock.monotonic, 6 * SECOND_NS);
     EXPECT_FALSE(log.Has(LOG_INFO, "received HBM2 init event, event_data2=00000001"));
+}
+
+// An event that reaches the session on another road, such as a provider that polls for itself while it is polled.
+TEST_F(BoardBringUp, ReadyEventInsideTheMemoryWaitEndsItWithoutTheStatusRegister) {
+    const U50Event ready{DMA_EVENT, 32, 0, 0, 1, 0, 0, 0};
+    std::vector<unsigned char> message(DMA_READABLE_BYTES);
+    std::memcpy(message.data(), &ready, sizeof ready);
+    api->m_u50UserData.lpMdApi = api.get();
+    board.answers[0x2032] = 2;
+    int64_t readyAt = 0;
+    board.onPoll = [&](RecordingBoard& self) {
+        if (self.polls != 700) return;
+        api->_MdHandler(message.data(), sizeof ready, &api->m_u50UserData);
+        readyAt = clock.monotonic;
+    };
+    EXPECT_EQ(api->_InitFpga(), -2);
+    EXPECT_THAT(board.AccessesTo(0x2032, 0x2032), testing::IsEmpty());
+    EXPECT_GT(readyAt, SECOND_NS / 2);
+    EXPECT_TRUE(log.Has(LOG_INFO, "received HBM2 init event, event_data2=00000001"));
+    EXPECT_TRUE(log.Has(LOG_INFO, "HBM2 init successful."));
+    EXPECT_TRUE(api->m_isHBM2InitFinished);
+    EXPECT_LT(clock.monotonic - readyAt, 4 * SECOND_NS);  // the limit of the snapshot wait alone
 }
 
 TEST_F(BoardBringUp, SnapshotTimeOutOfZeroGivesUpAfterOneWholeSecond) {

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <vector>
 
+namespace fuzz {
+
 class ByteReader {
 public:
     ByteReader(const uint8_t* data, std::size_t size) : m_data(data), m_left(size) {}
@@ -47,3 +49,5 @@ void Put(std::vector<uint8_t>& bytes, Number number) {
     const auto* first = reinterpret_cast<const uint8_t*>(&number);
     bytes.insert(bytes.end(), first, first + sizeof number);
 }
+
+}  // namespace fuzz

@@ -98,10 +98,12 @@ Board::~Board() {
 
 void Board::Clear() {
     registers.clear();
-    for (Table& table : m_tables) {
-        table.words.assign(table.slots * WORDS_PER_SLOT, STRANGE_WORD);
-        table.isClosed = false;
-    }
+    for (Table& table : m_tables) table.words.assign(table.slots * WORDS_PER_SLOT, STRANGE_WORD);
+    ReopenTables();
+}
+
+void Board::ReopenTables() {
+    for (Table& table : m_tables) table.isClosed = false;
 }
 
 void Board::Open() { FUZZ_REQUIRE(CDrvRegEnyx::GetInstance().Init(0, 0) == 0); }

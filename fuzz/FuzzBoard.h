@@ -22,6 +22,9 @@ public:
     /// Registers as they were at first; a table's words hold what no session writes.
     void Clear();
 
+    /// What a bring-up does.
+    void ReopenTables();
+
     /// Opens the process's registers on this board.
     void Open();
 

@@ -10,5 +10,6 @@ namespace fuzz {
 void WriteSeed(const std::string& folder, const std::string& name, const std::vector<uint8_t>& bytes);
 
 void WriteSnapshotSeeds(const std::string& folder);
+void WriteStartUpSeeds(const std::string& folder);
 
 }  // namespace fuzz

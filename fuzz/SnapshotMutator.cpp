@@ -101,9 +101,11 @@ void ChangeBytes(Block& block, std::size_t maxSize) {
 
 void ChangeMessage(Block& message, Random& random) {
     const std::vector<std::size_t> fields = Fields(message);
-    const uint32_t kind = fields.empty() ? 0 : random.Below(8);
+    const uint32_t kind = fields.empty() ? 0 : random.Below(9);
     if (kind == 0) {
         ChangeBytes(message, message.size() + 64);
+    } else if (kind == 8) {
+        message.resize(message.size() - std::min<std::size_t>(message.size(), 1 + random.Below(9)));
     } else if (kind < 5) {
         ChangeField(message, fields[random.Below(Size32(fields.size()))], random);
     } else if (kind == 5) {

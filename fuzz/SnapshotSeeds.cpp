@@ -169,6 +169,24 @@ std::vector<uint8_t> OddMessage() {
     return writer.PriceDetail(1, '2', 5.0, 1).PacketNo(7).Bytes();
 }
 
+/// Ends one byte before its last record does.
+template <typename Record>
+std::vector<uint8_t> CutMessage(uint16_t fieldId, const Record& record) {
+    return exchange::MdqpWriter().Field(fieldId, &record, sizeof record - 1).Bytes();
+}
+
+Script WithCutRecords() {
+    Script script = Plain(FEEDS_2PS | OPTION_PLAY_OUT);
+    const auto add = [&](const std::vector<uint8_t>& message) {
+        script.steps.insert(script.steps.begin() + 3, {EStep::Message, 0, 0, 0, message});
+    };
+    add(CutMessage(mdqp::FIELD_INST_INFO, inst_info_t{}));
+    add(CutMessage(mdqp::FIELD_DEAL_INFO, deal_info_t{}));
+    add(CutMessage(mdqp::FIELD_PRICE_DETAIL, price_detail_t{}));
+    add(CutMessage(mdqp::FIELD_ORDER_STATISTICS, order_statistics_info_t{}));
+    return script;
+}
+
 }  // namespace
 
 void WriteSnapshotSeeds(const std::string& folder) {
@@ -194,6 +212,7 @@ void WriteSnapshotSeeds(const std::string& folder) {
     }
     write("no-feeds", Plain(0));
     write("odd-fields", WithStep(3, {EStep::Message, 0, 0, 0, OddMessage()}));
+    write("cut-records", WithCutRecords());
     // Behind the messages of both streams and the first segment of each.
     const std::size_t middle = Plain(FEEDS_2PS).steps.size() - 6;
     for (uint8_t wrong = 0; wrong < static_cast<uint8_t>(EWrong::Count_); ++wrong) {

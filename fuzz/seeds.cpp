@@ -25,5 +25,6 @@ int main(int argc, char** argv) {
         return folder + "/" + name;
     };
     fuzz::WriteSnapshotSeeds(target("snapshot"));
+    fuzz::WriteStartUpSeeds(target("start_up"));
     return 0;
 }

@@ -108,4 +108,168 @@ void WriteStartUpSeeds(const std::string& folder) {
     }
 }
 
+// ---- served_board ---------------------------------------------------------------------------------------------------
+
+void WriteServedBoardSeeds(const std::string& folder) {
+    constexpr uint8_t SERVE = 0;
+    constexpr uint8_t POLL = 1;
+    constexpr uint8_t POKE = 2;
+    constexpr uint8_t READ = 3;
+    constexpr uint8_t WRITE = 4;
+    constexpr uint8_t COMMAND = 5;
+    constexpr uint8_t OPEN = 6;
+    constexpr uint8_t END = 7;
+    constexpr uint8_t ANEW = 8;
+    constexpr uint8_t LOOK = 9;
+    Block live{0};
+    // A bring-up, the snapshot phase, and the engines, with polls between them.
+    for (const uint8_t command : {0, 1, 2, 3, 4}) {
+        live.insert(live.end(), {COMMAND, command, SERVE, SERVE});
+        live.insert(live.end(), 20, POLL);
+    }
+    const auto write = [&](const std::string& name, const Block& tail) {
+        Block bytes = live;
+        bytes.insert(bytes.end(), tail.begin(), tail.end());
+        WriteSeed(folder, name, bytes);
+    };
+    write("live", {LOOK, OPEN, LOOK});
+    write("ended", {END, POLL, POLL, POLL, READ, 0, 0x30, 0, 0, WRITE, 0, 0x30, 0, 0, 1, 0, 0, 0, LOOK, OPEN});
+    Block accesses;
+    for (uint8_t first = 0; first < 8; ++first) {
+        for (uint8_t index = 0; index < 80; index = static_cast<uint8_t>(index < 9 ? index + 1 : index + 20)) {
+            accesses.insert(accesses.end(), {READ, first, 0, index, 0, WRITE, first, 0, index, 0, index, 0, 0, 0});
+        }
+    }
+    // In the snapshot phase, in which the tables are open.
+    Block early{0, COMMAND, 0, SERVE, SERVE, COMMAND, 1, SERVE};
+    early.insert(early.end(), accesses.begin(), accesses.end());
+    WriteSeed(folder, "accesses", early);
+    Block anew{ANEW};
+    anew.insert(anew.end(), 200, POLL);
+    anew.insert(anew.end(), {READ, 0, 0x30, 0, 0});
+    write("anew", anew);
+    for (uint8_t place = 0; place < 8; ++place) {
+        for (uint8_t word = 0; word < 4; ++word) {
+            Block poke{POKE};
+            Put(poke, static_cast<uint32_t>(place + 8 * word));
+            Put(poke, uint32_t{0x80000FFFU});
+            poke.insert(poke.end(), {SERVE, POLL, POLL, OPEN, POLL, LOOK, READ, 0x32, 0x20, 0, 0});
+            write("poke-" + std::to_string(place) + "-" + std::to_string(word), poke);
+        }
+    }
+    for (const uint32_t begin : {0U, 16380U, 16383U}) {
+        Block ring{1};
+        Put(ring, begin);
+        for (int i = 0; i < 30; ++i)
+            ring.insert(ring.end(), {0, static_cast<uint8_t>(i * 9), static_cast<uint8_t>(i), 1});
+        for (int i = 0; i < 30; ++i) {
+            ring.insert(ring.end(), {3});
+            Put(ring, static_cast<uint32_t>(4 * (16380 + i) + 1));
+            Put(ring, uint32_t{0x80000800U});
+            ring.push_back(1);
+        }
+        WriteSeed(folder, "ring-" + std::to_string(begin), ring);
+    }
+}
+
+// ---- market_data ----------------------------------------------------------------------------------------------------
+
+void WriteMarketDataSeeds(const std::string& folder) {
+    int number = 0;
+    constexpr uint8_t MESSAGE_UPDATE = 0;
+    constexpr uint8_t MESSAGE_EVENT = 1;
+    constexpr uint8_t MESSAGE_BYTES = 2;
+    for (uint8_t options = 0; options < 16; ++options) {
+        for (const uint16_t minute : {600, 900, 960, 535}) {
+            for (uint32_t word = 0; word < 4; ++word) {
+                Block bytes{options};
+                Put(bytes, minute);
+                bytes.push_back(MESSAGE_UPDATE);
+                for (uint8_t i = 0; i < 176; ++i) bytes.push_back(static_cast<uint8_t>(i + 1));
+                bytes.push_back(MESSAGE_EVENT);
+                Block data(word * sizeof(uint32_t), 0);
+                Put(data, uint32_t{minute == 600 ? 0x80U : minute == 535 ? 0x01U : 0x40U});
+                data.resize(6 * sizeof(uint32_t));
+                bytes.insert(bytes.end(), data.begin(), data.end());
+                bytes.insert(bytes.end(), {MESSAGE_BYTES, 2, 0, 1, 0, MESSAGE_UPDATE});
+                bytes.insert(bytes.end(), 176, 0x5A);
+                WriteSeed(folder, std::to_string(number++), bytes);
+            }
+        }
+    }
+}
+
+// ---- ini ------------------------------------------------------------------------------------------------------------
+
+void WriteIniSeeds(const std::string& folder) {
+    constexpr const char* KEYS[] = {"log_level",
+                                    "cpucore",
+                                    "board_id",
+                                    "last_tick_channel",
+                                    "DSTPORT",
+                                    "SRCPORT",
+                                    "TARGETROUTE",
+                                    "crc_mux_check",
+                                    "repeat_quote_upload",
+                                    "price_protect_event_mask",
+                                    "debug_flag",
+                                    "error_instno",
+                                    "error_case",
+                                    "error_limit_parts",
+                                    "dma_sleep",
+                                    "model_sel",
+                                    "event_model_sel",
+                                    "shield_price_check",
+                                    "dma_data_flag",
+                                    "wait_snap_timeout",
+                                    "init_tcpcnt",
+                                    "shfe2ps",
+                                    "ine2ps",
+                                    "DSTMAC",
+                                    "DSTIP",
+                                    "SRCMAC",
+                                    "SRCIP",
+                                    "log_path",
+                                    "shfe2ps_ip_a",
+                                    "shfe2ps_ip_b",
+                                    "shfe4ps_ip_a",
+                                    "shfe4ps_ip_b",
+                                    "ine2ps_ip_a",
+                                    "ine2ps_ip_b",
+                                    "ine4ps_ip_a",
+                                    "ine4ps_ip_b",
+                                    "shfe2ps_topic_id",
+                                    "shfe4ps_topic_id",
+                                    "ine2ps_topic_id",
+                                    "ine4ps_topic_id",
+                                    "shfe2ps_snap_port",
+                                    "shfe4ps_snap_port",
+                                    "ine2ps_snap_port",
+                                    "ine4ps_snap_port",
+                                    "shfe2ps_max_inst_no",
+                                    "shfe4ps_max_inst_no",
+                                    "ine2ps_max_inst_no",
+                                    "ine4ps_max_inst_no"};
+    int number = 0;
+    const auto write = [&](const std::string& text) {
+        WriteSeed(folder, std::to_string(number++), Block(text.begin(), text.end()));
+    };
+    std::string repeated = "[config]\n";
+    for (const char* value : {"1", "enabled", "-1", "70000", "99999999999999999999", " +12x # comment", "0x10", ""}) {
+        std::string text = "[config]\ndevice=xilinx2:0\n";
+        for (const char* key : KEYS) text += std::string(key) + " = " + value + "\n";
+        for (int channel = 0; channel < 16; ++channel) {
+            text += "[channel" + std::to_string(channel) + "]\ninsts=" + (channel % 2 == 0 ? "all" : "cu,sc2612") +
+                    "\noptions=" + (channel % 3 == 0 ? "recv" : value) + "\n";
+        }
+        write(text);
+        repeated += text;
+    }
+    write(repeated);
+    for (const char* device : {"xilinx3:5", "xilinx", "xilinx1", "xilinx1:", "xilinx 1: 2", "xilinx-1:-0", "card0:0"}) {
+        write(std::string("[config]\ndevice=") + device + "\n");
+    }
+    write("[config]\ninsts=a\n]odd[\nkey=1\n[channel1]\r\ninsts=" + std::string(5000, 'c') + "\n x=[1]\n=\n#\n");
+}
+
 }  // namespace fuzz

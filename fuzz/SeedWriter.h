@@ -11,5 +11,8 @@ void WriteSeed(const std::string& folder, const std::string& name, const std::ve
 
 void WriteSnapshotSeeds(const std::string& folder);
 void WriteStartUpSeeds(const std::string& folder);
+void WriteIniSeeds(const std::string& folder);
+void WriteMarketDataSeeds(const std::string& folder);
+void WriteServedBoardSeeds(const std::string& folder);
 
 }  // namespace fuzz

@@ -265,6 +265,7 @@ struct Place {
 
 void RequireStart(int32_t result, std::size_t configuration, const TestableApi& api, const AnsweringBoard& board) {
     FUZZ_REQUIRE(result == 0 || result == -2);
+    FUZZ_REQUIRE(board.openRegisters == board.openStreams);
     if (configuration == OTHER_CHANNEL) {
         FUZZ_REQUIRE(board.writes == 0);
     } else {

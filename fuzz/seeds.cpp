@@ -26,5 +26,8 @@ int main(int argc, char** argv) {
     };
     fuzz::WriteSnapshotSeeds(target("snapshot"));
     fuzz::WriteStartUpSeeds(target("start_up"));
+    fuzz::WriteServedBoardSeeds(target("served_board"));
+    fuzz::WriteMarketDataSeeds(target("market_data"));
+    fuzz::WriteIniSeeds(target("ini"));
     return 0;
 }

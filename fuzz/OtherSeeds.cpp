@@ -162,10 +162,10 @@ void WriteServedBoardSeeds(const std::string& folder) {
         Put(ring, begin);
         for (int i = 0; i < 30; ++i)
             ring.insert(ring.end(), {0, static_cast<uint8_t>(i * 9), static_cast<uint8_t>(i), 1});
-        for (int i = 0; i < 30; ++i) {
+        for (int i = 1; i < 31; ++i) {
             ring.insert(ring.end(), {3});
-            Put(ring, static_cast<uint32_t>(4 * (16380 + i) + 1));
-            Put(ring, uint32_t{0x80000800U});
+            Put(ring, static_cast<uint32_t>(4 * (16379 + i) + 1));
+            Put(ring, 0x80000800U + static_cast<uint32_t>(i % 3));
             ring.push_back(1);
         }
         WriteSeed(folder, "ring-" + std::to_string(begin), ring);
@@ -196,6 +196,16 @@ void WriteMarketDataSeeds(const std::string& folder) {
                 WriteSeed(folder, std::to_string(number++), bytes);
             }
         }
+    }
+    // A time-out in each first and last quiet minute, and in those before and behind.
+    for (const uint16_t time :
+         {229,  230,  231,  854,  855,  900,  901,  1014, 1015, 1016, 1024, 1025, 1030, 1031, 1129,
+          1130, 1131, 1324, 1325, 1330, 1331, 1459, 1500, 1559, 1600, 2054, 2055, 2100, 2101}) {
+        Block bytes{0};
+        Put(bytes, static_cast<uint16_t>(time / 100 * 60 + time % 100));
+        bytes.push_back(MESSAGE_EVENT);
+        Put(bytes, uint32_t{0x40});
+        WriteSeed(folder, "quiet-" + std::to_string(time), bytes);
     }
 }
 

@@ -38,6 +38,7 @@ using software_board::SharedStream;
 constexpr int STEPS_MAX = 400;
 constexpr int SERVER_STEPS_MAX = 48;
 constexpr int SERVED_ANEW_MAX = 2;
+constexpr int FAILED_POLLS_MAX = 20;
 constexpr int32_t CHANNEL = 0;
 constexpr uint32_t PLAIN_REGISTER = 0x3000;  ///< keeps what is written
 constexpr uint32_t PLAIN_REGISTERS = 64;
@@ -218,6 +219,9 @@ private:
             return;
         }
         if (result < 0) m_hasFailed = true;
+        // Behind it a whole board is found within a few looks.
+        m_failedPolls = result < 0 && m_isWhole ? m_failedPolls + 1 : 0;
+        FUZZ_REQUIRE(m_failedPolls <= FAILED_POLLS_MAX);
         if (!m_isWhole || m_isOld) return;
         FUZZ_REQUIRE(result >= 0);
         if (result == 1) FUZZ_REQUIRE(message.type <= DMA_TCP && message.length >= sizeof(U50Event));
@@ -313,6 +317,7 @@ private:
     bool m_isFollowed = true;  ///< the stream's state is known
     bool m_isEnded = false;    ///< the board that the registers are of
     bool m_isReplaced = false;
+    int m_failedPolls = 0;
     int m_serverSteps = 0;
     int m_servedAnew = 0;
 };

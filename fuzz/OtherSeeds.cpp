@@ -44,19 +44,15 @@ Block Repeated(std::size_t rights, uint8_t answer, std::size_t times) {
     return bytes;
 }
 
-/// Updates, and losses after which the session rebuilds.
-Block EventfulSession() {
+/// An update, and an event behind which a rebuild takes the rest of the input.
+Block EventfulSession(uint32_t word, uint32_t bits) {
     Block bytes{UPDATE};
     bytes.insert(bytes.end(), 176, 0x41);
-    for (int word = 0; word < 4; ++word) {
-        for (const uint32_t bits : {0x80U, 0x40U, 0x0FU, 0x01U}) {
-            Block data(static_cast<std::size_t>(word) * sizeof(uint32_t), 0);
-            Put(data, bits);
-            data.resize(6 * sizeof(uint32_t));
-            Put(bytes, EVENT);
-            bytes.insert(bytes.end(), data.begin(), data.end());
-        }
-    }
+    Block data(word * sizeof(uint32_t), 0);
+    Put(data, bits);
+    data.resize(6 * sizeof(uint32_t));
+    bytes.push_back(EVENT);
+    bytes.insert(bytes.end(), data.begin(), data.end());
     return bytes;
 }
 
@@ -69,8 +65,11 @@ void WriteStartUpSeeds(const std::string& folder) {
     };
     for (uint8_t configuration = 0; configuration < 4; ++configuration) {
         write(configuration, {}, {});
-        write(configuration, {}, EventfulSession());
-        write(configuration | POLLING, {}, EventfulSession());
+        write(configuration, {}, EventfulSession(0, 0x80));
+        write(configuration | POLLING, {}, EventfulSession(0, 0x80));
+    }
+    for (uint32_t word = 0; word < 4; ++word) {
+        for (const uint32_t bits : {0x40U, 0x0FU, 0x10U}) write(0, {}, EventfulSession(word, bits));
     }
     for (uint8_t answer = 0; answer < 9; ++answer) {
         for (uint8_t kind = 4; kind < 8; ++kind) {

@@ -1,6 +1,9 @@
 // Seeds of fuzz_snapshot: the exchange's own streams, one of each fault, as scripts.
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 #include "exchange/Exchange.h"
 #include "exchange/MdqpWriter.h"
@@ -187,6 +190,22 @@ Script WithCutRecords() {
     return script;
 }
 
+/// The first stream's messages, its first segment, and then what segments do that exchanges never send. The next one
+/// may take the second message along.
+Script WithSegments(const std::vector<std::pair<EStep, int64_t>>& segments, bool isBehindSecond) {
+    Script script = Plain(FEEDS_2PS | OPTION_PLAY_OUT);
+    std::vector<int64_t> sizes;
+    std::erase_if(script.steps,
+                  [](const Step& step) { return step.kind != EStep::Open && step.kind != EStep::Message; });
+    for (const Step& step : script.steps) {
+        if (step.stream == 0 && step.kind == EStep::Message) sizes.push_back(static_cast<int64_t>(step.block.size()));
+    }
+    AddStep(script, EStep::Segment, 0, sizes[0]);
+    int64_t more = isBehindSecond ? sizes[1] : 0;
+    for (const auto& [kind, number] : segments) AddStep(script, kind, 0, number + std::exchange(more, 0));
+    return script;
+}
+
 }  // namespace
 
 void WriteSnapshotSeeds(const std::string& folder) {
@@ -212,6 +231,36 @@ void WriteSnapshotSeeds(const std::string& folder) {
     }
     write("no-feeds", Plain(0));
     write("odd-fields", WithStep(3, {EStep::Message, 0, 0, 0, OddMessage()}));
+    using enum EStep;
+    write("mark-alone", WithSegments({{Segment, 5}, {Segment, 40}}, false));
+    write("short-tail", WithSegments({{Segment, 4}, {Segment, 40}, {Segment, 700}}, true));
+    write("overlapping", WithSegments({{Jump, 200},
+                                       {Segment, 100},
+                                       {Jump, 100},
+                                       {Segment, 50},
+                                       {Jump, -150},
+                                       {Segment, 60},
+                                       {Jump, -110},
+                                       {Segment, 90},
+                                       {Jump, -340},
+                                       {Segment, 200}},
+                                      false));
+    write("no-mark",
+          WithSegments({{Jump, 9}, {Segment, 100}, {Jump, -109}, {Segment, 9}, {Jump, 3}, {Segment, 60}}, false));
+    write("ine-range", [] {
+        Script script = WithStep(3, {EStep::Message, 0, 0, 0, OddMessage()});
+        inst_info_t outside{};
+        outside.inst_no = INE_INST_CAPACITY;
+        const auto last = std::find_if(script.steps.begin(), script.steps.end(), [](const Step& step) {
+            return step.stream == 1 && step.kind == EStep::Segment;
+        });
+        script.options |= OPTION_PLAY_OUT;
+        const auto message = std::find_if(script.steps.begin(), last, [](const Step& step) {
+            return step.stream == 1 && step.kind == EStep::Message;
+        });
+        script.steps.insert(message + 1, {EStep::Message, 1, 0, 0, exchange::MdqpWriter().InstInfo(outside).Bytes()});
+        return script;
+    }());
     write("cut-records", WithCutRecords());
     // Behind the messages of both streams and the first segment of each.
     const std::size_t middle = Plain(FEEDS_2PS).steps.size() - 6;

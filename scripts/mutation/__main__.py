@@ -124,7 +124,7 @@ def main():
         print(f"{len(mutants)} mutants, seed {wish.seed}")
     verdicts = [(mutant, LISTED) for mutant in mutants if mutant.key in listed]
     survivors = []
-    for mutant, verdict, _ in place.judge_all([m for m in mutants if m.key not in listed], wish.jobs):
+    for mutant, verdict in place.judge_all([m for m in mutants if m.key not in listed], wish.jobs):
         verdicts.append((mutant, verdict))
         if verdict in (SURVIVED, UNREACHED):
             survivors.append(mutant)

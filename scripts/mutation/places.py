@@ -232,9 +232,8 @@ class Walk:
         found = re.search(r"(inline\s+)?constexpr\b", self.source.slice(start, cursor.location.offset))
         self.source.tables.append((start + found.start(), start + found.end()))
         self.source.initial.append((start, cursor.extent.end.offset))
-        first = rows[-1]
         if not self.text(cursor).rstrip().endswith("}"):
-            self.source.computed.append((first.extent.start.offset, first.extent.end.offset))
+            self.source.computed.append((rows[-1].extent.start.offset, rows[-1].extent.end.offset))
         return rows
 
     def mutate(self, cursor, parent):
@@ -291,8 +290,6 @@ class Walk:
         flipped = FLIPPED.get(between)
         if flipped is None or (between in "+-" and left.type.kind == TypeKind.POINTER
                                and right.type.kind == TypeKind.POINTER):
-            return
-        if between in ("+", "*", "/", "%") and (left.type.kind == TypeKind.POINTER and between != "+"):
             return
         self.add(cursor, EXPRESSION, f"{self.text(left)} {flipped} {self.text(right)}")
 

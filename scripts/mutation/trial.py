@@ -62,10 +62,10 @@ class Range:
                 self.reached_by.setdefault(int(number), []).append(test)
 
     def judge(self, mutant):
-        """Verdict, and of a killed one by which program. The cheapest tests that reach it, up to the budget."""
+        """The cheapest tests that reach it, up to the budget."""
         tests = self.tests if mutant.number in self.at_start else self.reached_by.get(mutant.number, [])
         if not tests:
-            return UNREACHED, ""
+            return UNREACHED
         by_program, cost = {}, 0
         for test in sorted(tests, key=lambda test: test.milliseconds):
             cost += test.milliseconds
@@ -78,14 +78,14 @@ class Range:
             status, _ = run(self.place, program, {"VEXA_ACTIVE_MUTANT": str(mutant.number)},
                             ["--gtest_fail_fast", f"--gtest_filter={names}"], 30 + 5 * costs[program] / 1000)
             if status != 0:
-                return KILLED, program
-        return SURVIVED, ""
+                return KILLED
+        return SURVIVED
 
     def judge_all(self, mutants, jobs):
         with ThreadPoolExecutor(jobs) as pool:
             running = {pool.submit(self.judge, mutant): mutant for mutant in mutants}
             for done in as_completed(running):
-                yield running[done], *done.result()
+                yield running[done], done.result()
 
 
 def run(place, program, environment, options, seconds):

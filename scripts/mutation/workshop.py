@@ -77,7 +77,7 @@ class Workshop:
 
     def compile_one(self, path):
         place = os.path.abspath(PLACE)
-        flags = [flag.replace(f"-ffile-prefix-map={self.root}/", f"-ffile-prefix-map={place}/")
+        flags = [flag.replace(f"-prefix-map={self.root}/", f"-prefix-map={place}/")
                  for flag in self.flags[path]]
         return self.run_compiler(f"{place}/{path}.o", flags, f"{place}/{path}")
 

@@ -32,19 +32,18 @@ std::string TraceOf(uint64_t seed) {
     return text;
 }
 
-TEST(Simulation, TheSameSeedGivesTheSameTrace) {
-    const std::string first = TraceOf(7);
+TEST(Simulation, TheSameSeedGivesTheSameTraceAndAnotherAnother) {
+    const std::string first = TraceOf(3);
     ASSERT_FALSE(first.empty());
-    EXPECT_EQ(first, TraceOf(7));
+    EXPECT_EQ(first, TraceOf(3));
+    EXPECT_NE(first, TraceOf(2));
 }
-
-TEST(Simulation, AnotherSeedGivesAnotherTrace) { EXPECT_NE(TraceOf(7), TraceOf(8)); }
 
 class Seeds : public testing::TestWithParam<uint64_t> {};
 
-constexpr uint64_t SEEDS_IN_A_TEST = 10;
+constexpr uint64_t SEEDS_IN_A_TEST = 5;
 
-INSTANTIATE_TEST_SUITE_P(Fifty, Seeds, testing::Range<uint64_t>(0, 5));
+INSTANTIATE_TEST_SUITE_P(Twenty, Seeds, testing::Range<uint64_t>(0, 4));
 
 TEST_P(Seeds, AreClean) {
     const Wish wish{.seed = 1 + GetParam() * SEEDS_IN_A_TEST, .sessions = SEEDS_IN_A_TEST};
@@ -67,8 +66,11 @@ TEST_P(EachCanary, BreaksItsOwnRule) {
 }
 
 TEST(Shrinking, LeavesWhatBreaksTheRuleAlone) {
-    Plan plan = MakePlan(4, {});
-    ASSERT_FALSE(plan.faults.empty());
+    Plan plan = MakePlan(10, {});
+    ASSERT_GT(plan.faults.size(), 2U);
+    ASSERT_GT(plan.steps.size(), 2U);
+    plan.faults.resize(2);
+    plan.steps.resize(2, plan.steps.front());
     const Plan shrunk = Shrink(plan, 1, 1);  // the first record breaks it: neither fault nor step is needed
     EXPECT_TRUE(shrunk.faults.empty());
     EXPECT_TRUE(shrunk.steps.empty());

@@ -110,22 +110,27 @@ class Workshop:
         command = commands[-1].removeprefix(": && ").removesuffix(" && :")
         place = os.path.abspath(PLACE)
         command = re.sub(r"CMakeFiles/vexa_objects\.dir/(\S+)\.o\b", rf"{place}/\1.o", command)
-        for line in commands[:-1]:
-            made = re.search(r"-o (tests/\S+\.o) -c (\S+)$", line)
-            if made and tests_services(made[2]):
-                command = command.replace(made[1], self.compile_test(line, *made.groups()))
+        own = [(line, *made.groups()) for line in commands[:-1] if (made := re.search(r"-o (tests/\S+\.o) -c (\S+)$", line))]
+        with ThreadPoolExecutor(os.cpu_count()) as pool:
+            for output, compiled in pool.map(lambda row: self.compile_own(*row), own):
+                command = command.replace(output, compiled)
         parts = [f"{BUILD}/{word}" if word[0] != "/" else word for word in re.findall(r"\S+\.[oa]\b", command)]
         if is_older(f"{place}/{program}", [*parts, listener]):
             command = command.replace(f"-o tests/{program}", f"{listener} -o {place}/{program}")
             subprocess.run(command, shell=True, cwd=BUILD, check=True)
 
-    def compile_test(self, line, output, path):
+    def compile_own(self, line, output, path):
+        """An object of the program itself, anew where mutants stand in it: a test of the services, or a source of ours
+        that the program compiles with flags of its own."""
         place = os.path.abspath(PLACE)
+        ours = os.path.relpath(path, self.root)
+        if ours not in self.flags and not tests_services(path):
+            return output, output
         flags = [word for word in shlex.split(line) if KEPT_FLAGS.match(word)]
-        error = self.run_compiler(f"{place}/{output}", flags, path)
+        error = self.run_compiler(f"{place}/{output}", flags, f"{place}/{ours}" if ours in self.flags else path)
         if error:
             sys.exit(error)
-        return f"{place}/{output}"
+        return output, f"{place}/{output}"
 
 
 def tests_services(path):

@@ -45,16 +45,23 @@ def wrong(text):
 
 
 def listed_mutants():
-    """Name -> reason, which stands on the lines below the name, indented."""
-    reasons, name = {}, None
+    """Name -> reason, which stands indented below the names that it is for."""
+    reasons, waiting, is_reason = {}, [], True
     for row in open(EQUIVALENT, encoding="utf-8"):
         if row.startswith("#") or not row.strip():
             continue
-        if row[0] != " ":
-            name = row.strip()
-            reasons[name] = ""
-        else:
-            reasons[name] = f"{reasons[name]} {row.strip()}".strip()
+        if row[0] == " ":
+            for name in waiting:
+                reasons[name] = f"{reasons[name]} {row.strip()}".strip()
+            is_reason = True
+            continue
+        if is_reason:
+            waiting, is_reason = [], False
+        waiting.append(row.strip())
+        reasons[row.strip()] = ""
+    nameless = [name for name, reason in reasons.items() if not reason]
+    if nameless:
+        sys.exit(f"{EQUIVALENT}: no reason stands below: {nameless[0]}")
     return reasons
 
 

@@ -15,6 +15,8 @@ FLIPPED = {
     "+=": "-=", "-=": "+=", "*=": "/=", "/=": "*=", "%=": "/=", "|=": "&=", "&=": "|=", "^=": "|=", "<<=": ">>=", ">>=": "<<=",
 }
 DECIDES = {"<", "<=", ">", ">=", "==", "!=", "&&", "||"}  # a condition of these is flipped already
+HINTS = {"reserve", "expect", "expectrest"}  # room taken or memory fetched beforehand: seen by nobody
+COMMUTING = {"min", "max"}
 NEXT_LEVEL = {"LOG_ERROR": "LOG_WARNING", "LOG_WARNING": "LOG_INFO", "LOG_INFO": "LOG_DEBUG", "LOG_DEBUG": "LOG_INFO"}
 
 FUNCTIONS = {Kind.FUNCTION_DECL, Kind.CXX_METHOD, Kind.CONSTRUCTOR, Kind.DESTRUCTOR, Kind.FUNCTION_TEMPLATE,
@@ -177,13 +179,13 @@ class Walk:
         start, end = cursor.extent.start.offset, cursor.extent.end.offset
         if cursor.kind in FUNCTIONS:
             function = cursor.spelling
-            if not cursor.is_definition():
+            if not cursor.is_definition() or function.lower() in HINTS - {"reserve"}:
                 return
             self.source.functions.append((start, end, function))
         if cursor.kind in NOT_EVALUATED or self.source.in_macro(start, end):
             return
-        if cursor.kind == Kind.CALL_EXPR and cursor.spelling.lower() == "reserve":
-            return  # room taken beforehand: seen by nobody
+        if cursor.kind == Kind.CALL_EXPR and cursor.spelling.lower() in HINTS:
+            return
         self.function = function
         self.mutate(cursor, parent)
         for child in self.evaluated(cursor):
@@ -340,7 +342,7 @@ class Walk:
         """Neighbours that take each other's place without a word from the compiler."""
         arguments = list(cursor.get_arguments())
         declared = list(cursor.referenced.get_arguments()) if cursor.referenced is not None else []
-        if len(arguments) != len(declared):
+        if len(arguments) != len(declared) or cursor.spelling in COMMUTING:
             return
         kinds = [parameter.type.get_canonical().spelling for parameter in declared]
         base, end = cursor.extent.start.offset, cursor.extent.end.offset

@@ -10,6 +10,7 @@ KILLED, SURVIVED, UNREACHED = "killed", "survived", "no test reaches it"
 MEMORY_MIB = 4096  # what a mutant that never stops allocating may take
 BUDGET_MILLISECONDS = 60_000  # of tests for one mutant, as they took without one
 FILE_BYTES = 64 << 30
+WHOLE_SESSIONS = ("session_test", "allocation_test")  # come last
 
 
 @dataclass
@@ -62,12 +63,12 @@ class Range:
                 self.reached_by.setdefault(int(number), []).append(test)
 
     def judge(self, mutant):
-        """The cheapest tests that reach it, up to the budget."""
+        """The tests that reach it, the cheapest first and whole sessions last, up to the budget."""
         tests = self.tests if mutant.number in self.at_start else self.reached_by.get(mutant.number, [])
         if not tests:
             return UNREACHED
         by_program, cost = {}, 0
-        for test in sorted(tests, key=lambda test: test.milliseconds):
+        for test in sorted(tests, key=lambda test: (test.program in WHOLE_SESSIONS, test.milliseconds)):
             cost += test.milliseconds
             if cost > BUDGET_MILLISECONDS:
                 break

@@ -152,9 +152,7 @@ int32_t CVexaShfeMdApiImpl::_BringUpUntilLoaded() {
 
 void CVexaShfeMdApiImpl::_RestartCaptures() {
     const char* path = m_u50ConfigInfo.log_path.c_str();
-    m_writeDmaShot.CloseShotBinLog();
     m_writeDmaShot.CreateShotBinLog(path, m_u50ConfigInfo.channel_id);
-    m_writeDmaShot.CloseShotPcapLog();
     m_writeDmaShot.CreateShotPcapLog(path, m_u50ConfigInfo.channel_id);
 }
 

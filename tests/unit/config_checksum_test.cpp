@@ -25,6 +25,12 @@ TEST_F(ConfigChecksum, IsTheCrc32cOfTheBytes) {
     EXPECT_EQ(crc, 0xE3069283U);
 }
 
+TEST_F(ConfigChecksum, OneByteIsAFile) {
+    const TempFile file("a");
+    ASSERT_EQ(Checksum(file.Path(), crc), 0);
+    EXPECT_EQ(crc, 0xC1D04330U);
+}
+
 TEST_F(ConfigChecksum, EmptyFileGivesMinusTwo) {
     const TempFile file;
     EXPECT_EQ(Checksum(file.Path(), crc), -2);

@@ -89,6 +89,7 @@ protected:
 };
 
 TEST_F(LiteralConfiguration, EveryKeyReachesItsOwnField) {
+    config.enabled_mask.enabled_mask = 0xFB;
     ASSERT_EQ(Load(EVERY_KEY), 0);
     EXPECT_EQ(config.log_level, 23);
     EXPECT_EQ(config.cpucore, 5);

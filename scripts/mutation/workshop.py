@@ -120,11 +120,11 @@ class Workshop:
             subprocess.run(command, shell=True, cwd=BUILD, check=True)
 
     def compile_own(self, line, output, path):
-        """An object of the program itself, anew where mutants stand in it: a test of the services, or a source of ours
-        that the program compiles with flags of its own."""
+        """An object of the program itself, anew where mutants stand in it: a test of the services or of a header, or a
+        source of ours that the program compiles with flags of its own."""
         place = os.path.abspath(PLACE)
         ours = os.path.relpath(path, self.root)
-        if ours not in self.flags and not tests_services(path):
+        if ours not in self.flags and not tests_headers(path):
             return output, output
         flags = [word for word in shlex.split(line) if KEPT_FLAGS.match(word)]
         error = self.run_compiler(f"{place}/{output}", flags, f"{place}/{ours}" if ours in self.flags else path)
@@ -133,9 +133,9 @@ class Workshop:
         return output, f"{place}/{output}"
 
 
-def tests_services(path):
+def tests_headers(path):
     text = open(path, encoding="utf-8").read()
-    return '#include "public/' in text and not re.search(r'#include "(src|tests/unit)/', text)
+    return text.startswith('#include "src/') or '#include "public/' in text and not re.search(r'#include "(src|tests/unit)/', text)
 
 
 def launcher():

@@ -21,6 +21,14 @@ TEST(Counters, AreToldWithTheirNamesInOrderAndOnlyWhenOneMoved) {
     EXPECT_FALSE(counters.TakeNews(text));
 }
 
+TEST(Counters, OneThatMovesIsNews) {
+    CCounters counters;
+    char text[64];
+    counters.Add(ECounter::SegmentOtherHost);
+    EXPECT_TRUE(counters.TakeNews(text));
+    EXPECT_STREQ(text, " segment_other_host=1");
+}
+
 TEST(Counters, AreCutToTheRoomThereIs) {
     CCounters counters;
     counters.Set(ECounter::MessageTooLong, 7);

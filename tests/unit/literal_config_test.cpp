@@ -1,8 +1,13 @@
 // Every key by its name, with a value that is not its default: into its field, and into its line of the log.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <string>
@@ -265,6 +270,31 @@ TEST_F(LiteralConfiguration, DeviceTextsAreReadUpToWhatDoesNotFit) {
         EXPECT_EQ(config.bus_id, device.bus) << device.text;
         EXPECT_EQ(config.channel_id, device.channel) << device.text;
     }
+}
+
+TEST_F(LiteralConfiguration, FileWithoutADeviceIsOfTheFirstBoardWhateverTheStartBefore) {
+    config.bus_id = 7;
+    config.channel_id = 3;
+    ASSERT_EQ(Load("[config]\ncpucore=1\n"), 0);
+    EXPECT_EQ(config.bus_id, 0);
+    EXPECT_EQ(config.channel_id, 0);
+}
+
+TEST_F(LiteralConfiguration, FileThatCannotBeReadIsToldOnStandardOutputAtOnce) {
+    std::fflush(stdout);
+    const int terminal = dup(STDOUT_FILENO);
+    const TempFile output;
+    const int file = open(output.Path().c_str(), O_WRONLY);
+    dup2(file, STDOUT_FILENO);
+    api->m_configFileName.UnSafeCopyFrom("/nonexistent/of/this/test.ini");
+    const int32_t result = api->_ReadConfig();
+    std::ifstream in(output.Path());
+    const std::string said{std::istreambuf_iterator<char>(in), {}};
+    dup2(terminal, STDOUT_FILENO);
+    close(terminal);
+    close(file);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(said, "ReadConfig is /nonexistent/of/this/test.ini failed \n");
 }
 
 TEST_F(LiteralConfiguration, DeviceWithoutAColonLeavesTheChannelOfTheStartBefore) {

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "common/FpgaStructCommon.h"
+#include "src/RegisterMap.h"
 
 struct FeedMembers {
     const char* name;
@@ -39,9 +40,7 @@ constexpr uint8_t FeedBit(EMDQPDataType feed) { return static_cast<uint8_t>(1U <
 
 inline bool HasFeed(const UEnabledMask& mask, EMDQPDataType feed) { return (mask.enabled_mask & FeedBit(feed)) != 0; }
 
-constexpr int32_t FeedCapacity(EMDQPDataType feed) {
-    return feed == SHFE_2PS || feed == SHFE_4PS ? SHFE_INST_CAPACITY : INE_INST_CAPACITY;
-}
+constexpr int32_t FeedCapacity(EMDQPDataType feed) { return reg::FEEDS[static_cast<std::size_t>(feed)].capacity; }
 
 inline SInstTableType* FeedTable(U50InstTable& tables, EMDQPDataType feed) {
     switch (feed) {

@@ -52,14 +52,10 @@ void InjectFault(SInstTableType& slot, uint16_t errorCase, uint16_t limitParts) 
             slot.bid2_price = bid1;
             slot.ask5_price = slot.ask4_price;
             slot.ask4_price = ask5;
-            return;
+            break;
         }
-        case CASE_NARROW_LIMITS: return NarrowLimits(slot, limitParts);
-        case CASE_ZEROED:
-            slot.bid1_price = 0;
-            slot.bid2_vol = 0;
-            return;
-        default: return;
+        case CASE_NARROW_LIMITS: NarrowLimits(slot, limitParts); break;
+        case CASE_ZEROED: slot.bid1_price = 0; slot.bid2_vol = 0;
     }
 }
 
@@ -84,7 +80,7 @@ int32_t CVexaShfeMdApiImpl::_WriteContractTable(SInstTableType* table, bool enab
         VEXA_LOG(LOG_WARNING, "debug mode error_case:%d", config.error_case);
         InjectFault(slot, config.error_case, config.error_limit_parts);
     }
-    const reg::TablePort port{writeAddrReg, writeDataReg, 0, 0};
+    const reg::TablePort port{.writeAddr = writeAddrReg, .writeData = writeDataReg, .readAddr{}, .readData{}};
     const SInstTableType empty{};
     for (int32_t index = 0; index < capacity; ++index) {
         if (index >= used) {

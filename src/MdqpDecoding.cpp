@@ -31,22 +31,20 @@ Integer Truncate(double value) {
     return whole >= lowest && whole < tooLarge ? static_cast<Integer>(whole) : Integer{0};
 }
 
+/// The largest double stands for an absent value: its hundredths fit no integer, either.
 template <typename Integer>
 Integer Hundredths(double value) {
     return Truncate<Integer>(value * 100.0 + 0.5);
 }
 
-/// The largest double stands for an absent value.
-template <typename Integer>
-Integer HundredthsOrAbsent(double value) {
-    return value >= DBL_MAX ? Integer{0} : Hundredths<Integer>(value);
-}
-
 /// Decimal text of a fixed field; stops at the first character that is no digit.
-int32_t DecimalText(const char* text, std::size_t size) {
+template <std::size_t N>
+int32_t DecimalText(const char (&text)[N]) {
+    static_assert(N <= 9, "more digits may not fit");
     int32_t value = 0;
-    for (std::size_t i = 0; i < std::min<std::size_t>(size, 9) && text[i] >= '0' && text[i] <= '9'; ++i) {
-        value = value * 10 + (text[i] - '0');
+    for (const char digit : text) {
+        if (digit < '0' || digit > '9') break;
+        value = value * 10 + (digit - '0');
     }
     return value;
 }
@@ -213,14 +211,13 @@ int32_t CVexaShfeMdApiImpl::_FieldID0102(deal_info_t& refDealInfo, const EMDQPDa
                                          CVexaShfeMdApiImpl& refShfeMdApiImpl) {
     SInstTableType* slot = refShfeMdApiImpl._Slot(refMDQPDataType, refDealInfo.inst_no);
     if (slot == nullptr) return 0;
-    refShfeMdApiImpl.m_tradingDay =
-        std::max(refShfeMdApiImpl.m_tradingDay, DecimalText(refDealInfo.action_day, sizeof refDealInfo.action_day));
-    slot->last_price = HundredthsOrAbsent<int32_t>(refDealInfo.last_price);
-    slot->upper_limit_price = HundredthsOrAbsent<int32_t>(refDealInfo.upper_limit_price);
-    slot->lower_limit_price = HundredthsOrAbsent<int32_t>(refDealInfo.lower_limit_price);
-    slot->high_price = HundredthsOrAbsent<int32_t>(refDealInfo.highest_price);
-    slot->low_price = HundredthsOrAbsent<int32_t>(refDealInfo.lowest_price);
-    slot->turnover = HundredthsOrAbsent<uint64_t>(refDealInfo.turnover);
+    refShfeMdApiImpl.m_tradingDay = std::max(refShfeMdApiImpl.m_tradingDay, DecimalText(refDealInfo.action_day));
+    slot->last_price = Hundredths<int32_t>(refDealInfo.last_price);
+    slot->upper_limit_price = Hundredths<int32_t>(refDealInfo.upper_limit_price);
+    slot->lower_limit_price = Hundredths<int32_t>(refDealInfo.lower_limit_price);
+    slot->high_price = Hundredths<int32_t>(refDealInfo.highest_price);
+    slot->low_price = Hundredths<int32_t>(refDealInfo.lowest_price);
+    slot->turnover = Hundredths<uint64_t>(refDealInfo.turnover);
     slot->open_interest = Truncate<uint64_t>(refDealInfo.open_interest + 0.5);
     slot->change_no = static_cast<uint32_t>(refDealInfo.change_no);
     slot->update_mill_sec = static_cast<uint32_t>(refDealInfo.update_mill_sec);
@@ -232,7 +229,6 @@ int32_t CVexaShfeMdApiImpl::_FieldID0103(price_detail_t& refPriceDetail, const E
                                          CVexaShfeMdApiImpl& refShfeMdApiImpl, int, bool flag) {
     SInstTableType* slot = refShfeMdApiImpl._Slot(refMDQPDataType, refPriceDetail.inst_no);
     if (slot == nullptr) return 0;
-    if (refPriceDetail.price == DBL_MAX) refPriceDetail.price = 0;
     const auto price = Hundredths<int32_t>(refPriceDetail.price);
     const auto volume = static_cast<uint32_t>(refPriceDetail.volume);
     if (flag) ClearBook(*slot);
@@ -249,9 +245,9 @@ int32_t CVexaShfeMdApiImpl::_FieldID0104(order_statistics_info_t& refOrderStatis
     SInstTableType* slot = refShfeMdApiImpl._Slot(refMDQPDataType, refOrderStatistics.inst_no);
     if (slot == nullptr) return 0;
     slot->bid_volume = static_cast<uint32_t>(refOrderStatistics.bid_volume);
-    slot->bid_amount = HundredthsOrAbsent<int64_t>(refOrderStatistics.bid_amount);
+    slot->bid_amount = Hundredths<int64_t>(refOrderStatistics.bid_amount);
     slot->ask_volume = static_cast<uint32_t>(refOrderStatistics.ask_volume);
-    slot->ask_amount = HundredthsOrAbsent<int64_t>(refOrderStatistics.ask_amount);
+    slot->ask_amount = Hundredths<int64_t>(refOrderStatistics.ask_amount);
     return 0;
 }
 

@@ -171,6 +171,23 @@ TEST_F(BoardEvents, TimeOutTellsTheRegistersInTheirOrder) {
     EXPECT_EQ(log.Count(LOG_WARNING, log.Texts()[1]), 1U);
 }
 
+TEST_F(BoardEvents, TimeBeyondEveryCalendarIsNoTimeOfTheDay) {
+    board.answers[0x2042] = 1099511627775;  // 00:36:15 of a day, the last one with a calendar
+    EXPECT_TRUE(api->_CheckLostUdpPktHandler(Event(0x40)));
+    board.answers[0x2042] = 1099511627776;
+    EXPECT_TRUE(api->_CheckLostUdpPktHandler(Event(0x40)));
+    EXPECT_THAT(log.Texts(), ElementsAre("received pkt timeout event, event_data0=00000040 "
+                                         "last_update_time[0,0,1099511627775,0] ts[0,36]",
+                                         "received pkt timeout event, event_data0=00000040 "
+                                         "last_update_time[0,0,1099511627776,0] ts[0,0]"));
+}
+
+TEST_F(BoardEvents, DiagnosticsThatCannotBeReadAreTracedAsZero) {
+    board.accessResult = -5;
+    HandEvent(Event(0x80));
+    EXPECT_TRUE(log.Has(LOG_DEBUG_EX, "addr[0x2030] value[0x00000000] 32 bits, result -5"));
+}
+
 TEST_F(BoardEvents, IgnoredTimeOutChangesNothing) {
     LastUpdateAt(10, 27);
     api->m_finishedMask.enabled_mask = 5;

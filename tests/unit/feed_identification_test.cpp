@@ -197,15 +197,15 @@ TEST_F(FeedIdentification, LastNumberOfEachFeedPassesAndTheNextIsRefused) {
 }
 
 TEST_F(FeedIdentification, ShfeWarningIsGivenOnceForBothFeeds) {
-    IsInRange(SHFE_2PS, 16384);
-    IsInRange(SHFE_4PS, 20000);
-    EXPECT_THAT(log.Texts(), ElementsAre("shfe inst_no[16384] is out of range [16384]"));
+    IsInRange(SHFE_2PS, 20001);
+    IsInRange(SHFE_4PS, 16384);
+    EXPECT_THAT(log.Texts(), ElementsAre("shfe inst_no[20001] is out of range [16384]"));
 }
 
 TEST_F(FeedIdentification, IneWarningIsGivenOnceForBothFeeds) {
-    IsInRange(INE_4PS, 4096);
-    IsInRange(INE_2PS, 5000);
-    EXPECT_THAT(log.Texts(), ElementsAre("ine inst_no[4096] is out of range  [4096]"));
+    IsInRange(INE_4PS, 5001);
+    IsInRange(INE_2PS, 4096);
+    EXPECT_THAT(log.Texts(), ElementsAre("ine inst_no[5001] is out of range  [4096]"));
 }
 
 TEST_F(FeedIdentification, WarningsComeFromTheRangeTest) {

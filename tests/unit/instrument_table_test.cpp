@@ -219,6 +219,7 @@ TEST_F(InjectedFault, IsToldWithTheSlotAsItWasAndThenMade) {
 
 TEST_F(InjectedFault, OfCaseZeroSwapsTwoBidsAndTwoAsks) {
     Inject(0, 1);
+    Slots()[1].upper_limit_price = expected.upper_limit_price = 30000;
     expected.bid1_price = 1013;
     expected.bid2_price = 1015;
     expected.ask5_price = 1019;

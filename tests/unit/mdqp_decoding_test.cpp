@@ -237,11 +237,33 @@ TEST_F(MdqpDecoding, IdTakesFifteenBytesAsTheyAreAlsoBehindATerminator) {
     EXPECT_EQ(std::string(Slot(7).inst_id, 16), std::string("ab\0cdefghijklmn\0", 16));
 }
 
-TEST_F(MdqpDecoding, EmptyIdClearsTheText) {
+TEST_F(MdqpDecoding, EmptyIdClearsTheTextAndLeavesTheBytesBehindItsFirst) {
+    std::memset(Slot(7).inst_id, 'x', 16);
     inst_info_t info = Info(7);
-    info.inst_id[0] = '\0';
+    std::memcpy(info.inst_id, "\0yz", 3);
+    EXPECT_EQ(TestableApi::_FieldID0101(info, SHFE_2PS, *api), 0);
+    EXPECT_EQ(std::string(Slot(7).inst_id, 16), std::string("\0xxxxxxxxxxxxxxx", 16));
+}
+
+TEST_F(MdqpDecoding, IdOfOneCharacterIsAnId) {
+    std::memset(Slot(7).inst_id, 'x', 16);
+    inst_info_t info = Info(7);
+    std::memcpy(info.inst_id, "\x01\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
     Parse(MdqpWriter().InstInfo(info));
-    EXPECT_STREQ(Slot(7).inst_id, "");
+    EXPECT_EQ(std::string(Slot(7).inst_id, 16), std::string("\x01\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16));
+}
+
+TEST_F(MdqpDecoding, RecordsThatAreTakenGiveZero) {
+    inst_info_t info = Info(7);
+    deal_info_t deal = Deal(7);
+    price_detail_t level{7, '0', 1, 1};
+    order_statistics_info_t statistics{7, 1, 1, 1, 1};
+    packet_no_t packet{5};
+    EXPECT_EQ(TestableApi::_FieldID0101(info, SHFE_2PS, *api), 0);
+    EXPECT_EQ(TestableApi::_FieldID0102(deal, SHFE_2PS, *api), 0);
+    EXPECT_EQ(TestableApi::_FieldID0103(level, SHFE_2PS, *api, PORT, true), 0);
+    EXPECT_EQ(TestableApi::_FieldID0104(statistics, SHFE_2PS, *api), 0);
+    EXPECT_EQ(TestableApi::_FieldID1004(packet, SHFE_2PS, *api), 0);
 }
 
 TEST_F(MdqpDecoding, RecordsOfNoSlotAreRefusedWhoeverHandsThemOver) {

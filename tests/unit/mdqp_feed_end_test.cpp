@@ -81,6 +81,16 @@ TEST_F(MdqpFeedEnd, EightyPercentAreToldOfThe4psFeedThatEndsFirst) {
                                                     "shfe_inst_cnt_4ps is 12802, more than 80% max cnt."));
 }
 
+TEST_F(MdqpFeedEnd, EachExchangeHasAWarningOfItsOwnToUseUp) {
+    api->m_u50InstCount = {12801, 0, 0, 0};
+    End(0);
+    EXPECT_FALSE(TestableApi::shfe_cnt_80_flag);
+    EXPECT_TRUE(TestableApi::ine_cnt_80_flag);
+    api->m_u50InstCount = {0, 0, 3201, 0};
+    End(2);
+    EXPECT_FALSE(TestableApi::ine_cnt_80_flag);
+}
+
 TEST_F(MdqpFeedEnd, EightyPercentExactlyAreNotToldAndUseNoWarningUp) {
     api->m_u50InstCount = {12799, 12800, 3199, 3200};
     for (const int feed : {0, 1, 2, 3}) End(feed);

@@ -34,10 +34,10 @@ void CSelection::Sort() {
     const auto isWanted = [this](const Slot& slot) { return IsWanted(m_channel, slot.id); };
     if (m_channel.recvall) {
         std::copy_if(m_all.begin(), m_all.end(), std::back_inserter(m_everything), isWanted);
-        return;
+    } else {
+        std::stable_sort(m_all.begin(), m_all.end(), [](const Slot& a, const Slot& b) { return a.id < b.id; });
+        std::copy_if(m_all.begin(), m_all.end(), std::back_inserter(m_wanted), isWanted);
     }
-    std::stable_sort(m_all.begin(), m_all.end(), [](const Slot& a, const Slot& b) { return a.id < b.id; });
-    std::copy_if(m_all.begin(), m_all.end(), std::back_inserter(m_wanted), isWanted);
 }
 
 const std::vector<CSelection::Slot>& CSelection::Of(std::string_view entry) {

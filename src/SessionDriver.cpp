@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <span>
 
 #include "public/log/LogLine.h"
 #include "public/log/RaisedLogLevel.h"
@@ -60,7 +61,6 @@ int32_t CVexaShfeMdApiImpl::VexaRecvStart(CVexaShfeMdSpi& spi, const char* lpCon
 int32_t CVexaShfeMdApiImpl::_Start(EUserDataType delivery, const char* lpConfig) {
     m_configFileName.UnSafeCopyFrom(lpConfig);
     m_u50UserData.lpMdApi = this;
-    m_u50UserData.isQuote = false;
     m_u50UserData.userDataType = delivery;
     m_hasToldNoStream = false;
     try {
@@ -224,9 +224,9 @@ void CVexaShfeMdApiImpl::_Cleandata(CVexaShfeMdApiImpl& api) {
 }
 
 void CVexaShfeMdApiImpl::_ResetSessions() {
-    for (uint32_t i = 0; i < m_dirtySessionCount; ++i) {
-        ResetSession(m_sessions[m_dirtySessions[i]]);
-        m_isSessionDirty.reset(m_dirtySessions[i]);
+    for (const uint16_t port : std::span(m_dirtySessions).first(m_dirtySessionCount)) {
+        ResetSession(m_sessions[port]);
+        m_isSessionDirty.reset(port);
     }
     m_dirtySessionCount = 0;
 }
@@ -246,5 +246,5 @@ void CVexaShfeMdApiImpl::_MarkSession(uint16_t port) {
 }
 
 void CVexaShfeMdApiImpl::_MarkSlots(EMDQPDataType feed, int32_t usedSlots) {
-    m_dirtySlots[feed] = std::clamp(usedSlots, m_dirtySlots[feed], FeedCapacity(feed));
+    m_dirtySlots[feed] = std::min(std::max(usedSlots, m_dirtySlots[feed]), FeedCapacity(feed));
 }

@@ -24,6 +24,7 @@ public:
     OPEN(_BindCpu);
     OPEN(_ChechAndVexaSubDmaUp);
     OPEN(_VexaSubDmaUp);
+    OPEN(_MarkSession);
     OPEN(_WriteEngineParameters);
     OPEN(_StartDmaUp);
     OPEN(_InitFpga);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/IniText.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
@@ -103,8 +104,25 @@ TEST_F(BoardBringUp, MemoryThatIsNotReadyLeavesTheLogLevelRaised) {
     EXPECT_TRUE(CCommonLog::GetInstance().IsEnabled(LOG_DEBUG));
 }
 
+TEST_F(BoardBringUp, StartThatFailsForItsMemoryLeavesTheLogLevelRaised) {
+    const TempFile file("[config]\nlog_level=1\n");
+    board.answers[0x2032] = 2;
+    EXPECT_EQ(api->VexaStart(file.Path().c_str()), -2);
+    EXPECT_TRUE(CCommonLog::GetInstance().IsEnabled(LOG_DEBUG));
+}
+
+TEST_F(BoardBringUp, MemoryStatusThatCannotBeReadIsNotReady) {
+    board.onPoll = [](RecordingBoard& self) { self.accessResult = -1; };
+    EXPECT_EQ(api->_InitFpga(), -1);
+    EXPECT_TRUE(log.Has(LOG_DEBUG_EX, "addr[0x2032] value[0x00000000] 32 bits, result -1"));
+}
+
 TEST_F(BoardBringUp, SnapshotWaitRunsAtTheConfiguredLogLevel) {
     api->m_u50ConfigInfo.log_level = LOG_ERROR;
+    board.onPoll = [&](RecordingBoard&) {
+        if (clock.monotonic < 7 * SECOND_NS) return;
+        EXPECT_FALSE(CCommonLog::GetInstance().IsEnabled(LOG_DEBUG));
+    };
     EXPECT_EQ(api->_InitFpga(), -2);
     EXPECT_FALSE(CCommonLog::GetInstance().IsEnabled(LOG_DEBUG));
 }

@@ -1,13 +1,8 @@
 // Every key by its name, with a value that is not its default: into its field, and into its line of the log.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <new>
 #include <string>
@@ -16,6 +11,7 @@
 #include "tests/support/IniText.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestableApi.h"
+#include "tests/support/WrittenAtOnce.h"
 
 using testing::ElementsAre;
 
@@ -281,20 +277,14 @@ TEST_F(LiteralConfiguration, FileWithoutADeviceIsOfTheFirstBoardWhateverTheStart
 }
 
 TEST_F(LiteralConfiguration, FileThatCannotBeReadIsToldOnStandardOutputAtOnce) {
-    std::fflush(stdout);
-    const int terminal = dup(STDOUT_FILENO);
-    const TempFile output;
-    const int file = open(output.Path().c_str(), O_WRONLY);
-    dup2(file, STDOUT_FILENO);
     api->m_configFileName.UnSafeCopyFrom("/nonexistent/of/this/test.ini");
-    const int32_t result = api->_ReadConfig();
-    std::ifstream in(output.Path());
-    const std::string said{std::istreambuf_iterator<char>(in), {}};
-    dup2(terminal, STDOUT_FILENO);
-    close(terminal);
-    close(file);
+    int32_t result = 0;
+    EXPECT_EQ(WrittenAtOnce([&] { result = api->_ReadConfig(); }),
+              "ReadConfig is /nonexistent/of/this/test.ini failed \n");
     EXPECT_EQ(result, -1);
-    EXPECT_EQ(said, "ReadConfig is /nonexistent/of/this/test.ini failed \n");
+    EXPECT_EQ(WrittenAtOnce([&] { result = api->Init(); }),
+              "ReadConfig is /nonexistent/of/this/test.ini failed \nInit, _ReadConfig failed \n");
+    EXPECT_EQ(result, -2);
 }
 
 TEST_F(LiteralConfiguration, DeviceWithoutAColonLeavesTheChannelOfTheStartBefore) {

@@ -14,6 +14,7 @@
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
 #include "tests/support/VirtualClock.h"
+#include "tests/support/WrittenAtOnce.h"
 
 using testing::ElementsAre;
 
@@ -201,9 +202,10 @@ protected:
 
 TEST_F(RefusedCall, CallbackStartWithoutAPathKeepsNeitherSpiNorStop) {
     api->VexaStop();
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(api->VexaStart(otherSpi, nullptr), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "VexaStart error, lpConfig is nullptr");
+    int32_t result = 0;
+    EXPECT_EQ(WrittenAtOnce([&] { result = api->VexaStart(otherSpi, nullptr); }),
+              "VexaStart error, lpConfig is nullptr");
+    EXPECT_EQ(result, -1);
     EXPECT_TRUE(api->m_isStopflag);
     ExpectKept(0);
 }

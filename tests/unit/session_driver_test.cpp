@@ -57,6 +57,29 @@ TEST_F(SessionDriver, OpensTheBoardAndReadsItsIdentityInOrder) {
     EXPECT_TRUE(log.Has(LOG_INFO, "DNA [0a0b0c0d:0e0f1011:12131415] [0a:0b:0c:0d:0e:0f]"));
 }
 
+TEST_F(SessionDriver, IdentityThatCannotBeReadIsZeroAlsoBehindOneThatCould) {
+    board.answers = {{5, 0x20260420}, {4, 7}, {0x1002, 0x0A0B0C0D}, {0x1003, 0x0E0F1011}, {0x1004, 0x12131415}};
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    log.lines.clear();
+    board.accessResult = -1;
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    EXPECT_TRUE(log.Has(LOG_INFO, "FPGA COMPILE_DATE[00000000] COMPILE_VER[00000000]"));
+    EXPECT_TRUE(log.Has(LOG_INFO, "DNA [00000000:00000000:00000000] [00:00:00:00:00:00]"));
+}
+
+TEST_F(SessionDriver, SessionThatHasEndedHoldsNoSnapshot) {
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    api->m_isTcpInitFinished = true;
+    api->VexaStop();
+    EXPECT_EQ(api->VexaRecv(), -1);
+    EXPECT_FALSE(api->m_isTcpInitFinished);
+}
+
+TEST_F(SessionDriver, ConnectionIsNotedForItsResetOnceHoweverOftenItIsUsed) {
+    for (int i = 0; i < 70'000; ++i) api->_MarkSession(static_cast<uint16_t>(40000 + i % 3));
+    EXPECT_EQ(api->m_dirtySessionCount, 3U);
+}
+
 TEST_F(SessionDriver, TellsItsVersion) {
     ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
     const std::string version = CVexaShfeMdApiImpl::VEXA_U50_VERSION.data();

@@ -1,4 +1,7 @@
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
 
 #include "public/write_shot/write_shot.h"
 #include "tests/unit/DispatchFixture.h"
@@ -25,13 +28,15 @@ protected:
         std::filesystem::remove_all(m_directory);
     }
 
-    /// Of the file that holds the packets.
-    uint64_t PacketBytes() const {
+    /// The file that holds the packets.
+    std::string Packets() const {
         CWriteShot::GetInstance().CloseShotPcapLog();
         for (const auto& file : std::filesystem::directory_iterator(m_directory)) {
-            if (file.path().extension() == ".pcap") return file.file_size();
+            if (file.path().extension() != ".pcap") continue;
+            std::ifstream in(file.path(), std::ios::binary);
+            return {std::istreambuf_iterator<char>(in), {}};
         }
-        return 0;
+        return {};
     }
 
     uint64_t Captured() const { return CWriteShot::GetInstance().GetBinShotCnt() - m_before; }
@@ -56,7 +61,9 @@ TEST_F(Captures, OfPacketsHoldSegmentsAlone) {
     Hand(MessageOfType(DMA_UDP, DMA_READABLE_BYTES));
     Hand(MessageOfType(77, 300));
     EXPECT_EQ(Captured(), 4U);
-    EXPECT_EQ(PacketBytes(), 24 + 16 + (segment.size() - 12));  // heads of the file and of its one packet
+    const std::string packets = Packets();
+    ASSERT_EQ(packets.size(), 24 + 16 + (segment.size() - 12));  // heads of the file and of its one packet
+    EXPECT_EQ(packets.substr(24 + 16), std::string(segment.begin() + 12, segment.end()));
 }
 
 TEST_F(Captures, HoldNothingWhenSwitchedOff) {

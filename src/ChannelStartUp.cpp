@@ -34,7 +34,7 @@ bool HasDataFlowed(const U50MdPktCnt& first, const U50MdPktCnt& second) {
 
 int32_t CVexaShfeMdApiImpl::_ChechAndVexaSubDmaUp() {
     const int32_t channel = m_u50ConfigInfo.channel_id;
-    if (channel != MANAGER_CHANNEL) return _VexaSubDmaUp(0);
+    if (channel != MANAGER_CHANNEL) return 0;
     uint32_t configCrc = 0;
     if (_GetConfigCrc(configCrc) != 0) {
         VEXA_LOG(LOG_ERROR, "Error opening file [%s].", m_configFileName.data());

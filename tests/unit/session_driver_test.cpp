@@ -325,7 +325,9 @@ TEST_F(SessionDriver, LostStreamOfTheManagingChannelIsRebuiltOnceItAnswers) {
     EXPECT_FALSE(api->m_isAllInitFinished);
     EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
     EXPECT_EQ(api->m_u50InstTable.ine2psInstTable[9].volume, 0U);
+    const uint64_t before = board.polls;
     for (int step = 0; step < 1000; ++step) EXPECT_EQ(api->VexaRecv(), 0);
+    EXPECT_EQ(board.polls, before + 1000);
     EXPECT_TRUE(board.Writes().empty());
     // What it hands over first belongs to no session that was rebuilt.
     board.pollResult = 0;

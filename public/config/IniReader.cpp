@@ -23,12 +23,10 @@ using Block = std::array<char, 16384>;
 
 /// As read(), once more whenever a signal interrupts it, but not for ever.
 ssize_t ReadBlock(int file, Block& block) {
-    ssize_t count = -1;
-    for (int tries = 0; tries < INTERRUPTED_TRIES_MAX; ++tries) {
-        count = read(file, block.data(), block.size());
-        if (count >= 0 || errno != EINTR) break;
+    for (int tries = 1;; ++tries) {
+        const ssize_t count = read(file, block.data(), block.size());
+        if (count >= 0 || errno != EINTR || tries == INTERRUPTED_TRIES_MAX) return count;
     }
-    return count;
 }
 
 /// The whole file; false for what is no regular file or too large, without ever waiting on it.

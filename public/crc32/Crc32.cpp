@@ -1,5 +1,6 @@
 #include "public/crc32/Crc32.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
@@ -57,10 +58,18 @@ uint32_t EightBytes(uint32_t crc, const uint8_t* data) {
            TABLES[1][(high >> 16) & 0xFFU] ^ TABLES[0][high >> 24];
 }
 
+// Eight bytes a step, then those that are left.
+uint32_t AllBytes(uint32_t crc, const uint8_t* data, std::size_t length) {
+    for (std::size_t steps = length / 8; steps > 0; --steps, data += 8) crc = EightBytes(crc, data);
+    return Bytes(crc, data, length % 8);
+}
+
 }  // namespace
 
 int32_t CCrc32::calculate_crc32c(uint32_t& crc, const uint8_t* data, int32_t length) {
-    return crc32c_sb8_64_bit(crc, data, length, 0);
+    if (!IsUsable(data, length)) return -1;
+    crc = ~AllBytes(~crc, data, static_cast<std::size_t>(length));
+    return 0;
 }
 
 int32_t CCrc32::singletable_crc32c(uint32_t& crc, const uint8_t* data, int32_t length) {
@@ -71,21 +80,17 @@ int32_t CCrc32::singletable_crc32c(uint32_t& crc, const uint8_t* data, int32_t l
 
 int32_t CCrc32::multitable_crc32c(uint32_t& crc, const uint8_t* data, int32_t length) {
     if (!IsUsable(data, length)) return -1;
-    auto left = static_cast<std::size_t>(length);
+    const auto size = static_cast<std::size_t>(length);
     uint32_t state = ~crc;
-    for (; left >= 4; left -= 4, data += 4) state = FourBytes(state, data);
-    crc = ~Bytes(state, data, left);
+    for (std::size_t steps = size / 4; steps > 0; --steps, data += 4) state = FourBytes(state, data);
+    crc = ~Bytes(state, data, size % 4);
     return 0;
 }
 
 int32_t CCrc32::crc32c_sb8_64_bit(uint32_t& crc, const uint8_t* data, int32_t length, uint32_t align) {
     if (!IsUsable(data, length)) return -1;
-    auto left = static_cast<std::size_t>(length);
-    const std::size_t head = align < left ? align : left;
-    uint32_t state = Bytes(~crc, data, head);
-    data += head;
-    left -= head;
-    for (; left >= 8; left -= 8, data += 8) state = EightBytes(state, data);
-    crc = ~Bytes(state, data, left);
+    const auto size = static_cast<std::size_t>(length);
+    const std::size_t head = std::min<std::size_t>(align, size);
+    crc = ~AllBytes(Bytes(~crc, data, head), data + head, size - head);
     return 0;
 }

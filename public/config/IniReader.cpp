@@ -135,9 +135,10 @@ void CIniReader::Take(std::string_view key, std::string_view value) {
     if (number == m_newest.size()) m_newest.push_back(NONE);
     uint32_t& newest = m_newest[number];
     const Entry* before = FindEntry(m_inForce, newest);
-    if (before != nullptr && before->value == value) return;
-    m_entries.push_back({value, m_inForce.last, newest});
-    newest = static_cast<uint32_t>(m_entries.size()) - 1;
+    if (before == nullptr || before->value != value) {
+        m_entries.push_back({value, m_inForce.last, newest});
+        newest = static_cast<uint32_t>(m_entries.size()) - 1;
+    }
 }
 
 const CIniReader::Entry* CIniReader::FindEntry(const Span& span, uint32_t entry) const {

@@ -27,10 +27,11 @@ uint64_t Mix(uint64_t value) {
 
 CNameTable::CNameTable() : m_seed(RandomSeed()), m_places(PLACES_MIN) {}
 
+// Names that differ by zeros at their end alone may share a hash, eight at most.
 uint32_t CNameTable::HashOf(std::string_view name) const {
     uint64_t hash = m_seed;
     while (!name.empty()) {
-        uint64_t word = hash;  // a short rest leaves zeros behind it
+        uint64_t word{};
         const std::string_view part = name.substr(0, sizeof word);
         std::memcpy(&word, part.data(), part.size());
         hash = Mix(hash ^ word);

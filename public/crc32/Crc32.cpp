@@ -15,16 +15,14 @@ using Tables = std::array<std::array<uint32_t, 256>, SLICES>;
 // Table k advances a byte over k further zero bytes.
 constexpr Tables MakeTables() {
     Tables tables{};
-    for (uint32_t byte = 0; byte < 256; ++byte) {
-        uint32_t crc = byte;
+    uint32_t byte = 0;
+    for (uint32_t& crc : tables[0]) {
+        crc = byte++;
         for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1U) != 0 ? POLYNOMIAL : 0);
-        tables[0][byte] = crc;
     }
+    const auto advance = [&tables](uint32_t crc) { return (crc >> 8) ^ tables[0][crc & 0xFFU]; };
     for (std::size_t slice = 1; slice < SLICES; ++slice) {
-        for (std::size_t byte = 0; byte < 256; ++byte) {
-            const uint32_t previous = tables[slice - 1][byte];
-            tables[slice][byte] = (previous >> 8) ^ tables[0][previous & 0xFFU];
-        }
+        std::transform(tables[slice - 1].begin(), tables[slice - 1].end(), tables[slice].begin(), advance);
     }
     return tables;
 }

@@ -37,7 +37,7 @@ uint32_t Bytes(uint32_t crc, const uint8_t* data, std::size_t length) {
 }
 
 uint32_t Load(const uint8_t* data) {
-    uint32_t word = 0;
+    uint32_t word{};
     std::memcpy(&word, data, sizeof word);
     return word;
 }

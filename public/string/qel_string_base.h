@@ -46,7 +46,7 @@ public:
         if (lit[0] == '\0') {
             Clear();
         } else {
-            std::memcpy(m_value, lit, M - 1);
+            std::memcpy(m_value, lit, M);
             m_value[M - 1] = '\0';
         }
         return *this;
@@ -103,7 +103,7 @@ public:
     /// Fixed notation with `precision` digits behind the point, at most 17. What does not fit is cut at the end.
     CQelCharArray& Append(double v, int precision) {
         char digits[352];  // the longest double in fixed notation
-        std::snprintf(digits, sizeof digits, "%.*f", std::clamp(precision, 0, 17), v);
+        std::snprintf(digits, sizeof digits, "%.*f", std::min(std::max(precision, 0), 17), v);
         return Append(digits);
     }
 
@@ -149,8 +149,8 @@ public:
     }
     /// Fills from `pos` to the end with `c`; the last place stays the terminator's.
     void ClearBufByPos(std::size_t pos, char c) {
-        const std::size_t first = std::min(pos, N - 1);
-        std::memset(m_value + first, c, N - 1 - first);
+        const std::size_t first = std::min(pos, N);
+        std::memset(m_value + first, c, N - first);
         m_value[N - 1] = '\0';
     }
 

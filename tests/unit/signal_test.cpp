@@ -53,9 +53,14 @@ TEST_F(SignalProcess, HandlersTellWhoSentTheSignalAndBlockNoOther) {
 }
 
 TEST_F(SignalProcess, ErrnoSurvivesTheHandler) {
+    struct : ILogSink {
+        void OnLine(ELOGLEVEL, const char*, std::size_t) override { errno = EIO; }
+    } spoiling;
+    CCommonLog::GetInstance().SetSink(&spoiling);
     errno = ENOSPC;
     raise(SIGINT);
     EXPECT_EQ(errno, ENOSPC);
+    CCommonLog::GetInstance().SetSink(&log);
 }
 
 TEST_F(SignalProcess, FlagStaysSetWhenTheHandlersAreInstalledAgain) {

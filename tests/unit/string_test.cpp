@@ -317,6 +317,7 @@ TEST(CharArray, WritesStayInFrontOfTheTerminator) {
     const auto record = std::make_unique<Guarded>();
     for (const std::size_t beyond : {std::size_t{3}, std::size_t{4}, std::size_t{100}, SIZE_MAX - 1, SIZE_MAX}) {
         record->text.At(beyond, 'x');
+        EXPECT_EQ(BytesOf(record->text), std::string("abc\0", 4)) << beyond;
         record->text.ClearBufByPos(beyond, 'x');
     }
     EXPECT_EQ(BytesOf(record->before), std::string("guard\0", 6));

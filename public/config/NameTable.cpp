@@ -71,10 +71,11 @@ void CNameTable::Reserve(std::size_t names) {
 void CNameTable::Widen() {
     std::vector<Place> wider(m_places.size() * 2);
     for (const Place& place : m_places) {
-        if (place.taken == 0) continue;
-        std::size_t at = place.hash & (wider.size() - 1);
-        while (wider[at].taken != 0) at = (at + 1) & (wider.size() - 1);
-        wider[at] = place;
+        if (place.taken != 0) {
+            std::size_t at = place.hash & (wider.size() - 1);
+            while (wider[at].taken != 0) at = (at + 1) & (wider.size() - 1);
+            wider[at] = place;
+        }
     }
     m_places.swap(wider);
 }

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
+#include <memory>
 #include <utility>
 
 #include "public/file/Descriptor.h"
@@ -18,27 +19,28 @@ constexpr std::size_t SAMPLE_PART = 8;  // of a file's bytes
 constexpr std::size_t FILE_BYTES_MAX = std::size_t{64} << 20;
 constexpr int INTERRUPTED_TRIES_MAX = 16;
 
+using Block = std::array<char, 16384>;
+
+/// As read(), once more whenever a signal interrupts it, but not for ever.
+ssize_t ReadBlock(int file, Block& block) {
+    for (int tries = 1;; ++tries) {
+        const ssize_t count = read(file, block.data(), block.size());
+        if (count >= 0 || errno != EINTR || tries == INTERRUPTED_TRIES_MAX) return count;
+    }
+}
+
 /// The whole file; false for what is no regular file or too large, without ever waiting on it.
 bool ReadWhole(const std::string& path, std::string& text) {
     const CDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file.IsOpen()) return false;
     struct stat status {};
-    bool isRead = fstat(file.Get(), &status) == 0 && S_ISREG(status.st_mode) &&
-                  static_cast<uint64_t>(status.st_size) <= FILE_BYTES_MAX;
-    char block[16384];
-    int tries = 0;
-    while (isRead) {
-        const ssize_t count = read(file.Get(), block, sizeof block);
-        if (count < 0 && errno == EINTR && ++tries < INTERRUPTED_TRIES_MAX) continue;
-        if (count <= 0) {
-            isRead = count == 0;
-            break;
-        }
-        tries = 0;
-        text.append(block, static_cast<std::size_t>(count));
-        isRead = text.size() <= FILE_BYTES_MAX;
+    if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    Block block;
+    while (text.size() <= FILE_BYTES_MAX) {
+        const ssize_t count = ReadBlock(file.Get(), block);
+        if (count <= 0) return count == 0;
+        text.append(block.data(), static_cast<std::size_t>(count));
     }
-    return isRead;
+    return false;
 }
 
 // atoi without its undefined range: whatever does not fit is cut as the conversion from long cuts it.
@@ -46,10 +48,10 @@ int32_t ToInt32(const std::string& value) { return static_cast<int32_t>(std::str
 
 // Decimal only, and the same whatever the locale; 0 for what is no number.
 template <typename T>
-T ToReal(const std::string& value) {
-    const std::size_t first = !value.empty() && value.front() == '+' ? 1 : 0;
+T ToReal(std::string_view value) {
+    if (value.starts_with('+')) value.remove_prefix(1);
     T number = 0;
-    std::from_chars(value.data() + first, value.data() + value.size(), number);
+    std::from_chars(std::to_address(value.begin()), std::to_address(value.end()), number);
     return number;
 }
 
@@ -65,43 +67,46 @@ bool CIniReader::ReadConfig(const std::string& path) {
 }
 
 void CIniReader::TakeLines() {
-    const std::string_view text = *m_text;
+    std::string_view rest = *m_text;
     std::string_view section;
     // Some lines ahead, so that the places of their names are on their way from memory while others are taken.
     LinesAhead ahead;
-    std::size_t count = 0;
-    std::size_t sampleEnd = text.size() / SAMPLE_PART;
-    for (std::size_t start = 0; start < text.size();) {
-        if (start > sampleEnd) {
-            ExpectRest();
-            sampleEnd = text.size();
+    while (!rest.empty()) {
+        const std::size_t before = rest.size();
+        std::size_t count = 0;
+        while (count < ahead.size() && !rest.empty()) {
+            if (!AnalyseLine(NextLine(rest), section, ahead[count])) continue;
+            Expect(ahead[count]);
+            ++count;
         }
-        const std::size_t end = std::min(text.find('\n', start), text.size());
-        Line& line = ahead[count];
-        line = {};
-        if (AnalyseLine(text.substr(start, end - start), section, line.key, line.value)) {
-            line.section = section;
-            if (line.key.empty()) {
-                m_sectionNames.Expect(section);
-            } else {
-                m_keyNames.Expect(line.key);
-            }
-            if (++count == ahead.size()) TakeAhead(ahead, std::exchange(count, 0));
-        }
-        start = end + 1;
+        for (std::size_t i = 0; i < count; ++i) TakeLine(ahead[i]);
+        ExpectRest(before, rest.size());
     }
-    TakeAhead(ahead, count);
 }
 
-void CIniReader::TakeAhead(const LinesAhead& lines, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) {
-        const bool isHeader = lines[i].key.empty();
-        if ((!isHeader && m_open != NONE) || Open(lines[i].section)) Take(lines[i].key, lines[i].value);
+std::string_view CIniReader::NextLine(std::string_view& rest) {
+    const std::string_view line = rest.substr(0, rest.find('\n'));
+    rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+    return line;
+}
+
+void CIniReader::TakeLine(const Line& line) {
+    const bool isInSection = !m_spans.empty() && !line.key.empty();
+    if (isInSection || Open(line.section)) Take(line.key, line.value);
+}
+
+void CIniReader::Expect(const Line& line) const {
+    if (line.key.empty()) {
+        m_sectionNames.Expect(line.section);
+    } else {
+        m_keyNames.Expect(line.key);
     }
 }
 
 // A file is much like its beginning: tables that are made large enough at once need not be moved again and again.
-void CIniReader::ExpectRest() {
+void CIniReader::ExpectRest(std::size_t bytesBefore, std::size_t bytesLeft) {
+    const std::size_t sampleEnd = m_text->size() - m_text->size() / SAMPLE_PART;
+    if (bytesBefore <= sampleEnd || bytesLeft > sampleEnd) return;
     m_sectionNames.Reserve(m_sectionNames.Names().size() * SAMPLE_PART);
     m_keyNames.Reserve(m_keyNames.Names().size() * SAMPLE_PART);
     m_spans.reserve(m_spans.size() * SAMPLE_PART);
@@ -115,62 +120,53 @@ void CIniReader::ExpectRest() {
 bool CIniReader::Open(std::string_view section) {
     const uint32_t number = m_sectionNames.Add(section);
     const bool isNew = number == m_spans.size();
-    if (isNew) m_spans.push_back({});
-    if (number != m_open) ++m_opening;
-    if (isNew) m_cleared = m_opening;
-    m_open = number;
-    m_spans[number] = {m_cleared, m_opening};
+    if (isNew) {
+        m_spans.push_back({});
+        m_inForce.cleared = m_inForce.last;
+    }
+    ++m_inForce.last;
+    m_spans[number] = m_inForce;
     return !isNew;
 }
 
+// Without those that change nothing, a section opened again and again leaves nothing in memory.
 void CIniReader::Take(std::string_view key, std::string_view value) {
     const uint32_t number = m_keyNames.Add(key);
     if (number == m_newest.size()) m_newest.push_back(NONE);
     uint32_t& newest = m_newest[number];
-    if (newest != NONE) {
-        Entry& entry = m_entries[newest];
-        const bool isInForce = entry.opening >= m_cleared && entry.value == value;
-        if (entry.opening == m_opening) entry.value = value;
-        if (isInForce || entry.opening == m_opening) return;
+    const Entry* before = FindEntry(m_inForce, newest);
+    if (before == nullptr || before->value != value) {
+        m_entries.push_back({value, m_inForce.last, newest});
+        newest = static_cast<uint32_t>(m_entries.size()) - 1;
     }
-    m_entries.push_back({value, m_opening, newest});
-    newest = static_cast<uint32_t>(m_entries.size()) - 1;
 }
 
-const CIniReader::Entry* CIniReader::FindEntry(uint32_t section, uint32_t key) const {
-    const Span span = m_spans[section];
-    uint32_t entry = m_newest[key];
+const CIniReader::Entry* CIniReader::FindEntry(const Span& span, uint32_t entry) const {
     while (entry != NONE && m_entries[entry].opening > span.last) entry = m_entries[entry].before;
-    return entry != NONE && m_entries[entry].opening >= span.first ? &m_entries[entry] : nullptr;
+    return entry != NONE && m_entries[entry].opening > span.cleared ? &m_entries[entry] : nullptr;
 }
 
-bool CIniReader::AnalyseLine(std::string_view line, std::string_view& section, std::string_view& key,
-                             std::string_view& value) {
-    if (line.empty() || IsCommentChar(line.front())) return false;
-    const std::size_t open = line.find('[');
-    const std::size_t close = open == std::string_view::npos ? open : line.find(']');
-    if (close != std::string_view::npos) {
+bool CIniReader::AnalyseLine(std::string_view text, std::string_view& section, Line& line) {
+    if (text.starts_with('#')) return false;
+    const std::size_t open = text.find('[');
+    const std::size_t close = text.find(']');
+    if (open != std::string_view::npos && close != std::string_view::npos) {
         // The length counts from the line's start; for a `]` in front it wraps round to "all that is left".
-        section = line.substr(open + 1, close - 1);
+        section = text.substr(open + 1, close - 1);
+        line = {section, {}, {}};
         return true;
     }
-    line = line.substr(0, line.find('#'));
-    const std::size_t equals = line.find('=');
+    text = text.substr(0, text.find('#'));
+    const std::size_t equals = text.find('=');
     if (equals == std::string_view::npos) return false;
-    key = line.substr(0, equals);
-    value = line.substr(equals + 1);
-    Trim(key);
-    Trim(value);
-    return !key.empty();
+    line = {section, Trimmed(text.substr(0, equals)), Trimmed(text.substr(equals + 1))};
+    return !line.key.empty();
 }
 
-bool CIniReader::IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
-
-bool CIniReader::IsCommentChar(char c) { return c == '#'; }
-
-void CIniReader::Trim(std::string_view& text) {
-    while (!text.empty() && IsSpace(text.front())) text.remove_prefix(1);
-    while (!text.empty() && IsSpace(text.back())) text.remove_suffix(1);
+std::string_view CIniReader::Trimmed(std::string_view text) {
+    constexpr const char* BLANKS = " \t\r";
+    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
+    return text.substr(0, text.find_last_not_of(BLANKS) + 1);  // none: the length wraps round to 0
 }
 
 std::map<std::string, CIniReader::Section> CIniReader::Sections() const {
@@ -178,7 +174,7 @@ std::map<std::string, CIniReader::Section> CIniReader::Sections() const {
     for (uint32_t section = 0; section < m_spans.size(); ++section) {
         Section& entries = sections[std::string(m_sectionNames.Names()[section])];
         for (uint32_t key = 0; key < m_newest.size(); ++key) {
-            if (const Entry* entry = FindEntry(section, key))
+            if (const Entry* entry = FindEntry(m_spans[section], m_newest[key]))
                 entries[std::string(m_keyNames.Names()[key])] = entry->value;
         }
     }
@@ -190,7 +186,7 @@ bool CIniReader::ReadCommon(const char* section, const char* key, std::string& o
     const uint32_t sectionNumber = m_sectionNames.Find(section);
     const uint32_t keyNumber = m_keyNames.Find(key);
     if (sectionNumber == CNameTable::NONE || keyNumber == CNameTable::NONE) return false;
-    const Entry* entry = FindEntry(sectionNumber, keyNumber);
+    const Entry* entry = FindEntry(m_spans[sectionNumber], m_newest[keyNumber]);
     if (entry == nullptr) return false;
     out = entry->value;
     return true;

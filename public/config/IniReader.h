@@ -1,6 +1,6 @@
 /// Reads a whole INI file once and answers typed look-ups, each with the caller's default.
 ///
-/// Grammar: `#` begins a comment; `[name]` a section; `key = value` an entry, both trimmed of " \t\r\n". Names are
+/// Grammar: `#` begins a comment; `[name]` a section; `key = value` an entry, both trimmed of " \t\r". Names are
 /// case-sensitive. Any line with both brackets is a section header, its name as long as the index of the `]` minus one.
 /// Not thread-safe; look-ups return copies.
 #pragma once
@@ -40,9 +40,9 @@ public:
 private:
     static constexpr uint32_t NONE = UINT32_MAX;
 
-    /// A section's entries are those of these openings, the latest of each key.
+    /// A section's entries are those of the openings behind `cleared` up to `last`, the latest of each key.
     struct Span {
-        uint32_t first;
+        uint32_t cleared;
         uint32_t last;
     };
 
@@ -59,17 +59,16 @@ private:
     };
     using LinesAhead = std::array<Line, 16>;
 
-    static bool IsSpace(char c);
-    static bool IsCommentChar(char c);
-    static void Trim(std::string_view& text);
-    static bool AnalyseLine(std::string_view line, std::string_view& section, std::string_view& key,
-                            std::string_view& value);
+    static std::string_view Trimmed(std::string_view text);
+    static std::string_view NextLine(std::string_view& rest);
+    static bool AnalyseLine(std::string_view text, std::string_view& section, Line& line);
     void TakeLines();
-    void TakeAhead(const LinesAhead& lines, std::size_t count);
-    void ExpectRest();
+    void TakeLine(const Line& line);
+    void Expect(const Line& line) const;
+    void ExpectRest(std::size_t bytesBefore, std::size_t bytesLeft);
     bool Open(std::string_view section);
     void Take(std::string_view key, std::string_view value);
-    const Entry* FindEntry(uint32_t section, uint32_t key) const;
+    const Entry* FindEntry(const Span& span, uint32_t newest) const;
 
     std::shared_ptr<const std::string> m_text;  ///< all names and values lie in it
     CNameTable m_sectionNames;
@@ -78,7 +77,5 @@ private:
     std::vector<uint32_t> m_newest;  ///< by key: its latest entry
     std::vector<Entry> m_entries;
 
-    uint32_t m_open = NONE;  ///< the section that lines belong to
-    uint32_t m_opening = 0;  ///< counts how often the section changed
-    uint32_t m_cleared = 0;  ///< the opening that began without entries last
+    Span m_inForce{};  ///< of the openings so far; the last is the one that lines belong to
 };

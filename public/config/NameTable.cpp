@@ -11,8 +11,8 @@ namespace {
 constexpr std::size_t PLACES_MIN = 64;
 
 uint64_t RandomSeed() {
-    uint64_t seed = 0;
-    (void)!getrandom(&seed, sizeof seed, GRND_NONBLOCK);
+    uint64_t seed{};
+    [[maybe_unused]] const ssize_t count = getrandom(&seed, sizeof seed, GRND_NONBLOCK);
     return seed;
 }
 
@@ -27,16 +27,17 @@ uint64_t Mix(uint64_t value) {
 
 CNameTable::CNameTable() : m_seed(RandomSeed()), m_places(PLACES_MIN) {}
 
+// Names that differ by zeros at their end alone may share a hash, eight at most.
 uint32_t CNameTable::HashOf(std::string_view name) const {
-    uint64_t hash = m_seed ^ name.size();
-    uint64_t word = 0;
-    for (; name.size() > sizeof word; name.remove_prefix(sizeof word)) {
-        std::memcpy(&word, name.data(), sizeof word);
+    uint64_t hash = m_seed;
+    while (!name.empty()) {
+        uint64_t word{};
+        const std::string_view part = name.substr(0, sizeof word);
+        std::memcpy(&word, part.data(), part.size());
         hash = Mix(hash ^ word);
+        name.remove_prefix(part.size());
     }
-    word = 0;
-    if (!name.empty()) std::memcpy(&word, name.data(), name.size());
-    return static_cast<uint32_t>(Mix(Mix(hash ^ word)) >> 32);
+    return static_cast<uint32_t>(Mix(hash) >> 32);
 }
 
 /// Where the name is, or the free place where it would be.
@@ -48,36 +49,33 @@ std::size_t CNameTable::PlaceOf(std::string_view name, uint32_t hash) const {
     return place;
 }
 
-uint32_t CNameTable::Find(std::string_view name) const {
-    const Place& place = m_places[PlaceOf(name, HashOf(name))];
-    return place.taken == 0 ? NONE : place.taken - 1;
-}
+// The number in a free place wraps round to NONE.
+uint32_t CNameTable::Find(std::string_view name) const { return m_places[PlaceOf(name, HashOf(name))].taken - 1; }
 
 uint32_t CNameTable::Add(std::string_view name) {
     const uint32_t hash = HashOf(name);
-    const std::size_t place = PlaceOf(name, hash);
-    if (m_places[place].taken != 0) return m_places[place].taken - 1;
+    Place& place = m_places[PlaceOf(name, hash)];
+    if (place.taken != 0) return place.taken - 1;
     m_names.push_back(name);
     const auto count = static_cast<uint32_t>(m_names.size());
-    m_places[place] = {count, hash};
-    if (m_names.size() > m_places.size() / 4 * 3) Widen(m_places.size() * 2);
+    place = {count, hash};
+    Reserve(count);
     return count - 1;
 }
 
 void CNameTable::Reserve(std::size_t names) {
-    std::size_t places = m_places.size();
-    while (names > places / 4 * 3) places *= 2;
-    if (places > m_places.size()) Widen(places);
+    while (names > m_places.size() / 4 * 3) Widen();
     m_names.reserve(names);
 }
 
-void CNameTable::Widen(std::size_t places) {
-    std::vector<Place> wider(places);
+void CNameTable::Widen() {
+    std::vector<Place> wider(m_places.size() * 2);
     for (const Place& place : m_places) {
-        if (place.taken == 0) continue;
-        std::size_t at = place.hash & (wider.size() - 1);
-        while (wider[at].taken != 0) at = (at + 1) & (wider.size() - 1);
-        wider[at] = place;
+        if (place.taken != 0) {
+            std::size_t at = place.hash & (wider.size() - 1);
+            while (wider[at].taken != 0) at = (at + 1) & (wider.size() - 1);
+            wider[at] = place;
+        }
     }
     m_places.swap(wider);
 }

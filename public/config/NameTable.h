@@ -28,13 +28,13 @@ public:
 private:
     /// Holds the number of a name plus one; 0 is free.
     struct Place {
-        uint32_t taken = 0;
-        uint32_t hash = 0;
+        uint32_t taken;
+        uint32_t hash;
     };
 
     uint32_t HashOf(std::string_view name) const;
     std::size_t PlaceOf(std::string_view name, uint32_t hash) const;
-    void Widen(std::size_t places);
+    void Widen();
 
     uint64_t m_seed;
     std::vector<Place> m_places;

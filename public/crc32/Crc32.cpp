@@ -1,5 +1,6 @@
 #include "public/crc32/Crc32.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
@@ -14,16 +15,14 @@ using Tables = std::array<std::array<uint32_t, 256>, SLICES>;
 // Table k advances a byte over k further zero bytes.
 constexpr Tables MakeTables() {
     Tables tables{};
-    for (uint32_t byte = 0; byte < 256; ++byte) {
-        uint32_t crc = byte;
+    uint32_t byte = 0;
+    for (uint32_t& crc : tables[0]) {
+        crc = byte++;
         for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1U) != 0 ? POLYNOMIAL : 0);
-        tables[0][byte] = crc;
     }
+    const auto advance = [&tables](uint32_t crc) { return (crc >> 8) ^ tables[0][crc & 0xFFU]; };
     for (std::size_t slice = 1; slice < SLICES; ++slice) {
-        for (std::size_t byte = 0; byte < 256; ++byte) {
-            const uint32_t previous = tables[slice - 1][byte];
-            tables[slice][byte] = (previous >> 8) ^ tables[0][previous & 0xFFU];
-        }
+        std::transform(tables[slice - 1].begin(), tables[slice - 1].end(), tables[slice].begin(), advance);
     }
     return tables;
 }
@@ -38,7 +37,7 @@ uint32_t Bytes(uint32_t crc, const uint8_t* data, std::size_t length) {
 }
 
 uint32_t Load(const uint8_t* data) {
-    uint32_t word = 0;
+    uint32_t word{};
     std::memcpy(&word, data, sizeof word);
     return word;
 }
@@ -57,10 +56,18 @@ uint32_t EightBytes(uint32_t crc, const uint8_t* data) {
            TABLES[1][(high >> 16) & 0xFFU] ^ TABLES[0][high >> 24];
 }
 
+// Eight bytes a step, then those that are left.
+uint32_t AllBytes(uint32_t crc, const uint8_t* data, std::size_t length) {
+    for (std::size_t steps = length / 8; steps > 0; --steps, data += 8) crc = EightBytes(crc, data);
+    return Bytes(crc, data, length % 8);
+}
+
 }  // namespace
 
 int32_t CCrc32::calculate_crc32c(uint32_t& crc, const uint8_t* data, int32_t length) {
-    return crc32c_sb8_64_bit(crc, data, length, 0);
+    if (!IsUsable(data, length)) return -1;
+    crc = ~AllBytes(~crc, data, static_cast<std::size_t>(length));
+    return 0;
 }
 
 int32_t CCrc32::singletable_crc32c(uint32_t& crc, const uint8_t* data, int32_t length) {
@@ -71,21 +78,17 @@ int32_t CCrc32::singletable_crc32c(uint32_t& crc, const uint8_t* data, int32_t l
 
 int32_t CCrc32::multitable_crc32c(uint32_t& crc, const uint8_t* data, int32_t length) {
     if (!IsUsable(data, length)) return -1;
-    auto left = static_cast<std::size_t>(length);
+    const auto size = static_cast<std::size_t>(length);
     uint32_t state = ~crc;
-    for (; left >= 4; left -= 4, data += 4) state = FourBytes(state, data);
-    crc = ~Bytes(state, data, left);
+    for (std::size_t steps = size / 4; steps > 0; --steps, data += 4) state = FourBytes(state, data);
+    crc = ~Bytes(state, data, size % 4);
     return 0;
 }
 
 int32_t CCrc32::crc32c_sb8_64_bit(uint32_t& crc, const uint8_t* data, int32_t length, uint32_t align) {
     if (!IsUsable(data, length)) return -1;
-    auto left = static_cast<std::size_t>(length);
-    const std::size_t head = align < left ? align : left;
-    uint32_t state = Bytes(~crc, data, head);
-    data += head;
-    left -= head;
-    for (; left >= 8; left -= 8, data += 8) state = EightBytes(state, data);
-    crc = ~Bytes(state, data, left);
+    const auto size = static_cast<std::size_t>(length);
+    const std::size_t head = std::min<std::size_t>(align, size);
+    crc = ~AllBytes(Bytes(~crc, data, head), data + head, size - head);
     return 0;
 }

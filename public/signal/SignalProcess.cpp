@@ -3,7 +3,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstddef>
+#include <iterator>
+#include <string_view>
 
 #include "public/log/LogLine.h"
 
@@ -19,33 +22,24 @@ constexpr const char* LOG_FILE_NAME = "SignalProcess.h";
 /// Builds a short text without the formatted-output functions, which a signal handler may not call.
 class SignalText {
 public:
-    SignalText& Text(const char* text) {
-        while (*text != '\0' && m_length < sizeof m_text) m_text[m_length++] = *text++;
+    SignalText& Text(std::string_view text) {
+        m_end += text.copy(m_end, static_cast<std::size_t>(std::end(m_text) - m_end));
         return *this;
     }
     SignalText& Number(int number) {
-        char digits[12];
-        std::size_t count = 0;
-        auto rest = static_cast<unsigned int>(number < 0 ? -number : number);
-        do {
-            digits[count++] = static_cast<char>('0' + rest % 10);
-            rest /= 10;
-        } while (rest != 0);
-        if (number < 0) Text("-");
-        while (count > 0 && m_length < sizeof m_text) m_text[m_length++] = digits[--count];
+        m_end = std::to_chars(m_end, std::end(m_text), number).ptr;
         return *this;
     }
     const char* Data() const { return m_text; }
-    std::size_t Length() const { return m_length; }
+    std::size_t Length() const { return static_cast<std::size_t>(m_end - m_text); }
 
 private:
     char m_text[128];
-    std::size_t m_length = 0;
+    char* m_end = m_text;
 };
 
 int Install(int signal, void (*handler)(int, siginfo_t*, void*)) {
     struct sigaction action {};
-    sigemptyset(&action.sa_mask);
     action.sa_flags = SA_SIGINFO;
     action.sa_sigaction = handler;
     return sigaction(signal, &action, nullptr);
@@ -53,7 +47,6 @@ int Install(int signal, void (*handler)(int, siginfo_t*, void*)) {
 
 int Ignore(int signal) {
     struct sigaction action {};
-    sigemptyset(&action.sa_mask);
     action.sa_flags = SA_SIGINFO;
     action.sa_handler = SIG_IGN;
     return sigaction(signal, &action, nullptr);

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 template <std::size_t N>
@@ -45,7 +46,7 @@ public:
         if (lit[0] == '\0') {
             Clear();
         } else {
-            std::memcpy(m_value, lit, M - 1);
+            std::memcpy(m_value, lit, M);
             m_value[M - 1] = '\0';
         }
         return *this;
@@ -63,78 +64,36 @@ public:
 
     template <std::size_t M>
     CQelCharArray& CopyFrom(const CQelCharArray<M>& src, std::size_t pos, std::size_t count) {
-        const std::size_t length = src.Length();
-        if (length <= pos) {
-            Clear();
-            return *this;
-        }
-        const std::size_t n = std::min(count, std::min(N - 1, length - pos));
-        std::memmove(m_value, src.data() + pos, n);
+        const std::size_t first = std::min(pos, src.Length());
+        const std::size_t n = std::min({count, N - 1, src.Length() - first});
+        std::memmove(m_value, src.data() + first, n);
         m_value[n] = '\0';
         return *this;
     }
 
-    CQelCharArray& Append(char c) {
-        const std::size_t length = Length();
-        if (length + 2 <= N) {
-            m_value[length] = c;
-            m_value[length + 1] = '\0';
-        }
-        return *this;
-    }
+    CQelCharArray& Append(char c) { return AppendText(&c, 1); }
 
     template <std::size_t M>
     CQelCharArray& Append(const char (&lit)[M], std::size_t maxlen = M) {
-        const std::size_t length = Length();
-        const std::size_t wanted = strnlen(lit, std::min(maxlen, M));
-        if (wanted == 0 || length + 1 >= N) return *this;
-        const std::size_t n = std::min(wanted, N - length - 1);
-        std::memcpy(m_value + length, lit, n);
-        m_value[length + n] = '\0';
-        return *this;
-    }
-
-    CQelCharArray& Append(int32_t v) {
-        uint32_t magnitude = static_cast<uint32_t>(v);
-        if (v < 0) {
-            Append('-');
-            magnitude = 0U - magnitude;
-        }
-        ParseInt(magnitude, Length());
-        return *this;
+        return AppendText(lit, strnlen(lit, std::min(maxlen, M)));
     }
 
     /// Writes the decimal digits of `v` from index `pos` on. When they do not fit, the high digits are lost.
     CQelCharArray& ParseInt(uint64_t v, std::size_t pos) {
-        const int beforeFirst = _ParseIntRight(v, pos);
-        if (pos >= N) return *this;
-        if (beforeFirst < static_cast<int>(pos)) return *this;
-        const std::size_t first = static_cast<std::size_t>(beforeFirst) + 1;
-        std::memmove(m_value + pos, m_value + first, N - first);
+        const std::size_t first = DigitsAtEnd(v, pos);
+        if (pos < N) std::memmove(m_value + pos, m_value + first, N - first);
         return *this;
     }
 
     /// Writes the digits against the end of the array, never below `pos`; returns the index before the first digit.
-    int _ParseIntRight(uint64_t v, std::size_t pos) {
-        m_value[N - 1] = '\0';
-        int i = static_cast<int>(N) - 2;
-        if (v == 0 && pos < N - 1) {
-            m_value[N - 2] = '0';
-            return static_cast<int>(N) - 3;
-        }
-        while (v != 0 && i >= 0 && pos <= static_cast<std::size_t>(i)) {
-            m_value[i] = static_cast<char>('0' + v % 10);
-            v /= 10;
-            --i;
-        }
-        return i;
-    }
+    int _ParseIntRight(uint64_t v, std::size_t pos) { return static_cast<int>(DigitsAtEnd(v, pos)) - 1; }
 
     CQelCharArray& Append(uint64_t v) { return ParseInt(v, Length()); }
     CQelCharArray& Append(int64_t v) {
-        if (v < 0) Append('-');
-        return ParseInt(v < 0 ? 0U - static_cast<uint64_t>(v) : static_cast<uint64_t>(v), Length());
+        if (v >= 0) return Append(static_cast<uint64_t>(v));
+        return Append('-').Append(0U - static_cast<uint64_t>(v));
     }
+    CQelCharArray& Append(int32_t v) { return Append(int64_t{v}); }
     CQelCharArray& Append(uint32_t v) { return ParseInt(v, Length()); }
     CQelCharArray& Append(uint16_t v) { return ParseInt(v, Length()); }
     CQelCharArray& Append(int16_t v) { return Append(int32_t{v}); }
@@ -144,7 +103,7 @@ public:
     /// Fixed notation with `precision` digits behind the point, at most 17. What does not fit is cut at the end.
     CQelCharArray& Append(double v, int precision) {
         char digits[352];  // the longest double in fixed notation
-        std::snprintf(digits, sizeof digits, "%.*f", std::clamp(precision, 0, 17), v);
+        std::snprintf(digits, sizeof digits, "%.*f", std::min(std::max(precision, 0), 17), v);
         return Append(digits);
     }
 
@@ -162,14 +121,11 @@ public:
 
     /// The number against the end of the array, `fill` in front of it.
     CQelCharArray& FillCharParseFrom(uint32_t v, char fill) {
-        const int beforeFirst = _ParseIntRight(v, 0);
-        const auto first = static_cast<std::size_t>(v == 0 ? static_cast<int>(N) - 2 : beforeFirst + 1);
-        std::memset(m_value, fill, std::min(first, N - 1));
+        std::memset(m_value, fill, DigitsAtEnd(v, 0));
         return *this;
     }
     CQelCharArray& FillCharParseFrom(int32_t v, char fill) {
-        const uint32_t magnitude = v < 0 ? 0U - static_cast<uint32_t>(v) : static_cast<uint32_t>(v);
-        FillCharParseFrom(magnitude, fill);
+        FillCharParseFrom(static_cast<uint32_t>(std::abs(int64_t{v})), fill);
         if (v < 0) m_value[0] = '-';
         return *this;
     }
@@ -185,20 +141,16 @@ public:
 
     /// First or last place of `c` in the text, null where there is none.
     const char* StrChr(char c) const { return static_cast<const char*>(std::memchr(m_value, c, Length())); }
-    const char* StrRChr(char c) const {
-        for (std::size_t i = Length(); i > 0; --i) {
-            if (m_value[i - 1] == c) return m_value + i - 1;
-        }
-        return nullptr;
-    }
+    const char* StrRChr(char c) const { return static_cast<const char*>(memrchr(m_value, c, Length())); }
 
     /// Writes one character inside the array; the last place stays the terminator's.
     void At(std::size_t index, char c) {
-        if (index + 1 < N) m_value[index] = c;
+        if (index < N - 1) m_value[index] = c;
     }
     /// Fills from `pos` to the end with `c`; the last place stays the terminator's.
     void ClearBufByPos(std::size_t pos, char c) {
-        if (pos + 1 < N) std::memset(m_value + pos, c, N - 1 - pos);
+        const std::size_t first = std::min(pos, N);
+        std::memset(m_value + first, c, N - first);
         m_value[N - 1] = '\0';
     }
 
@@ -213,16 +165,9 @@ public:
     uint16_t ToWord() const { return static_cast<uint16_t>(ToInt64()); }
     double ToDouble() const { return std::strtod(Terminated().data(), nullptr); }
 
-    CQelCharArray& TrimHeader() {
-        std::size_t first = 0;
-        const std::size_t length = Length();
-        while (first < length && IsBlank(m_value[first])) ++first;
-        return CopyFrom(*this, first, N);
-    }
+    CQelCharArray& TrimHeader() { return CopyFrom(*this, View().find_first_not_of(BLANKS), N); }
     CQelCharArray& TrimTail() {
-        std::size_t length = std::min(Length(), N - 1);
-        while (length > 0 && IsBlank(m_value[length - 1])) --length;
-        m_value[length] = '\0';
+        m_value[View().substr(0, N - 1).find_last_not_of(BLANKS) + 1] = '\0';  // none: the index wraps round to 0
         return *this;
     }
     CQelCharArray& Trim() { return TrimTail().TrimHeader(); }
@@ -232,20 +177,17 @@ public:
 
     template <std::size_t M>
     bool operator==(const CQelCharArray<M>& other) const {
-        const std::size_t length = Length();
-        return length == other.Length() && std::memcmp(m_value, other.data(), length) == 0;
+        return View() == std::string_view(other.data(), other.Length());
     }
 
     /// 0 when equal. The sign is the reverse of strcmp's: 1 when `other` is the greater one.
     template <std::size_t M>
     int Comp(const CQelCharArray<M>& other) const {
         for (std::size_t i = 0; i < M; ++i) {
-            const char mine = i < N ? m_value[i] : '\0';  // a view may be full up to its last byte
-            const char theirs = other.data()[i];
-            if (mine != theirs) {
-                return static_cast<signed char>(theirs) > static_cast<signed char>(mine) ? 1 : -1;
-            }
-            if (theirs == '\0') return 0;
+            const signed char mine = i < N ? m_value[i] : '\0';  // a view may be full up to its last byte
+            const signed char theirs = other.data()[i];
+            const int order = (theirs > mine) - (theirs < mine);
+            if (order != 0 || theirs == '\0') return order;
         }
         return 0;
     }
@@ -259,17 +201,11 @@ public:
     template <std::size_t M>
     void SplitByChar(std::vector<CQelCharArray<M>>& out, char sep) const {
         const CQelCharArray copy = *this;
-        const std::size_t length = copy.Length();
-        std::size_t start = 0;
-        for (std::size_t i = 0; i < length; ++i) {
-            if (copy.m_value[i] != sep) continue;
-            out.emplace_back();
-            out.back().CopyFrom(copy, start, i - start);
-            start = i + 1;
-        }
-        if (length > start) {
-            out.emplace_back();
-            out.back().CopyFrom(copy, start, N);
+        const std::string_view text = copy.View();
+        for (std::size_t start = 0; start < text.size();) {
+            const std::size_t end = std::min(text.find(sep, start), text.size());
+            out.emplace_back().CopyFrom(copy, start, end - start);
+            start = end + 1;
         }
     }
 
@@ -286,7 +222,31 @@ public:
     int64_t ToInt64() const { return std::strtoll(Terminated().data(), nullptr, 10); }
 
 private:
-    static bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+    static constexpr const char* BLANKS = " \t\r\n";
+
+    std::string_view View() const { return {m_value, Length()}; }
+
+    CQelCharArray& AppendText(const char* text, std::size_t size) {
+        const std::size_t length = Length();
+        if (length < N) {
+            const std::size_t n = std::min(size, N - 1 - length);
+            std::memcpy(m_value + length, text, n);
+            m_value[length + n] = '\0';
+        }
+        return *this;
+    }
+
+    /// Writes the digits of `v` against the end of the array, never below `pos`; returns the index of the first one.
+    std::size_t DigitsAtEnd(uint64_t v, std::size_t pos) {
+        std::size_t first = N - 1;
+        m_value[first] = '\0';
+        while (first > pos) {
+            m_value[--first] = static_cast<char>('0' + v % 10);
+            v /= 10;
+            if (v == 0) break;
+        }
+        return first;
+    }
 
     CQelCharArray& Map(char first, char last, int offset) {
         std::for_each(m_value, m_value + Length(), [=](char& c) {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <utility>
 #include <vector>
 
 #include "public/crc32/Crc32.h"
@@ -30,17 +30,18 @@ TEST(Crc32, AllRoutinesAgreeAtEveryLengthAndAlignment) {
     for (int length = 0; length < 80; ++length) {
         const uint32_t expected = Plain(data);
         uint32_t crc = 0;
-        CCrc32::calculate_crc32c(crc, data.data() == nullptr ? Bytes("") : data.data(), length);
+        const uint8_t* const bytes = data.empty() ? Bytes("") : data.data();
+        EXPECT_EQ(CCrc32::calculate_crc32c(crc, bytes, length), 0);
         EXPECT_EQ(crc, expected);
         crc = 0;
-        CCrc32::singletable_crc32c(crc, data.data() == nullptr ? Bytes("") : data.data(), length);
+        EXPECT_EQ(CCrc32::singletable_crc32c(crc, bytes, length), 0);
         EXPECT_EQ(crc, expected);
         crc = 0;
-        CCrc32::multitable_crc32c(crc, data.data() == nullptr ? Bytes("") : data.data(), length);
+        EXPECT_EQ(CCrc32::multitable_crc32c(crc, bytes, length), 0);
         EXPECT_EQ(crc, expected);
         for (const uint32_t align : {0U, 1U, 7U, 100U}) {
             crc = 0;
-            CCrc32::crc32c_sb8_64_bit(crc, data.data() == nullptr ? Bytes("") : data.data(), length, align);
+            EXPECT_EQ(CCrc32::crc32c_sb8_64_bit(crc, bytes, length, align), 0);
             EXPECT_EQ(crc, expected);
         }
         data.push_back(static_cast<uint8_t>(length * 37 + 11));
@@ -56,10 +57,13 @@ TEST(Crc32, BufferMayBeGivenPieceByPiece) {
 
 TEST(Crc32, NullOrNegativeLengthIsRefusedAndLeavesTheChecksum) {
     uint32_t crc = 5;
-    EXPECT_EQ(CCrc32::calculate_crc32c(crc, nullptr, 1), -1);
-    EXPECT_EQ(CCrc32::singletable_crc32c(crc, Bytes("x"), -1), -1);
-    EXPECT_EQ(CCrc32::multitable_crc32c(crc, nullptr, 1), -1);
-    EXPECT_EQ(crc, 5U);
+    for (const auto& [data, length] : {std::pair(Bytes("x"), -1), {nullptr, 1}, {nullptr, 0}}) {
+        EXPECT_EQ(CCrc32::calculate_crc32c(crc, data, length), -1);
+        EXPECT_EQ(CCrc32::singletable_crc32c(crc, data, length), -1);
+        EXPECT_EQ(CCrc32::multitable_crc32c(crc, data, length), -1);
+        EXPECT_EQ(CCrc32::crc32c_sb8_64_bit(crc, data, length, 3), -1);
+        EXPECT_EQ(crc, 5U);
+    }
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -239,35 +241,63 @@ TEST_F(FailingCapture, RecordThatCannotBeTakenBackIsTheLast) {
 
 // ---- the configuration ----------------------------------------------------------------------------------------------
 
-TEST_F(FailingServices, ReadThatIsInterruptedForEverIsGivenUp) {
-    const TempFile file("[config]\ncpucore=3\n");
-    CIniReader reader;
-    FailingCalls::FailFrom(ECall::Read, 1, EINTR);
-    {
+class FailingIni : public FailingServices {
+protected:
+    bool Read(const std::string& text) {
+        const TempFile file(text);
         const FailingCalls::Watch watch;
-        EXPECT_FALSE(reader.ReadConfig(file.Path()));
+        return reader.ReadConfig(file.Path());
     }
-    EXPECT_GT(FailingCalls::Happened(), 10U);
+    static std::ptrdiff_t Made(ECall call) {
+        return std::count_if(FailingCalls::Made().begin(), FailingCalls::Made().end(),
+                             [call](const MadeCall& made) { return made.call == call; });
+    }
+
+    CIniReader reader;
+};
+
+TEST_F(FailingIni, ReadThatIsInterruptedForEverIsGivenUpAtTheSixteenth) {
+    FailingCalls::FailFrom(ECall::Read, 1, EINTR);
+    EXPECT_FALSE(Read("[config]\ncpucore=3\n"));
+    EXPECT_EQ(Made(ECall::Read), 16);
     FailingCalls::Forget();
-    EXPECT_TRUE(reader.ReadConfig(file.Path()));
+    EXPECT_TRUE(Read("[config]\ncpucore=3\n"));
     EXPECT_EQ(reader.ReadInt32("config", "cpucore", -1), 3);
 }
 
-TEST_F(FailingServices, ReadsThatAreInterruptedNowAndThenAreAllTaken) {
+TEST_F(FailingIni, ReadsThatAreInterruptedFifteenTimesEachAreAllTaken) {
     std::string text = "[config]\n";
     for (int key = 0; key < 200; ++key) text += "key" + std::to_string(key) + "=" + std::to_string(key + 7) + "\n";
-    const TempFile file(text);
-    for (uint64_t number = 1; number < 160; number += 2) {
-        FailingCalls::FailAt(ECall::Read, number, EINTR);
-        FailingCalls::FailAt(ECall::Read, number + 1, FailingCalls::PART);
+    for (uint64_t number = 1; number < 1'600; ++number) {
+        FailingCalls::FailAt(ECall::Read, number, number % 16 == 0 ? FailingCalls::PART : EINTR);
     }
-    CIniReader reader;
-    {
-        const FailingCalls::Watch watch;
-        EXPECT_TRUE(reader.ReadConfig(file.Path()));
+    EXPECT_TRUE(Read(text));
+    EXPECT_GT(FailingCalls::Happened(), 1'000U);
+    for (int key = 0; key < 200; ++key) {
+        EXPECT_EQ(reader.ReadInt32("config", ("key" + std::to_string(key)).c_str(), -1), key + 7);
     }
-    EXPECT_GT(FailingCalls::Happened(), 100U);
-    EXPECT_EQ(reader.ReadInt32("config", "key199", -1), 206);
+}
+
+TEST_F(FailingIni, EndOfTheFileIsReadOnceWhateverFailedBefore) {
+    FailingCalls::FailAt(ECall::Read, 1, EINTR);
+    EXPECT_TRUE(Read("[config]\ncpucore=3\n"));
+    EXPECT_EQ(Made(ECall::Read), 3);
+}
+
+TEST_F(FailingIni, ReadThatFailsOtherwiseIsNotTriedAgain) {
+    FailingCalls::FailAt(ECall::Read, 2, EIO);
+    EXPECT_FALSE(Read("[config]\ncpucore=3\n"));
+    EXPECT_EQ(Made(ECall::Read), 2);
+    EXPECT_EQ(reader.ReadInt32("config", "cpucore", -1), -1);
+}
+
+TEST_F(FailingIni, NamesAreSpreadByChanceThatTheFileDoesNotKnow) {
+    EXPECT_TRUE(Read("[config]\ncpucore=3\n"));
+    EXPECT_EQ(Made(ECall::Getrandom), 2);  // of the sections, of the keys
+    FailingCalls::Forget();
+    FailingCalls::FailFrom(ECall::Getrandom, 1, ENOSYS);
+    EXPECT_TRUE(Read("[config]\ncpucore=4\n"));
+    EXPECT_EQ(reader.ReadInt32("config", "cpucore", -1), 4);
 }
 
 // ---- the provider ---------------------------------------------------------------------------------------------------

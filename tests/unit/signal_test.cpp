@@ -42,10 +42,25 @@ TEST_F(SignalProcess, LineNamesTheHeaderAsItsFile) {
     EXPECT_THAT(log.lines[0].whole, testing::MatchesRegex("\\[SignalProcess\\.h:[0-9]+\\]\\[SignalHandler\\].*"));
 }
 
+TEST_F(SignalProcess, HandlersTellWhoSentTheSignalAndBlockNoOther) {
+    for (const int signal : {SIGINT, SIGTERM, SIGPIPE}) {
+        struct sigaction action {};
+        ASSERT_EQ(sigaction(signal, nullptr, &action), 0);
+        EXPECT_EQ(action.sa_flags & (SA_SIGINFO | SA_RESTART | SA_NODEFER | SA_RESETHAND), SA_SIGINFO) << signal;
+        for (int other = 1; other < SIGRTMAX; ++other) EXPECT_EQ(sigismember(&action.sa_mask, other), 0) << other;
+        EXPECT_EQ(action.sa_handler == SIG_IGN, signal == SIGPIPE);
+    }
+}
+
 TEST_F(SignalProcess, ErrnoSurvivesTheHandler) {
+    struct : ILogSink {
+        void OnLine(ELOGLEVEL, const char*, std::size_t) override { errno = EIO; }
+    } spoiling;
+    CCommonLog::GetInstance().SetSink(&spoiling);
     errno = ENOSPC;
     raise(SIGINT);
     EXPECT_EQ(errno, ENOSPC);
+    CCommonLog::GetInstance().SetSink(&log);
 }
 
 TEST_F(SignalProcess, FlagStaysSetWhenTheHandlersAreInstalledAgain) {

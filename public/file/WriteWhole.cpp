@@ -63,3 +63,9 @@ std::size_t WriteWhole(int file, const void* data, std::size_t size) {
     }
     return written;
 }
+
+bool TakeBack(int file, std::size_t bytes) {
+    if (bytes == 0) return true;
+    // A negative length, as where the end is not told, is refused.
+    return ftruncate(file, lseek(file, 0, SEEK_END) - static_cast<off_t>(bytes)) == 0;
+}

@@ -142,6 +142,27 @@ TEST_F(FailingProvider, IsLookedForByTheLoaderWhereThisLibrarysPlaceIsUnknown) {
     EXPECT_THAT(looked, ElementsAre("libvexa_software_board.so"));
 }
 
+TEST_F(FailingProvider, IsLookedForBesideThisLibraryAndThenByTheLoader) {
+    setenv("VEXA_BOARD_PROVIDER", "software", 1);
+    UseBoardProvider(nullptr);
+    FailingCalls::FailAt(ECall::Dlopen, 1, ENOENT);
+    {
+        const FailingCalls::Watch watch;
+        EXPECT_EQ(LoadBoardProvider().provider, nullptr);
+    }
+    Lines looked;
+    for (const MadeCall& made : FailingCalls::Made()) {
+        if (made.call == ECall::Open || made.call == ECall::Dlopen) looked.push_back(made.path);
+    }
+    const fs::path here = fs::read_symlink("/proc/self/exe").parent_path();
+    ASSERT_FALSE(looked.empty());
+    looked[0] = fs::weakly_canonical(looked[0]);
+    EXPECT_THAT(looked, ElementsAre(here / "libvexa_software_board.so", "libvexa_software_board.so"));
+    EXPECT_THAT(log.Texts(),
+                ElementsAre("board provider libvexa_software_board.so cannot be loaded (no reason given); set "
+                            "VEXA_BOARD_PROVIDER to \"software\" or to the path of a provider"));
+}
+
 // ---- the factory ----------------------------------------------------------------------------------------------------
 
 CVexaShfeMdApi& WithoutMemory() {

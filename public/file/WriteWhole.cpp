@@ -27,7 +27,7 @@ public:
     ~FileSizeSignalGuard() {
         if (hasFailed && !m_wasPending) {
             const int savedErrno = errno;
-            constexpr timespec NO_WAIT{0, 0};
+            constexpr timespec NO_WAIT{};
             sigtimedwait(&m_signal, nullptr, &NO_WAIT);
             errno = savedErrno;
         }

@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 
+#include "public/file/Descriptor.h"
 #include "public/file/ReplacedFile.h"
 #include "public/file/WriteWhole.h"
 #include "public/write_shot/write_shot.h"
@@ -158,9 +159,10 @@ TEST_F(FailingCapture, NewFileThatCannotBeLookedAtIsTakenAwayAgain) {
 
 class FailingReplacement : public FailingServices {
 protected:
-    bool Replace(const std::string& text, std::size_t atOnce = 1'000'000) const {
+    bool Replace(const std::string& text, std::size_t atOnce = 1'000'000) {
         const FailingCalls::Watch watch;
         CReplacedFile file(path);
+        wasOpen = file.IsOpen();
         for (std::size_t at = 0; at < text.size() && file.IsOpen(); at += atOnce) file.Add(text.substr(at, atOnce));
         return file.IsOpen() && file.PutInPlace();
     }
@@ -175,6 +177,7 @@ protected:
     bool IsAlone() const { return OnlyFile() == path; }
 
     const std::string path = directory.Path().string() + "/index";
+    bool wasOpen = false;
 };
 
 std::string Numbered(std::size_t size) {
@@ -199,6 +202,7 @@ TEST_F(FailingReplacement, IsWrittenBySixteenKilobytes) {
     EXPECT_EQ(MadeCalls(ECall::Write), 1);
     EXPECT_TRUE(Replace(Numbered(16'385)));
     EXPECT_EQ(MadeCalls(ECall::Write), 1 + 2);
+    EXPECT_EQ(MadeCalls(ECall::Unlink), 0) << "what is in place has no name beside any more";
 }
 
 TEST_F(FailingReplacement, NameThatIsTakenIsFollowedByAnother) {
@@ -229,6 +233,38 @@ TEST_F(FailingReplacement, OtherFailureOfTheOpeningIsFinal) {
     EXPECT_TRUE(fs::is_empty(directory.Path()));
 }
 
+// As in a process that closed its standard input.
+TEST_F(FailingReplacement, DescriptorZeroIsOneAsAnyOther) {
+    const int input = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    FailingCalls::FailAt(ECall::Open, 1, EEXIST);
+    EXPECT_TRUE(Replace("text"));
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "closed";
+    CDescriptor zero(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    EXPECT_TRUE(zero.IsOpen());
+    EXPECT_EQ(zero.Get(), STDIN_FILENO);
+    EXPECT_EQ(zero.Release(), STDIN_FILENO);
+    EXPECT_FALSE(zero.IsOpen());
+    dup2(input, STDIN_FILENO);
+    close(input);
+    EXPECT_EQ(MadeCalls(ECall::Open), 2);
+    EXPECT_EQ(Content(path), "text");
+    EXPECT_TRUE(IsAlone());
+}
+
+TEST_F(FailingReplacement, IsNotInheritedAcrossExec) {
+    const CReplacedFile replaced(path);
+    int found = 0;
+    for (int file = 0; file < 64; ++file) {
+        char name[512] = {};
+        if (readlink(("/proc/self/fd/" + std::to_string(file)).c_str(), name, sizeof name - 1) < 0) continue;
+        if (!std::string(name).starts_with(path)) continue;
+        ++found;
+        EXPECT_EQ(fcntl(file, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+    }
+    EXPECT_EQ(found, 1);
+}
+
 TEST_F(FailingReplacement, WithoutNoiseHasANameAllTheSame) {
     FailingCalls::FailAt(ECall::Getrandom, 1, EAGAIN);
     EXPECT_TRUE(Replace("text"));
@@ -243,6 +279,7 @@ TEST_F(FailingReplacement, PlaceThatCannotBeLookedAtIsNotTaken) {
         FailingCalls::FailAt(ECall::Lstat, look, EACCES);
         EXPECT_FALSE(Replace("text"));
         EXPECT_EQ(MadeCalls(ECall::Open), static_cast<std::ptrdiff_t>(look) - 1);
+        EXPECT_EQ(wasOpen, look == 2);
         EXPECT_EQ(Content(path), "old");
         EXPECT_TRUE(IsAlone());
     }

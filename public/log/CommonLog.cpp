@@ -92,9 +92,7 @@ CCommonLog& CCommonLog::GetInstance() {
 void CCommonLog::SetLogPath(const char* path) {
     while (m_isChanging.test_and_set(std::memory_order_acquire)) {
     }
-    const std::size_t length = path == nullptr ? 0 : strnlen(path, PATH_CAPACITY - 1);
-    if (length > 0) std::memcpy(m_path, path, length);
-    m_path[length] = '\0';
+    m_path[std::string_view(path == nullptr ? "" : path).copy(m_path, PATH_CAPACITY - 1)] = '\0';
     m_hasTold = false;
     m_openDay = NEVER;
     m_quarter.store(NEVER, std::memory_order_relaxed);
@@ -192,7 +190,7 @@ void CCommonLog::OpenDay(int64_t day) {
     const int before = m_file.load(std::memory_order_relaxed);
     const int opened = m_path[0] == '\0' ? STANDARD_ERROR : OpenFileOf(day);
     const bool isAnother = m_isCut.load(std::memory_order_relaxed) && log_file::AreDifferent(before, opened);
-    if (before > STANDARD_ERROR && opened > STANDARD_ERROR && dup3(opened, before, O_CLOEXEC) >= 0) {
+    if (before > STANDARD_ERROR && opened != STANDARD_ERROR && dup3(opened, before, O_CLOEXEC) == before) {
         close(opened);
     } else {
         m_file.store(opened, std::memory_order_release);
@@ -220,7 +218,7 @@ void CCommonLog::TellOnce(const char* what, const char* file, int reason) {
     char line[1024];
     char* end = PutText(line, "vexa_shfe_md: the log file ");
     end = PutText(end, std::string_view(file).substr(0, 512));
-    end = PutText(PutText(end, what), std::string_view(std::strerror(reason)).substr(0, 256));
+    end = PutText(PutText(end, what), std::strerror(reason));
     end = PutText(end, "); the session goes on without it\n");
     WriteWhole(STANDARD_ERROR, line, static_cast<std::size_t>(end - line));
 }

@@ -212,6 +212,24 @@ TEST_F(FailingLog, FinishedTextThatCannotBeWrittenIsCountedAndNotTold) {
     EXPECT_THAT(Texts(OnlyFile()), ElementsAre("[INFO] first"));
 }
 
+TEST_F(FailingLog, LineIsCompletedWhereTheSystemTakesItByParts) {
+    Write("first");
+    for (const uint64_t number : {2U, 3U, 4U}) FailingCalls::FailAt(ECall::Write, number, FailingCalls::PART);
+    EXPECT_EQ(Write("second, in four parts"), "");
+    EXPECT_EQ(MadeCalls(ECall::Write), 5);
+    EXPECT_THAT(Texts(OnlyFile()), ElementsAre("[INFO] first", "[INFO] second, in four parts"));
+}
+
+TEST_F(FailingLog, WriteThatTakesNothingIsAFailure) {
+    Write("first");
+    const uint64_t before = CCommonLog::GetInstance().DroppedLines();
+    FailingCalls::FailAt(ECall::Write, 2, EINTR);
+    FailingCalls::FailAt(ECall::Write, 3, FailingCalls::NOTHING);
+    Write("second");
+    EXPECT_EQ(CCommonLog::GetInstance().DroppedLines() - before, 1U);
+    EXPECT_THAT(Texts(OnlyFile()), ElementsAre("[INFO] first"));
+}
+
 TEST_F(FailingLog, WriteThatIsInterruptedSixteenTimesIsGivenUp) {
     Write("first");
     FailingCalls::Forget();
@@ -236,6 +254,13 @@ TEST_F(FailingLog, WithoutMemoryForTheFilesNameIsTold) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               NoLog(std::string(200, 'p') + " cannot be opened (Cannot allocate memory)"));
     EXPECT_EQ(CCommonLog::GetInstance().DroppedLines() - before, 1U);
+}
+
+TEST_F(FailingLog, FileThatDoesNotOpenIsNotWrittenTo) {
+    FailingCalls::FailAt(ECall::Open, 1, EACCES);
+    EXPECT_EQ(Write("first"), NoLog("vexa_shfe_md_20260429.log cannot be opened (Permission denied)"));
+    EXPECT_EQ(Write("second"), "");
+    EXPECT_EQ(MadeCalls(ECall::Write), 1) << "to standard error";
 }
 
 TEST_F(FailingLog, FileThatIsNotOursIsLeftAndNoDescriptorOfItStaysOpen) {

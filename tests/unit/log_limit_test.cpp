@@ -122,6 +122,17 @@ TEST_F(LogLimit, ClockThatIsSetBackHoldsNothing) {
                                          "[Gap.cpp:77][OnGap]an hour ago"));
 }
 
+// The second in which lines were held back last is the one under way: of an earlier one the place itself tells.
+TEST_F(LogLimit, ClockThatGoesBackAndForthTellsARestWithItsPlacesNextLine) {
+    WarnElsewhere(200);
+    clock.wall -= SECOND;
+    Warn(203);
+    clock.wall += SECOND;
+    WarnElsewhere(1);
+    Warn(1, "later");
+    EXPECT_THAT(Behind(400), ElementsAre("[Gap.cpp:77][OnGap]3 more like this", "[Gap.cpp:77][OnGap]later"));
+}
+
 TEST_F(LogLimit, HeldLineIsNotFormatted) {
     Warn(200);
     const uint64_t before = Log().HeldBackLines();

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -159,17 +160,26 @@ TEST_F(LogLine, ThatCannotBeFormattedIsCountedAsDropped) {
     EXPECT_EQ(Today(), std::string(HEAD) + "first\n");
 }
 
+TEST_F(LogLine, OfNoTextAndOfOneCharacterIsALine) {
+    Log().WriteLog(LOG_INFO, "%s", "");
+    Log().WriteLog(LOG_INFO, "%s", "x");
+    EXPECT_EQ(Today(), std::string(HEAD) + "\n" + HEAD + "x\n");
+}
+
+TEST_F(LogLine, GoesToTheSameFileForTheWholeDay) {
+    Log().WriteLog(LOG_INFO, "first");
+    fs::remove(FileOf("20260430"));
+    clock.Advance(900 * SECOND);
+    Log().WriteLog(LOG_INFO, "a quarter of an hour later");
+    EXPECT_TRUE(fs::is_empty(directory.Path()));
+}
+
 TEST_F(LogLine, FinishedTextOfALevelThatIsSwitchedOffIsLeftOut) {
     Log().WriteLog(LOG_INFO, "first");
     Log().SetLogLevel(LOG_ALL & ~LOG_WARNING);
     Log().WriteText(LOG_WARNING, "unseen", 6);
     Log().WriteText(LOG_ERROR, "seen", 4);
     EXPECT_EQ(Today(), std::string(HEAD) + "first\n2026-04-30 09:30:00.123456 [ERROR] seen\n");
-}
-
-TEST_F(LogLine, OfAnyLevelButTheHighestIsLoggedUnlessItIsSwitchedOff) {
-    for (const ELOGLEVEL level : {LOG_ERROR, LOG_WARNING, LOG_INFO, LOG_DEBUG}) EXPECT_TRUE(Log().IsEnabled(level));
-    EXPECT_FALSE(Log().IsEnabled(LOG_DEBUG_EX));
 }
 
 TEST_F(LogLine, OfASinkLooksAtTheClockOnlyWhereTheLimitAsks) {
@@ -230,19 +240,25 @@ TEST_F(LogLine, OfAPathTooLongIsToldWithTheFirst512Characters) {
                   " cannot be opened (File name too long); the session goes on without it\n");
 }
 
-TEST_F(LogLine, OfTheNextDaysFileKeepsTheDescriptorFromAnExecutedProgram) {
+TEST_F(LogLine, OfTheNextDaysFileHasTheDescriptorOfTheFileBeforeAndNoExecutedProgramHasIt) {
+    const auto descriptorOf = [](const fs::path& file) {
+        char path[512] = {};
+        int found = -1;
+        for (int descriptor = 0; descriptor < 64; ++descriptor) {
+            std::memset(path, 0, sizeof path);
+            const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+            if (readlink(link.c_str(), path, sizeof path - 1) > 0 && file == path) found = descriptor;
+        }
+        return found;
+    };
     Log().WriteLog(LOG_INFO, "today");
+    const int before = descriptorOf(FileOf("20260430"));
     clock.Advance(86'400 * SECOND);
     Log().WriteLog(LOG_INFO, "tomorrow");
-    int found = 0;
-    for (int file = 3; file < 64; ++file) {
-        char path[512] = {};
-        if (readlink(("/proc/self/fd/" + std::to_string(file)).c_str(), path, sizeof path - 1) < 0) continue;
-        if (path != FileOf("20260501").string()) continue;
-        ++found;
-        EXPECT_EQ(fcntl(file, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
-    }
-    EXPECT_EQ(found, 1);
+    EXPECT_GT(before, STDERR_FILENO);
+    EXPECT_EQ(descriptorOf(FileOf("20260501")), before);
+    EXPECT_EQ(descriptorOf(FileOf("20260430")), -1);
+    EXPECT_EQ(fcntl(before, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
 TEST_F(LogLine, FilesAreToldApartAndADescriptorOfNoneFromNothing) {

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <tuple>
 #include <utility>
 
 #include "public/file/WriteWhole.h"
@@ -27,30 +28,28 @@ bool MayReplace(const std::string& path) {
 }
 
 /// Names that cannot be guessed keep others from having them all.
-void PutRandomSuffix(std::string& name) {
-    unsigned char noise[SUFFIX_LENGTH] = {};
-    (void)!getrandom(noise, sizeof noise, GRND_NONBLOCK);
-    std::transform(noise, noise + SUFFIX_LENGTH, name.end() - SUFFIX_LENGTH,
-                   [](unsigned char byte) { return static_cast<char>('a' + byte % 26); });
+std::string RandomSuffix() {
+    std::string noise(SUFFIX_LENGTH, '\0');
+    std::ignore = getrandom(noise.data(), noise.size(), GRND_NONBLOCK);
+    for (char& byte : noise) byte = static_cast<char>('a' + static_cast<unsigned char>(byte) % 26);
+    return noise;
 }
 
-/// The descriptor, and in `name` under which name; -1 where none could be made.
-int Create(std::string& name) {
-    int descriptor = -1;
-    for (int tries = 0; tries < NAMES_TRIED_MAX && descriptor < 0; ++tries) {
-        PutRandomSuffix(name);
-        descriptor = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, READABLE_BY_ALL);
-        if (descriptor < 0 && errno != EEXIST) break;
+/// The descriptor, and in `name` under which name; -1 where none could be made. No link is followed to a new file.
+int CreateBeside(const std::string& path, std::string& name) {
+    for (int tries = 0; tries < NAMES_TRIED_MAX; ++tries) {
+        name = path + "." + RandomSuffix();
+        const int descriptor = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, READABLE_BY_ALL);
+        if (descriptor >= 0 || errno != EEXIST) return descriptor;
     }
-    return descriptor;
+    return -1;
 }
 
 }  // namespace
 
 CReplacedFile::CReplacedFile(std::string path)
     : m_path(std::move(path)),
-      m_beside(m_path + "." + std::string(SUFFIX_LENGTH, 'x')),
-      m_file(MayReplace(m_path) ? Create(m_beside) : -1),
+      m_file(MayReplace(m_path) ? CreateBeside(m_path, m_beside) : -1),
       m_isBeside(m_file.IsOpen()) {}
 
 CReplacedFile::~CReplacedFile() {

@@ -13,21 +13,27 @@ namespace {
 
 constexpr int INTERRUPTED_TRIES_MAX = 16;
 
+sigset_t FileSizeSignal() {
+    sigset_t signal;
+    sigemptyset(&signal);
+    sigaddset(&signal, SIGXFSZ);
+    return signal;
+}
+
+bool IsFileSizeSignalPending() {
+    sigset_t pending{};
+    sigpending(&pending);
+    return sigismember(&pending, SIGXFSZ) == 1;
+}
+
 /// Keeps SIGXFSZ from ending the process while a write may exceed the file size limit, and takes one that it caused.
 class FileSizeSignalGuard {
 public:
-    FileSizeSignalGuard() {
-        sigemptyset(&m_signal);
-        sigaddset(&m_signal, SIGXFSZ);
-        sigset_t pending;
-        sigpending(&pending);
-        m_wasPending = sigismember(&pending, SIGXFSZ) == 1;
-        pthread_sigmask(SIG_BLOCK, &m_signal, &m_before);
-    }
+    FileSizeSignalGuard() { pthread_sigmask(SIG_BLOCK, &m_signal, &m_before); }
     ~FileSizeSignalGuard() {
         if (hasFailed && !m_wasPending) {
             const int savedErrno = errno;
-            constexpr timespec NO_WAIT{0, 0};
+            constexpr timespec NO_WAIT{};
             sigtimedwait(&m_signal, nullptr, &NO_WAIT);
             errno = savedErrno;
         }
@@ -39,9 +45,9 @@ public:
     bool hasFailed = false;
 
 private:
-    sigset_t m_signal{};
+    const sigset_t m_signal = FileSizeSignal();
+    const bool m_wasPending = IsFileSizeSignalPending();
     sigset_t m_before{};
-    bool m_wasPending = false;
 };
 
 }  // namespace
@@ -62,4 +68,10 @@ std::size_t WriteWhole(int file, const void* data, std::size_t size) {
         }
     }
     return written;
+}
+
+bool TakeBack(int file, std::size_t bytes) {
+    if (bytes == 0) return true;
+    // A negative length, as where the end is not told, is refused.
+    return ftruncate(file, lseek(file, 0, SEEK_END) - static_cast<off_t>(bytes)) == 0;
 }

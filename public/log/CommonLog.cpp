@@ -4,17 +4,19 @@
 #include "public/log/CommonLog.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <ratio>
 #include <string>
+#include <string_view>
 
 #include "public/clock/Clock.h"
 #include "public/file/WriteWhole.h"
@@ -22,32 +24,14 @@
 
 namespace {
 
-constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
-constexpr int64_t SECONDS_PER_HOUR = 3600;
-constexpr int64_t SECONDS_PER_QUARTER = 900;  // offsets from UTC are whole quarters of an hour
-constexpr int64_t SECONDS_PER_DAY = 86400;
+using namespace std::chrono;
+
+using quarters = duration<int64_t, std::ratio<900>>;  // offsets from UTC are whole quarters of an hour
+
 constexpr std::size_t TEXT_CAPACITY = 4608;  // a text of 4,096 bytes with file, line and function in front
 constexpr std::size_t LINE_CAPACITY = TEXT_CAPACITY + 64;
 
-int64_t FloorDiv(int64_t value, int64_t divisor) { return value / divisor - (value % divisor < 0 ? 1 : 0); }
-
-struct Date {
-    int64_t year;
-    int64_t month;
-    int64_t day;
-};
-
-/// The proleptic Gregorian date of a day since the epoch; the calendar functions of the C library may take locks.
-Date DateOf(int64_t daysSinceEpoch) {
-    const int64_t shifted = daysSinceEpoch + 719468;  // days since 1 March of the year 0
-    const int64_t era = FloorDiv(shifted, 146097);
-    const int64_t dayOfEra = shifted - era * 146097;
-    const int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const int64_t shiftedMonth = (5 * dayOfYear + 2) / 153;
-    const int64_t month = shiftedMonth < 10 ? shiftedMonth + 3 : shiftedMonth - 9;
-    return {yearOfEra + era * 400 + (month <= 2 ? 1 : 0), month, dayOfYear - (153 * shiftedMonth + 2) / 5 + 1};
-}
+int64_t SecondOf(int64_t wallNanoseconds) { return floor<seconds>(nanoseconds(wallNanoseconds)).count(); }
 
 /// Writes decimal digits without the formatted-output functions: a signal handler comes this way.
 char* PutDigits(char* to, int64_t value, int digits) {
@@ -58,9 +42,9 @@ char* PutDigits(char* to, int64_t value, int digits) {
     return to + digits;
 }
 
-char* PutText(char* to, const char* text) { return std::copy_n(text, std::strlen(text), to); }
+char* PutText(char* to, std::string_view text) { return std::copy(text.begin(), text.end(), to); }
 
-const char* LevelName(ELOGLEVEL level) {
+std::string_view LevelName(ELOGLEVEL level) {
     switch (level) {
         case LOG_ERROR: return " [ERROR] ";
         case LOG_WARNING: return " [WARNING] ";
@@ -70,27 +54,23 @@ const char* LevelName(ELOGLEVEL level) {
     }
 }
 
+char* PutDate(char* to, days sinceEpoch, std::string_view between) {
+    const year_month_day date{sys_days(sinceEpoch)};
+    to = PutDigits(to, int{date.year()}, 4);
+    to = PutDigits(PutText(to, between), unsigned{date.month()}, 2);
+    return PutDigits(PutText(to, between), unsigned{date.day()}, 2);
+}
+
 /// "2026-04-30 09:30:00.123456 [INFO] "
 char* PutHead(char* to, int64_t wallNanoseconds, int64_t utcOffset, ELOGLEVEL level) {
-    const int64_t local = FloorDiv(wallNanoseconds, NANOSECONDS_PER_SECOND) + utcOffset;
-    const int64_t day = FloorDiv(local, SECONDS_PER_DAY);
-    const int64_t second = local - day * SECONDS_PER_DAY;
-    const Date date = DateOf(day);
-    to = PutDigits(to, date.year, 4);
-    *to++ = '-';
-    to = PutDigits(to, date.month, 2);
-    *to++ = '-';
-    to = PutDigits(to, date.day, 2);
-    *to++ = ' ';
-    to = PutDigits(to, second / SECONDS_PER_HOUR, 2);
-    *to++ = ':';
-    to = PutDigits(to, second / 60 % 60, 2);
-    *to++ = ':';
-    to = PutDigits(to, second % 60, 2);
-    *to++ = '.';
-    const int64_t fraction =
-        wallNanoseconds - FloorDiv(wallNanoseconds, NANOSECONDS_PER_SECOND) * NANOSECONDS_PER_SECOND;
-    to = PutDigits(to, fraction / 1000, 6);
+    const microseconds local = floor<microseconds>(nanoseconds(wallNanoseconds)) + seconds(utcOffset);
+    const days day = floor<days>(local);
+    const hh_mm_ss time(local - day);
+    to = PutText(PutDate(to, day, "-"), " ");
+    to = PutDigits(to, time.hours().count(), 2);
+    to = PutDigits(PutText(to, ":"), time.minutes().count(), 2);
+    to = PutDigits(PutText(to, ":"), time.seconds().count(), 2);
+    to = PutDigits(PutText(to, "."), time.subseconds().count(), 6);
     return PutText(to, LevelName(level));
 }
 
@@ -112,11 +92,10 @@ CCommonLog& CCommonLog::GetInstance() {
 void CCommonLog::SetLogPath(const char* path) {
     while (m_isChanging.test_and_set(std::memory_order_acquire)) {
     }
-    const std::size_t length = path == nullptr ? 0 : strnlen(path, PATH_CAPACITY - 1);
-    if (length > 0) std::memcpy(m_path, path, length);
-    m_path[length] = '\0';
+    m_path[std::string_view(path == nullptr ? "" : path).copy(m_path, PATH_CAPACITY - 1)] = '\0';
     m_hasTold = false;
-    m_isStale.store(true, std::memory_order_relaxed);
+    m_openDay = NEVER;
+    m_quarter.store(NEVER, std::memory_order_relaxed);
     m_isChanging.clear(std::memory_order_release);
 }
 
@@ -127,7 +106,7 @@ void CCommonLog::SetSink(ILogSink* sink) {
 
 bool CCommonLog::IsHeldBack(ELOGLEVEL level, const char* file, int line) {
     if (!CLogLimit::IsLimited(level) || !m_limit.IsUsedUp(file, line)) return false;
-    return m_limit.IsHeld(level, file, line, FloorDiv(CClock::WallNanoseconds(), NANOSECONDS_PER_SECOND));
+    return m_limit.IsHeld(level, file, line, SecondOf(CClock::WallNanoseconds()));
 }
 
 void CCommonLog::WriteLog(ELOGLEVEL level, const char* format, ...) {
@@ -150,10 +129,9 @@ void CCommonLog::Emit(ELOGLEVEL level, const char* text, std::size_t length, boo
     // A sink's lines carry no time: the clock is looked at for them only where the limit asks.
     const bool needsTime = m_sink.load(std::memory_order_relaxed) == nullptr || isLimited || m_limit.IsHolding();
     const int64_t now = needsTime ? CClock::WallNanoseconds() : 0;
-    const int64_t second = FloorDiv(now, NANOSECONDS_PER_SECOND);
+    const int64_t second = SecondOf(now);
+    for (LogHeld earlier; m_limit.TakeHeld(second, earlier);) TellHeld(earlier, now, mayOpen);
     LogHeld held;
-    while (m_limit.IsHolding() && m_limit.TakeHeld(second, held)) TellHeld(held, now, mayOpen);
-    held.lines = 0;
     if (isLimited && !m_limit.Passes(level, {text, length}, second, held)) return;
     TellHeld(held, now, mayOpen);
     Put(level, text, length, now, mayOpen);
@@ -171,7 +149,7 @@ void CCommonLog::TellHeld(const LogHeld& held, int64_t now, bool mayOpen) {
 
 void CCommonLog::Put(ELOGLEVEL level, const char* text, std::size_t length, int64_t now, bool mayOpen) {
     if (ILogSink* sink = m_sink.load(std::memory_order_acquire)) return sink->OnLine(level, text, length);
-    if (mayOpen) Refresh(FloorDiv(now, NANOSECONDS_PER_SECOND));
+    if (mayOpen) Refresh(SecondOf(now));
     const int file = m_file.load(std::memory_order_acquire);
     if (file == NO_FILE) return Drop();
 
@@ -186,33 +164,24 @@ void CCommonLog::Put(ELOGLEVEL level, const char* text, std::size_t length, int6
     const std::size_t written = WriteWhole(file, line, size);
     if (written == size) return;
     const int reason = errno;
-    if (!TakeBack(file, written) || isBehindCut) m_isCut.store(true, std::memory_order_relaxed);
-    if (mayOpen) TellOnce("cannot be written", m_path, reason);
+    const bool isGone = file == STANDARD_ERROR || TakeBack(file, written);
+    if (!isGone || isBehindCut) m_isCut.store(true, std::memory_order_relaxed);
+    if (mayOpen) TellOnce(" cannot be written (", m_path, reason);
     Drop();
-}
-
-// A line is whole or absent: what a full disk took of it is taken back. False where that cannot be done.
-bool CCommonLog::TakeBack(int file, std::size_t written) {
-    if (file == STANDARD_ERROR || written == 0) return true;
-    const auto partial = static_cast<off_t>(written);
-    const off_t reached = lseek(file, 0, SEEK_END);
-    return reached >= partial && ftruncate(file, reached - partial) == 0;
 }
 
 // Opens the file when the path is new or the local day has changed. The offset is looked up again every quarter of an
 // hour: no day begins, and no clock is set, at another moment.
 void CCommonLog::Refresh(int64_t wallSeconds) {
-    const bool isStale = m_isStale.load(std::memory_order_relaxed);
-    const int64_t refreshAt = m_refreshAt.load(std::memory_order_relaxed);
-    if (!isStale && wallSeconds < refreshAt && wallSeconds >= refreshAt - SECONDS_PER_QUARTER) return;
+    const int64_t quarter = floor<quarters>(seconds(wallSeconds)).count();
+    if (quarter == m_quarter.load(std::memory_order_relaxed)) return;
     if (m_isChanging.test_and_set(std::memory_order_acquire)) return;
     std::tm local{};
     if (CClock::LocalTime(wallSeconds, local)) m_utcOffset.store(local.tm_gmtoff, std::memory_order_relaxed);
-    const int64_t day = FloorDiv(wallSeconds + m_utcOffset.load(std::memory_order_relaxed), SECONDS_PER_DAY);
-    if (isStale || day != m_openDay) OpenDay(day);
-    m_refreshAt.store((FloorDiv(wallSeconds, SECONDS_PER_QUARTER) + 1) * SECONDS_PER_QUARTER,
-                      std::memory_order_relaxed);
-    m_isStale.store(false, std::memory_order_relaxed);
+    const seconds offset(m_utcOffset.load(std::memory_order_relaxed));
+    const int64_t day = floor<days>(seconds(wallSeconds) + offset).count();
+    if (day != m_openDay) OpenDay(day);
+    m_quarter.store(quarter, std::memory_order_relaxed);
     m_isChanging.clear(std::memory_order_release);
 }
 
@@ -220,27 +189,26 @@ void CCommonLog::OpenDay(int64_t day) {
     m_openDay = day;
     const int before = m_file.load(std::memory_order_relaxed);
     const int opened = m_path[0] == '\0' ? STANDARD_ERROR : OpenFileOf(day);
-    if (before > STANDARD_ERROR && opened > STANDARD_ERROR && dup3(opened, before, O_CLOEXEC) >= 0) {
+    const bool isAnother = m_isCut.load(std::memory_order_relaxed) && log_file::AreDifferent(before, opened);
+    if (before > STANDARD_ERROR && opened != STANDARD_ERROR && dup3(opened, before, O_CLOEXEC) == before) {
         close(opened);
-        return;
+    } else {
+        m_file.store(opened, std::memory_order_release);
+        if (before > STANDARD_ERROR) close(before);
     }
-    m_file.store(opened, std::memory_order_release);
-    if (before > STANDARD_ERROR) close(before);
+    if (isAnother) m_isCut.store(false, std::memory_order_relaxed);
 }
 
 int CCommonLog::OpenFileOf(int64_t day) {
-    const Date date = DateOf(day);
-    char name[sizeof "vexa_shfe_md_yyyymmdd.log"];
-    char* end = PutText(name, "vexa_shfe_md_");
-    end = PutDigits(PutDigits(PutDigits(end, date.year, 4), date.month, 2), date.day, 2);
-    std::memcpy(end, ".log", sizeof ".log");
+    char name[] = "vexa_shfe_md_yyyymmdd.log";
+    PutDate(std::find(name, name + sizeof name, 'y'), days(day), "");
     try {
         const std::string file = log_file::Place(m_path, name);
         const int opened = log_file::OpenAppend(file, false);
         if (opened >= 0) return opened;
-        TellOnce("cannot be opened", file.c_str(), errno);
+        TellOnce(" cannot be opened (", file.c_str(), errno);
     } catch (const std::bad_alloc&) {
-        TellOnce("cannot be opened", m_path, ENOMEM);
+        TellOnce(" cannot be opened (", m_path, ENOMEM);
     }
     return NO_FILE;
 }
@@ -248,10 +216,11 @@ int CCommonLog::OpenFileOf(int64_t day) {
 void CCommonLog::TellOnce(const char* what, const char* file, int reason) {
     if (m_hasTold.exchange(true, std::memory_order_relaxed)) return;
     char line[1024];
-    const int length =
-        std::snprintf(line, sizeof line, "vexa_shfe_md: the log file %.512s %s (%s); the session goes on without it\n",
-                      file, what, std::strerror(reason));
-    if (length > 0) WriteWhole(STANDARD_ERROR, line, std::min(static_cast<std::size_t>(length), sizeof line - 1));
+    char* end = PutText(line, "vexa_shfe_md: the log file ");
+    end = PutText(end, std::string_view(file).substr(0, 512));
+    end = PutText(PutText(end, what), std::strerror(reason));
+    end = PutText(end, "); the session goes on without it\n");
+    WriteWhole(STANDARD_ERROR, line, static_cast<std::size_t>(end - line));
 }
 
 void CCommonLog::Drop() { m_dropped.fetch_add(1, std::memory_order_relaxed); }

@@ -60,6 +60,8 @@ public:
     CCommonLog& operator=(const CCommonLog&) = delete;
 
 private:
+    static constexpr int64_t NEVER = INT64_MIN;  ///< no time that a clock tells
+
     CCommonLog() = default;
 
     void Emit(ELOGLEVEL level, const char* text, std::size_t length, bool mayOpen);
@@ -68,7 +70,6 @@ private:
     void Refresh(int64_t wallSeconds);
     void OpenDay(int64_t day);
     int OpenFileOf(int64_t day);
-    static bool TakeBack(int file, std::size_t written);
     void TellOnce(const char* what, const char* file, int reason);
     void Drop();
 
@@ -82,11 +83,10 @@ private:
     // another thread never meets a stranger's.
     std::atomic_flag m_isChanging;
     std::atomic<int> m_file{STANDARD_ERROR};
-    std::atomic<bool> m_isStale{true};    ///< the path was set, or nothing was opened yet
-    std::atomic<int64_t> m_refreshAt{0};  ///< wall seconds at which offset and day are looked up again
-    std::atomic<int64_t> m_utcOffset{0};  ///< seconds east
-    int64_t m_openDay = 0;                ///< local days since the epoch of the open file
-    std::atomic<bool> m_isCut{false};     ///< a part of a line stands at the file's end
-    std::atomic<bool> m_hasTold{false};   ///< of the file that does not open or does not take lines
+    std::atomic<int64_t> m_quarter{NEVER};  ///< the quarter of an hour in which offset and day were looked up
+    std::atomic<int64_t> m_utcOffset{0};    ///< seconds east
+    int64_t m_openDay = NEVER;              ///< local days since the epoch of the open file
+    std::atomic<bool> m_isCut{false};       ///< a part of a line stands at the file's end
+    std::atomic<bool> m_hasTold{false};     ///< of the file that does not open or does not take lines
     char m_path[PATH_CAPACITY] = {};
 };

@@ -58,4 +58,11 @@ int OpenAppend(const std::string& file, bool isNew) {
     return AboveStandard(descriptor);
 }
 
+bool AreDifferent(int one, int other) {
+    struct stat status {};
+    struct stat otherStatus {};
+    if (fstat(one, &status) != 0 || fstat(other, &otherStatus) != 0) return false;
+    return status.st_ino != otherStatus.st_ino || status.st_dev != otherStatus.st_dev;
+}
+
 }  // namespace log_file

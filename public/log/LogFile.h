@@ -13,4 +13,7 @@ std::string Place(const std::string& path, const std::string& name);
 /// is refused. With `isNew` the file must not exist yet. The descriptor, or -1 with errno.
 int OpenAppend(const std::string& file, bool isNew);
 
+/// Whether these are two files for certain; a descriptor that cannot be looked at may be of any.
+bool AreDifferent(int one, int other);
+
 }  // namespace log_file

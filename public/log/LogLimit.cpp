@@ -11,11 +11,9 @@
 
 namespace {
 
-constexpr uint64_t LINES_MASK = 0xFFFFFFFF;
-
 constexpr uint64_t Window(int64_t second, uint32_t lines) { return static_cast<uint64_t>(second) << 32 | lines; }
 
-constexpr uint32_t Lines(uint64_t window) { return static_cast<uint32_t>(window & LINES_MASK); }
+constexpr uint32_t Lines(uint64_t window) { return static_cast<uint32_t>(window); }
 
 constexpr bool IsOf(uint64_t window, int64_t second) { return window >> 32 == Window(second, 0) >> 32; }
 
@@ -23,16 +21,9 @@ constexpr uint32_t Held(uint64_t window) {
     return std::max(Lines(window), CLogLimit::LINES_PER_SECOND) - CLogLimit::LINES_PER_SECOND;
 }
 
-/// One line more of this second. A count that has reached its end stays there.
+/// One line more of this second, which ends long before its lines have no number any more.
 constexpr uint64_t Counted(uint64_t window, int64_t second) {
-    if (!IsOf(window, second)) return Window(second, 1);
-    return Lines(window) == LINES_MASK ? window : window + 1;
-}
-
-std::size_t HashOf(std::string_view file, int line) {
-    auto hash = static_cast<std::size_t>(line);
-    for (const char c : file) hash = hash * 31 + static_cast<unsigned char>(c);
-    return hash;
+    return IsOf(window, second) ? window + 1 : Window(second, 1);
 }
 
 }  // namespace
@@ -53,10 +44,14 @@ bool CLogLimit::ReadPlace(std::string_view text, Place& place) {
     return true;
 }
 
+/// Where a place of this line is looked for the n-th time: files share few lines.
+CLogLimit::Slot& CLogLimit::NthOf(int line, std::size_t nth) {
+    return m_slots[(static_cast<std::size_t>(line) + nth) % PLACES];
+}
+
 CLogLimit::Slot* CLogLimit::Find(std::string_view file, int line) {
-    const std::size_t first = HashOf(file, line);
     for (std::size_t i = 0; i < PLACES; ++i) {
-        Slot& slot = m_slots[(first + i) % PLACES];
+        Slot& slot = NthOf(line, i);
         const uint32_t use = slot.use.load(std::memory_order_acquire);
         if (use == Free) return nullptr;
         if (use == Taken && slot.Is(file, line)) return &slot;
@@ -65,9 +60,8 @@ CLogLimit::Slot* CLogLimit::Find(std::string_view file, int line) {
 }
 
 CLogLimit::Slot* CLogLimit::FindOrTake(const Place& place) {
-    const std::size_t first = HashOf(place.file, place.line);
     for (std::size_t i = 0; i < PLACES; ++i) {
-        Slot& slot = m_slots[(first + i) % PLACES];
+        Slot& slot = NthOf(place.line, i);
         uint32_t use = slot.use.load(std::memory_order_acquire);
         if (use == Free && slot.use.compare_exchange_strong(use, BeingTaken, std::memory_order_acquire)) {
             slot.line = place.line;
@@ -93,7 +87,7 @@ bool CLogLimit::IsHeld(ELOGLEVEL level, const char* file, int line, int64_t seco
     uint64_t before = slot->window.load(std::memory_order_relaxed);
     do {
         if (!IsOf(before, second) || Lines(before) < LINES_PER_SECOND) return false;
-    } while (!slot->window.compare_exchange_weak(before, Counted(before, second), std::memory_order_relaxed));
+    } while (!slot->window.compare_exchange_weak(before, Counted(before, second), std::memory_order_release));
     NoteHeld(*slot, level, second);
     return true;
 }
@@ -103,7 +97,7 @@ bool CLogLimit::Passes(ELOGLEVEL level, std::string_view text, int64_t second, L
     Slot* slot = ReadPlace(text, place) ? FindOrTake(place) : nullptr;
     if (slot == nullptr) return true;
     uint64_t window = slot->window.load(std::memory_order_relaxed);
-    while (!slot->window.compare_exchange_weak(window, Counted(window, second), std::memory_order_relaxed)) {
+    while (!slot->window.compare_exchange_weak(window, Counted(window, second), std::memory_order_release)) {
     }
     if (!IsOf(window, second)) {
         before = {slot->level.load(std::memory_order_relaxed), {slot->head, slot->headLength}, Held(window)};
@@ -124,8 +118,7 @@ bool CLogLimit::TakeHeld(int64_t second, LogHeld& held) {
     int64_t heldIn = m_heldIn.load(std::memory_order_acquire);
     if (heldIn == NOTHING || heldIn == second) return false;
     for (Slot& slot : m_slots) {
-        if (slot.use.load(std::memory_order_acquire) != Taken) continue;
-        uint64_t window = slot.window.load(std::memory_order_relaxed);
+        uint64_t window = slot.window.load(std::memory_order_acquire);  // who counted first had seen the head
         if (Held(window) == 0 || IsOf(window, second)) continue;
         if (!slot.window.compare_exchange_strong(window, Window(second, 0), std::memory_order_relaxed)) continue;
         held = {slot.level.load(std::memory_order_relaxed), {slot.head, slot.headLength}, Held(window)};

@@ -75,6 +75,7 @@ private:
     };
 
     static bool ReadPlace(std::string_view text, Place& place);
+    Slot& NthOf(int line, std::size_t nth);
     Slot* Find(std::string_view file, int line);
     Slot* FindOrTake(const Place& place);
     void NoteHeld(Slot& slot, ELOGLEVEL level, int64_t second);

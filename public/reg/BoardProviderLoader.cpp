@@ -40,7 +40,7 @@ std::string BesideThisLibrary(const char* name) {
 /// since the loader waits on a FIFO and takes a cut file for whole.
 void* Open(const std::string& library, std::string& reason) {
     if (library.empty()) return nullptr;
-    if (library.find('/') != std::string::npos) reason = WhyNoSharedObject(library);
+    reason = library.find('/') == std::string::npos ? "" : WhyNoSharedObject(library);
     if (!reason.empty()) return nullptr;
     void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle != nullptr) return handle;
@@ -86,10 +86,7 @@ const VexaBoardProvider* Load(const std::string& name) {
     void* handle = nullptr;
     std::string reason;
     if (library == SOFTWARE_LIBRARY) handle = Open(BesideThisLibrary(SOFTWARE_LIBRARY), reason);
-    if (handle == nullptr) {
-        reason.clear();
-        handle = Open(library, reason);
-    }
+    if (handle == nullptr) handle = Open(library, reason);
     if (handle == nullptr) {
         VEXA_LOG(LOG_ERROR,
                  "board provider %s cannot be loaded (%s); set %s to \"software\" or to the path of a provider",

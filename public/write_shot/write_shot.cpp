@@ -92,14 +92,6 @@ std::string ShotName(int32_t channel, const char* ending, int attempt) {
     return text + ending;
 }
 
-/// Takes the last bytes of the file away again.
-bool TakeBack(const ShotFile& file, std::size_t bytes) {
-    if (bytes == 0) return true;
-    const auto partial = static_cast<off_t>(bytes);
-    const off_t reached = lseek(file.descriptor, 0, SEEK_END);
-    return reached >= partial && ftruncate(file.descriptor, reached - partial) == 0;
-}
-
 /// Writes head and body as one record, or nothing at all.
 bool Append(ShotFile& file, const void* head, std::size_t headSize, const void* body, std::size_t bodySize) {
     if (file.isCut) {
@@ -108,12 +100,9 @@ bool Append(ShotFile& file, const void* head, std::size_t headSize, const void* 
     }
     const std::size_t written = WriteWhole(file.descriptor, head, headSize);
     const std::size_t more = written == headSize ? WriteWhole(file.descriptor, body, bodySize) : 0;
-    if (written == headSize && more == bodySize) {
-        ++file.records;
-        return true;
-    }
+    if (written == headSize && more == bodySize) return true;
     const int reason = errno;
-    file.isCut = !TakeBack(file, written + more);
+    file.isCut = !TakeBack(file.descriptor, written + more);
     ++g_recorder.dropped;
     if (file.hasTold) return false;
     file.hasTold = true;
@@ -125,9 +114,7 @@ bool Append(ShotFile& file, const void* head, std::size_t headSize, const void* 
 int32_t Create(ShotFile& file, const char* logPath, int32_t channel, const char* ending, const void* head,
                std::size_t headSize) {
     file.Close();
-    file.records = 0;
-    file.hasTold = false;
-    file.isCut = false;
+    file = {};
     const std::string path = logPath == nullptr ? "" : logPath;
     std::string name;
     for (int attempt = 0; attempt < NAMES_TRIED_MAX && file.descriptor < 0; ++attempt) {
@@ -141,9 +128,7 @@ int32_t Create(ShotFile& file, const char* logPath, int32_t channel, const char*
         return -1;
     }
     // Records behind a missing head would be unreadable.
-    const bool hasHead = Append(file, head, headSize, nullptr, 0);
-    file.records = 0;
-    if (hasHead) return 0;
+    if (Append(file, head, headSize, nullptr, 0)) return 0;
     file.Close();
     unlink(name.c_str());
     return -1;
@@ -172,7 +157,7 @@ void CWriteShot::WriteShotBinLog(const unsigned char* data, std::size_t length) 
     g_recorder.lastStamp = CClock::WallNanoseconds();
     if (g_recorder.bin.descriptor < 0 || data == nullptr) return;
     const BinRecordHead head{static_cast<uint64_t>(g_recorder.lastStamp), static_cast<uint32_t>(length), 0};
-    Append(g_recorder.bin, &head, sizeof head, data, length);
+    if (Append(g_recorder.bin, &head, sizeof head, data, length)) ++g_recorder.bin.records;
 }
 
 void CWriteShot::WriteShotPcapLog(const unsigned char* data, std::size_t length) const {

@@ -52,6 +52,8 @@ class FailingCalls {
 public:
     /// No error at all: a part of what was asked is done.
     static constexpr int PART = -1;
+    /// No error either: a write that takes nothing.
+    static constexpr int NOTHING = -2;
 
     /// The calls of a kind are counted from 1.
     static void FailAt(ECall call, uint64_t number, int error) { s_failures[{call, number}] = error; }
@@ -77,7 +79,7 @@ public:
 
     static bool IsWatching() { return s_isWatching; }
 
-    /// For the wrappers: notes a call. 0, the error it has to fail with, or PART.
+    /// For the wrappers: notes a call. 0, the error it has to fail with, PART or NOTHING.
     static int Note(ECall call, const char* path);
     static int Note(ECall call, int file);
 

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "public/file/WriteWhole.h"
 #include "public/log/LogFile.h"
@@ -93,6 +94,18 @@ protected:
 class LogLevels : public CommonLog, public testing::WithParamInterface<std::pair<ELOGLEVEL, const char*>> {};
 
 }  // namespace
+
+// The first of its program: nothing has been set yet.
+TEST(LogOfANewProcess, GoesToStandardErrorInUtcWithoutTraces) {
+    for (const ELOGLEVEL level : {LOG_ERROR, LOG_WARNING, LOG_INFO, LOG_DEBUG}) EXPECT_TRUE(Log().IsEnabled(level));
+    EXPECT_FALSE(Log().IsEnabled(LOG_DEBUG_EX));
+    EXPECT_EQ(Log().DroppedLines(), 0U);
+    VirtualClock clock;
+    clock.step = 0;
+    testing::internal::CaptureStderr();
+    Log().WriteText(LOG_INFO, "first", 5);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "2026-04-29 22:00:00.000000 [INFO] first\n");
+}
 
 TEST_F(CommonLog, PutsTimeWithMicrosecondsAndLevelInFrontOfALine) {
     Log().SetLogPath(directory.c_str());
@@ -288,10 +301,15 @@ TEST_F(CommonLog, DirectoryInPlaceOfTheFileIsRefused) {
     EXPECT_THAT(Refusal(directory), HasSubstr("Is a directory"));
 }
 
-TEST_F(CommonLog, DeviceIsRefused) {
+// Rather than a device, which a library that is broken on purpose could take away.
+TEST_F(CommonLog, FifoThatSomebodyReadsIsRefused) {
+    ASSERT_EQ(mkfifo(Today().c_str(), 0600), 0);
+    const int reader = open(Today().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     errno = 0;
-    EXPECT_EQ(log_file::OpenAppend("/dev/null", false), -1);
+    EXPECT_EQ(log_file::OpenAppend(Today(), false), -1);
     EXPECT_EQ(errno, EINVAL);
+    EXPECT_TRUE(fs::is_fifo(Today()));
+    close(reader);
 }
 
 TEST_F(CommonLog, GoodPathAfterABadOneIsUsed) {
@@ -338,14 +356,20 @@ TEST_F(CommonLog, DeletedFileGoesOnTakingLines) {
 }
 
 TEST_F(CommonLog, FileNeverTakesAStandardDescriptor) {
-    const int kept = dup(STDIN_FILENO);
-    close(STDIN_FILENO);
-    const int file = log_file::OpenAppend(Today(), false);
-    EXPECT_GT(file, STDERR_FILENO);
-    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
-    close(file);
-    if (kept >= 0) dup2(kept, STDIN_FILENO);
-    close(kept);
+    for (const std::vector<int>& closed : {std::vector<int>{0}, {1}, {2}, {0, 1, 2}}) {
+        std::vector<int> kept;
+        for (const int standard : closed) kept.push_back(fcntl(standard, F_DUPFD_CLOEXEC, 10));
+        for (const int standard : closed) close(standard);
+        const int file = log_file::OpenAppend(Today(), false);
+        const bool isClosed = fcntl(closed[0], F_GETFD) == -1;
+        for (std::size_t i = 0; i < closed.size(); ++i) {
+            if (kept[i] >= 0) dup2(kept[i], closed[i]);
+            close(kept[i]);
+        }
+        EXPECT_GT(file, STDERR_FILENO);
+        EXPECT_TRUE(isClosed);
+        close(file);
+    }
 }
 
 TEST_F(CommonLog, FileIsNotInheritedAcrossExec) {

@@ -122,6 +122,17 @@ TEST_F(LogLimit, ClockThatIsSetBackHoldsNothing) {
                                          "[Gap.cpp:77][OnGap]an hour ago"));
 }
 
+// The second in which lines were held back last is the one under way: of an earlier one the place itself tells.
+TEST_F(LogLimit, ClockThatGoesBackAndForthTellsARestWithItsPlacesNextLine) {
+    WarnElsewhere(200);
+    clock.wall -= SECOND;
+    Warn(203);
+    clock.wall += SECOND;
+    WarnElsewhere(1);
+    Warn(1, "later");
+    EXPECT_THAT(Behind(400), ElementsAre("[Gap.cpp:77][OnGap]3 more like this", "[Gap.cpp:77][OnGap]later"));
+}
+
 TEST_F(LogLimit, HeldLineIsNotFormatted) {
     Warn(200);
     const uint64_t before = Log().HeldBackLines();
@@ -211,6 +222,127 @@ TEST(LogLimitTable, PlacesOfTheSameHashAreToldApart) {
     EXPECT_TRUE(limit->IsHeld(LOG_ERROR, "Aa.cpp", 7, 9));
     EXPECT_FALSE(limit->IsHeld(LOG_ERROR, "Aa.cpp", 7, 10));
     EXPECT_FALSE(limit->IsHeld(LOG_ERROR, "Aa.cpp", 7, 8));
+}
+
+/// What is told of a place that has had 203 lines like `text`.
+std::string ToldHead(const std::string& text) {
+    const auto limit = std::make_unique<CLogLimit>();
+    LogHeld held;
+    for (int i = 0; i < 203; ++i) limit->Passes(LOG_WARNING, text, 9, held);
+    if (!limit->TakeHeld(10, held)) return "nothing";
+    EXPECT_EQ(held.level, LOG_WARNING);
+    EXPECT_EQ(held.lines, 3U);
+    return std::string(held.head);
+}
+
+TEST(LogLimitTable, HeadIsThePlaceWithTheFunctionWithin112Characters) {
+    EXPECT_EQ(ToldHead("[Gap.cpp:7][Run]x"), "[Gap.cpp:7][Run]");
+    EXPECT_EQ(ToldHead("[Gap.cpp:7][Run]"), "[Gap.cpp:7][Run]");
+    EXPECT_EQ(ToldHead("[Gap.cpp:7]x[y]"), "[Gap.cpp:7]");
+    EXPECT_EQ(ToldHead("[Gap.cpp:7][Run"), "[Gap.cpp:7]");
+    EXPECT_EQ(ToldHead("[Gap.cpp:7]"), "[Gap.cpp:7]");
+    EXPECT_EQ(ToldHead("[a:b:7][Run]x"), "[a:b:7][Run]");
+    EXPECT_EQ(ToldHead("[:7][Run]x"), "[:7][Run]");
+    const std::string place = "[Gap.cpp:7]";
+    EXPECT_EQ(ToldHead(place + "[" + std::string(99, 'f') + "]x"), place + "[" + std::string(99, 'f') + "]");
+    EXPECT_EQ(ToldHead(place + "[" + std::string(100, 'f') + "]x"), place);
+    const std::string longest = "[" + std::string(108, 'f') + ":7]";
+    EXPECT_EQ(ToldHead(longest + "[Run]x"), longest);
+    EXPECT_EQ(ToldHead("[" + std::string(109, 'f') + ":7]"), "nothing");
+    for (const char* none :
+         {"", "x", "Gap.cpp:7]", "x[Gap.cpp:7]", ":7]", "[Gap.cpp:7", "[Gap.cpp;7]", "[7]", "[Gap.cpp: 7]"}) {
+        EXPECT_EQ(ToldHead(none), "nothing") << none;
+    }
+}
+
+TEST(LogLimitTable, Holds128PlacesWhereverTheyBegin) {
+    const auto limit = std::make_unique<CLogLimit>();
+    LogHeld before;
+    const auto file = [](int number) { return "File" + std::to_string(number) + ".cpp"; };
+    const auto pass = [&](int number, int line) {
+        int passed = 0;
+        const std::string text = "[" + file(number) + ":" + std::to_string(line) + "][Run]x";
+        for (int i = 0; i < 210; ++i) passed += limit->Passes(LOG_ERROR, text, 9, before) ? 1 : 0;
+        return passed;
+    };
+    for (int number = 0; number < 127; ++number) ASSERT_EQ(pass(number, 1'000), 200) << number;
+    EXPECT_EQ(pass(127, -3), 200);
+    EXPECT_EQ(pass(128, 1'000), 210);
+    EXPECT_EQ(pass(128, 1'001), 210);
+    for (int number = 0; number < 127; ++number) EXPECT_TRUE(limit->IsUsedUp(file(number).c_str(), 1'000)) << number;
+    EXPECT_TRUE(limit->IsUsedUp("File127.cpp", -3));
+    EXPECT_FALSE(limit->IsUsedUp("File127.cpp", 1'000));
+    EXPECT_FALSE(limit->IsHeld(LOG_ERROR, "File128.cpp", 1'000, 9));
+    EXPECT_EQ(limit->HeldLines(), 1'280U);
+}
+
+TEST(LogLimitTable, PlaceIsUsedUpWithIts200thLineOfASecond) {
+    const auto limit = std::make_unique<CLogLimit>();
+    LogHeld before;
+    for (int i = 0; i < 199; ++i) EXPECT_TRUE(limit->Passes(LOG_ERROR, Text(7), 9, before));
+    EXPECT_FALSE(limit->IsUsedUp("Many.cpp", 7));
+    EXPECT_FALSE(limit->IsHeld(LOG_ERROR, "Many.cpp", 7, 9));
+    EXPECT_TRUE(limit->Passes(LOG_ERROR, Text(7), 9, before));
+    EXPECT_TRUE(limit->IsUsedUp("Many.cpp", 7));
+    EXPECT_EQ(limit->HeldLines(), 0U);
+    EXPECT_FALSE(limit->IsHolding());
+    EXPECT_TRUE(limit->IsHeld(LOG_ERROR, "Many.cpp", 7, 9));
+    EXPECT_TRUE(limit->IsHeld(LOG_WARNING, "Many.cpp", 7, 9));
+    EXPECT_TRUE(limit->IsHolding());
+    EXPECT_EQ(limit->HeldLines(), 2U);
+    EXPECT_EQ(before.lines, 0U);
+    EXPECT_TRUE(limit->Passes(LOG_ERROR, Text(7), 10, before));
+    EXPECT_EQ(before.lines, 2U);
+    EXPECT_EQ(before.level, LOG_WARNING) << "of the last one";
+    EXPECT_EQ(before.head, "[Many.cpp:7][Run]");
+}
+
+TEST(LogLimitTable, WhatIsHeldIsTakenPlaceByPlaceOnceItsSecondIsOver) {
+    const auto limit = std::make_unique<CLogLimit>();
+    LogHeld held;
+    for (int i = 0; i < 201; ++i) limit->Passes(LOG_ERROR, Text(7), 9, held);
+    for (int i = 0; i < 202; ++i) limit->Passes(LOG_WARNING, Text(8), 9, held);
+    limit->Passes(LOG_WARNING, Text(9), 9, held);
+    EXPECT_FALSE(limit->TakeHeld(9, held));
+    EXPECT_TRUE(limit->TakeHeld(10, held));
+    EXPECT_EQ(held.lines, 1U);
+    EXPECT_EQ(held.level, LOG_ERROR);
+    EXPECT_EQ(held.head, "[Many.cpp:7][Run]");
+    EXPECT_TRUE(limit->IsHolding());
+    EXPECT_TRUE(limit->TakeHeld(10, held));
+    EXPECT_EQ(held.lines, 2U);
+    EXPECT_EQ(held.level, LOG_WARNING);
+    EXPECT_EQ(held.head, "[Many.cpp:8][Run]");
+    EXPECT_FALSE(limit->TakeHeld(10, held));
+    EXPECT_FALSE(limit->IsHolding());
+    for (int i = 0; i < 201; ++i) EXPECT_EQ(limit->Passes(LOG_ERROR, Text(7), 10, held), i < 200);
+    EXPECT_TRUE(limit->TakeHeld(9, held)) << "of another second, be it later";
+    EXPECT_EQ(held.lines, 1U);
+}
+
+TEST(LogLimitTable, HeldOfALaterSecondKeepsTheEarlierOnesWaiting) {
+    const auto limit = std::make_unique<CLogLimit>();
+    LogHeld held;
+    for (int i = 0; i < 203; ++i) limit->Passes(LOG_ERROR, Text(7), 9, held);
+    for (int i = 0; i < 204; ++i) limit->Passes(LOG_ERROR, Text(8), 10, held);
+    EXPECT_TRUE(limit->TakeHeld(11, held));
+    EXPECT_EQ(held.lines, 3U);
+    EXPECT_TRUE(limit->TakeHeld(11, held));
+    EXPECT_EQ(held.lines, 4U);
+    EXPECT_FALSE(limit->TakeHeld(11, held));
+}
+
+TEST(LogLimitTable, WhatIsForgottenIsNotTold) {
+    const auto limit = std::make_unique<CLogLimit>();
+    LogHeld held;
+    for (int i = 0; i < 205; ++i) limit->Passes(LOG_ERROR, Text(7), 9, held);
+    limit->Forget();
+    EXPECT_FALSE(limit->IsHolding());
+    EXPECT_FALSE(limit->TakeHeld(10, held));
+    EXPECT_FALSE(limit->IsUsedUp("Many.cpp", 7));
+    for (int i = 0; i < 201; ++i) EXPECT_EQ(limit->Passes(LOG_ERROR, Text(7), 9, held), i < 200);
+    EXPECT_EQ(held.lines, 0U);
+    EXPECT_EQ(limit->HeldLines(), 6U);
 }
 
 TEST(LogLimitTable, EveryLineOfManyThreadsIsKeptOrTold) {

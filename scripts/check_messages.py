@@ -21,6 +21,8 @@ ASSEMBLED = {
 # Lines put together without a format: (file, a literal of it) -> the whole text.
 PUT_TOGETHER = {
     ("public/log/CommonLog.cpp", '" more like this"'): "%u more like this",
+    ("public/log/CommonLog.cpp", '"); the session goes on without it'):
+        "vexa_shfe_md: the log file %s %s (%s); the session goes on without it",
 }
 # Helpers that put the rest around a text given to them: (file, pattern of the call's text) -> the whole text.
 WRAPPED = {
@@ -89,7 +91,8 @@ def printed(text):
     for found in re.finditer(rf'\bstd::(?:printf\(\s*({LITERAL})|fputs\(\s*({LITERAL}),\s*std(?:out|err))', text):
         yield text.count("\n", 0, found.start()) + 1, value(found[1] or found[2])
     for found in re.finditer(rf'({LITERAL})', text):
-        if found[1].startswith('"vexa_shfe_md: '):
+        is_beginning = found[1].endswith(' "')  # of a line put together
+        if found[1].startswith('"vexa_shfe_md: ') and not is_beginning:
             yield text.count("\n", 0, found.start()) + 1, value(found[1])
 
 

@@ -3,6 +3,7 @@ import os
 import shutil
 import subprocess
 import tempfile
+from collections import Counter
 from concurrent.futures import ThreadPoolExecutor, as_completed
 from dataclasses import dataclass
 
@@ -29,6 +30,7 @@ class Range:
         self.reached_by = {}  # number -> tests
         self.tests = []
         self.at_start = set()  # reached before any test
+        self.killed_by = Counter()  # (file, program)
 
     def survey(self, jobs):
         """All programs without a mutant; must be green. Returns the failures' text."""
@@ -63,7 +65,8 @@ class Range:
                 self.reached_by.setdefault(int(number), []).append(test)
 
     def judge(self, mutant):
-        """The tests that reach it, the cheapest first and whole sessions last, up to the budget."""
+        """The tests that reach it, the cheapest first and whole sessions last, up to the budget; what has killed the most
+        of the same file begins."""
         tests = self.tests if mutant.number in self.at_start else self.reached_by.get(mutant.number, [])
         if not tests:
             return UNREACHED
@@ -74,11 +77,12 @@ class Range:
                 break
             by_program.setdefault(test.program, []).append(test)
         costs = {program: sum(test.milliseconds for test in own) for program, own in by_program.items()}
-        for program in sorted(by_program, key=costs.get):
+        for program in sorted(by_program, key=lambda program: (-self.killed_by[mutant.path, program], costs[program])):
             names = ":".join(test.name for test in by_program[program])
             status, _ = run(self.place, program, {"VEXA_ACTIVE_MUTANT": str(mutant.number)},
-                            ["--gtest_fail_fast", f"--gtest_filter={names}"], 30 + 5 * costs[program] / 1000)
+                            ["--gtest_fail_fast", f"--gtest_filter={names}"], 10 + 5 * costs[program] / 1000)
             if status != 0:
+                self.killed_by[mutant.path, program] += 1
                 return KILLED
         return SURVIVED
 

@@ -1,7 +1,7 @@
 """Breaks the library in small ways, one at a time, and tells which of them no test notices.
 
 Every mutant is compiled into the test programs, switched off; a run switches one on and lets the tests run that reach
-it, the cheapest program first. Survivors are printed as diffs. Those that change nothing which can be seen stand in
+it, those first that reach little else. Survivors are printed as diffs. Those that change nothing which can be seen stand in
 tests/equivalent_mutants.txt, each with its reason.
 """
 import argparse

@@ -11,7 +11,7 @@ KILLED, SURVIVED, UNREACHED = "killed", "survived", "no test reaches it"
 MEMORY_MIB = 4096  # what a mutant that never stops allocating may take
 BUDGET_MILLISECONDS = 60_000  # of tests for one mutant, as they took without one
 FILE_BYTES = 64 << 30
-WHOLE_SESSIONS = ("session_test", "allocation_test")  # come last
+FIRST_MILLISECONDS = 1_500  # of them, for the tests that are most about it
 
 
 @dataclass
@@ -19,6 +19,7 @@ class Test:
     program: str
     name: str
     milliseconds: int
+    breadth: int  # how many mutants it reaches
 
 
 class Range:
@@ -59,22 +60,28 @@ class Range:
             if name == "*":
                 self.at_start.update(map(int, numbers))
                 continue
-            test = Test(program, name, int(milliseconds))
+            test = Test(program, name, int(milliseconds), len(numbers))
             self.tests.append(test)
             for number in numbers:
                 self.reached_by.setdefault(int(number), []).append(test)
 
     def judge(self, mutant):
-        """The tests that reach it, the cheapest first and whole sessions last, up to the budget; what has killed the most
-        of the same file begins."""
+        """Up to the budget the tests that reach it; those begin that reach little else."""
         tests = self.tests if mutant.number in self.at_start else self.reached_by.get(mutant.number, [])
         if not tests:
             return UNREACHED
-        by_program, cost = {}, 0
-        for test in sorted(tests, key=lambda test: (test.program in WHOLE_SESSIONS, test.milliseconds)):
+        first, others, cost = [], [], 0
+        for test in sorted(tests, key=lambda test: (test.breadth, test.milliseconds)):
             cost += test.milliseconds
             if cost > BUDGET_MILLISECONDS:
                 break
+            (first if cost <= FIRST_MILLISECONDS else others).append(test)
+        return KILLED if self.is_red(mutant, first) or self.is_red(mutant, others) else SURVIVED
+
+    def is_red(self, mutant, tests):
+        """Whether one of them fails; what has killed the most of the same file is asked first."""
+        by_program = {}
+        for test in tests:
             by_program.setdefault(test.program, []).append(test)
         costs = {program: sum(test.milliseconds for test in own) for program, own in by_program.items()}
         for program in sorted(by_program, key=lambda program: (-self.killed_by[mutant.path, program], costs[program])):
@@ -83,8 +90,8 @@ class Range:
                             ["--gtest_fail_fast", f"--gtest_filter={names}"], 10 + 5 * costs[program] / 1000)
             if status != 0:
                 self.killed_by[mutant.path, program] += 1
-                return KILLED
-        return SURVIVED
+                return True
+        return False
 
     def judge_all(self, mutants, jobs):
         with ThreadPoolExecutor(jobs) as pool:

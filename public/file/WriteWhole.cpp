@@ -14,8 +14,7 @@ namespace {
 constexpr int INTERRUPTED_TRIES_MAX = 16;
 
 sigset_t FileSizeSignal() {
-    sigset_t signal;
-    sigemptyset(&signal);
+    sigset_t signal{};
     sigaddset(&signal, SIGXFSZ);
     return signal;
 }

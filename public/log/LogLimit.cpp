@@ -15,7 +15,7 @@ constexpr uint64_t Window(int64_t second, uint32_t lines) { return static_cast<u
 
 constexpr uint32_t Lines(uint64_t window) { return static_cast<uint32_t>(window); }
 
-constexpr bool IsOf(uint64_t window, int64_t second) { return window >> 32 == Window(second, 0) >> 32; }
+constexpr bool IsOf(uint64_t window, int64_t second) { return window >> 32 == static_cast<uint32_t>(second); }
 
 constexpr uint32_t Held(uint64_t window) {
     return std::max(Lines(window), CLogLimit::LINES_PER_SECOND) - CLogLimit::LINES_PER_SECOND;

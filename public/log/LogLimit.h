@@ -13,7 +13,7 @@
 
 /// What was held back of one place.
 struct LogHeld {
-    ELOGLEVEL level = LOG_NONE;
+    ELOGLEVEL level{};
     std::string_view head;  ///< "[file:line][function]"
     uint32_t lines = 0;
 };
@@ -55,19 +55,19 @@ private:
 
     struct Place {
         std::string_view file;
-        int line = 0;
+        int line{};
         std::string_view head;
     };
 
     /// Belongs to one place for ever once taken. `window` is a second (upper half) and the lines it has seen.
     struct Slot {
         std::atomic<uint32_t> use{Free};
-        std::atomic<ELOGLEVEL> level{LOG_NONE};
-        std::atomic<uint64_t> window{0};
-        int line = 0;
-        uint32_t fileLength = 0;
-        uint32_t headLength = 0;
-        char head[HEAD_CAPACITY] = {};
+        std::atomic<ELOGLEVEL> level{};
+        std::atomic<uint64_t> window{};
+        int line{};
+        uint32_t fileLength{};
+        uint32_t headLength{};
+        char head[HEAD_CAPACITY]{};
 
         bool Is(std::string_view file, int itsLine) const {
             return line == itsLine && file == std::string_view(head + 1, fileLength);

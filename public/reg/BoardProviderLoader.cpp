@@ -30,10 +30,10 @@ bool TellsErrors(const VexaBoardProvider& provider) { return provider.version > 
 /// A provider library of ours lies beside this library; elsewhere the loader's own search finds it.
 std::string BesideThisLibrary(const char* name) {
     Dl_info here{};
-    if (dladdr(reinterpret_cast<const void*>(&LoadBoardProvider), &here) == 0 || here.dli_fname == nullptr) return "";
+    dladdr(reinterpret_cast<const void*>(&LoadBoardProvider), &here);
+    if (here.dli_fname == nullptr) return "";
     const std::string_view path = here.dli_fname;
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string_view::npos ? "" : std::string(path.substr(0, slash + 1)) + name;
+    return std::string(path.substr(0, path.rfind('/') + 1)) + name;  // without a directory: looked for everywhere
 }
 
 /// Null with the reason. The empty text would name the process itself; what is named by its path is looked at first,
@@ -51,7 +51,8 @@ void* Open(const std::string& library, std::string& reason) {
 
 std::string PathOf(void* handle, const std::string& otherwise) {
     link_map* map = nullptr;
-    if (dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0 || map == nullptr || map->l_name == nullptr) return otherwise;
+    dlinfo(handle, RTLD_DI_LINKMAP, &map);
+    if (map == nullptr) return otherwise;
     // The loader keeps the path as it was looked for, which says little once the process has changed directory.
     const std::unique_ptr<char, decltype(&std::free)> absolute(realpath(map->l_name, nullptr), &std::free);
     return absolute == nullptr ? map->l_name : absolute.get();

@@ -267,6 +267,16 @@ TEST_F(CommonLog, FileIsOwnerOnlyWhateverTheUmask) {
     }
 }
 
+TEST_F(CommonLog, RightsThatAFileHasAreKept) {
+    std::ofstream(Today()) << "before\n";
+    const auto rights = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
+    fs::permissions(Today(), rights);
+    Log().SetLogPath(directory.c_str());
+    Log().WriteLog(LOG_INFO, "x");
+    EXPECT_EQ(fs::status(Today()).permissions(), rights);
+    EXPECT_THAT(Content(Today()), EndsWith("x\n"));
+}
+
 TEST_F(CommonLog, MissingDirectoryIsToldOnce) {
     EXPECT_THAT(Refusal(directory.string() + "/missing/"), HasSubstr("No such file or directory"));
 }

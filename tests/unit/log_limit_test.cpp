@@ -343,6 +343,8 @@ TEST(LogLimitTable, WhatIsForgottenIsNotTold) {
     for (int i = 0; i < 201; ++i) EXPECT_EQ(limit->Passes(LOG_ERROR, Text(7), 9, held), i < 200);
     EXPECT_EQ(held.lines, 0U);
     EXPECT_EQ(limit->HeldLines(), 6U);
+    limit->Forget();
+    for (int i = 0; i < 201; ++i) EXPECT_EQ(limit->Passes(LOG_ERROR, Text(7), 0, held), i < 200) << "of the epoch";
 }
 
 TEST(LogLimitTable, EveryLineOfManyThreadsIsKeptOrTold) {

@@ -98,7 +98,7 @@ TEST_F(ProviderLoader, SoftwareBoardIsFoundBesideThisLibrary) {
     setenv(VARIABLE, "software:seed=7", 1);
     ASSERT_NE(LoadBoardProvider().provider, nullptr);
     EXPECT_EQ(LoadBoardProvider().argument, "seed=7");
-    EXPECT_THAT(log.Texts(), ElementsAre("board provider software loaded from " SOFTWARE_BOARD_LIBRARY));
+    EXPECT_THAT(log.Texts(LOG_INFO), ElementsAre("board provider software loaded from " SOFTWARE_BOARD_LIBRARY));
 }
 
 // The loader's own name of it says little once the process has changed directory.
@@ -114,8 +114,9 @@ TEST_F(ProviderLoader, PathIsLoggedWhole) {
 TEST_F(ProviderLoader, UnknownNameListsTheKnownOnes) {
     setenv(VARIABLE, "hardware", 1);
     EXPECT_EQ(LoadBoardProvider().provider, nullptr);
-    EXPECT_THAT(log.Texts(), ElementsAre("VEXA_BOARD_PROVIDER=hardware: unknown board provider; known are \"software\" "
-                                         "and the path of a shared object"));
+    EXPECT_THAT(log.Texts(LOG_ERROR),
+                ElementsAre("VEXA_BOARD_PROVIDER=hardware: unknown board provider; known are \"software\" "
+                            "and the path of a shared object"));
 }
 
 TEST_F(ProviderLoader, TextWithASlashIsAPath) {
@@ -182,8 +183,16 @@ TEST_F(ProviderLoader, LibraryWithoutTheEntryIsRefused) {
     ASSERT_NE(dladdr(reinterpret_cast<const void*>(&std::getenv), &standard), 0);
     setenv(VARIABLE, standard.dli_fname, 1);
     EXPECT_EQ(LoadBoardProvider().provider, nullptr);
-    EXPECT_THAT(log.Texts(), ElementsAre(std::string("board provider ") + standard.dli_fname +
-                                         " has no function vexa_board_provider"));
+    EXPECT_THAT(log.Texts(LOG_ERROR), ElementsAre(std::string("board provider ") + standard.dli_fname +
+                                                  " has no function vexa_board_provider"));
+}
+
+TEST_F(ProviderLoader, ProviderThatCannotBeUsedIsToldAndNotKept) {
+    setenv(VARIABLE, NEWER_PROVIDER_LIBRARY, 1);
+    EXPECT_EQ(LoadBoardProvider().provider, nullptr);
+    EXPECT_THAT(log.Texts(LOG_ERROR), ElementsAre("board provider " NEWER_PROVIDER_LIBRARY
+                                                  " cannot be used: its version is 99, this library needs 1 to 2"));
+    EXPECT_EQ(dlopen(NEWER_PROVIDER_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
 
 TEST_F(ProviderLoader, SoftwareBoardIsLoadedFromItsPathWhichIsLogged) {

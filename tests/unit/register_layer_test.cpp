@@ -136,6 +136,8 @@ TEST_F(RegisterLayer, FailingAccessesAreCountedAndToldTwice) {
                                          "gone; failed accesses are counted",
                                          "board provider recording: the registers answer again after 3 failed "
                                          "accesses"));
+    EXPECT_THAT(log.Texts(LOG_ERROR), ElementsAre(log.Texts()[0]));
+    EXPECT_THAT(log.Texts(LOG_WARNING), ElementsAre(log.Texts()[1]));
 }
 
 TEST_F(RegisterLayer, SecondOutageCountsItsOwn) {

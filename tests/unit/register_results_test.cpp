@@ -199,6 +199,7 @@ TEST_F(WilfulProvider, FailedPollsOfEachOutageAreCountedAndToldTwice) {
         ElementsAre(failed, "board provider wilful: the stream CUSTOM_CHAN6_DATA answers again after 1 failed polls",
                     failed, "board provider wilful: the stream CUSTOM_CHAN6_DATA answers again after 3 failed polls"));
     EXPECT_EQ(log.Count(LOG_ERROR, failed), 2U);
+    EXPECT_THAT(log.Texts(LOG_WARNING), ElementsAre(log.Texts()[1], log.Texts()[3]));
 }
 
 TEST_F(WilfulProvider, FailedStreamIsClosedOnce) {

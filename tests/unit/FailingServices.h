@@ -4,8 +4,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -15,6 +19,16 @@
 
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
+
+inline std::string Content(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+inline std::ptrdiff_t MadeCalls(ECall call) {
+    const auto& made = FailingCalls::Made();
+    return std::count_if(made.begin(), made.end(), [&](const MadeCall& one) { return one.call == call; });
+}
 
 class FailingServices : public testing::Test {
 protected:

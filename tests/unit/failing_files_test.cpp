@@ -24,16 +24,6 @@ using testing::SizeIs;
 
 namespace {
 
-std::string Content(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-std::ptrdiff_t MadeCalls(ECall call) {
-    const auto& made = FailingCalls::Made();
-    return std::count_if(made.begin(), made.end(), [&](const MadeCall& one) { return one.call == call; });
-}
-
 std::ptrdiff_t Descriptors() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }
 
 // ---- the captures ---------------------------------------------------------------------------------------------------

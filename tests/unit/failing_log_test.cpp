@@ -19,16 +19,6 @@ using testing::ElementsAre;
 
 namespace {
 
-std::string Content(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-std::ptrdiff_t MadeCalls(ECall call) {
-    const auto& made = FailingCalls::Made();
-    return std::count_if(made.begin(), made.end(), [&](const MadeCall& one) { return one.call == call; });
-}
-
 constexpr int64_t SECOND = 1'000'000'000;
 
 std::ptrdiff_t Descriptors() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <ctime>
 #include <deque>
 #include <map>
 #include <random>
@@ -67,55 +66,6 @@ TEST(NameTable, FindsNothingBeforeItWidensAndAfter) {
         EXPECT_EQ(table.Add(names[i]), i);
         EXPECT_EQ(table.Find(names[i]), i);
     }
-}
-
-/// Names whose words differ in few places, as `make` numbers them, cost no more than in a sorted tree; if many shared a
-/// place, they would cost a hundred times as much.
-void AddQuickly(uint32_t count, std::string (*make)(uint32_t)) {
-    std::vector<std::string> names;
-    for (uint32_t i = 0; i < count; ++i) names.push_back(make(i));
-    std::clock_t start = std::clock();
-    std::map<std::string_view, uint32_t> tree;
-    for (uint32_t i = 0; i < count; ++i) tree.emplace(names[i], i);
-    const std::clock_t limit = 10 * (std::clock() - start);
-    CNameTable table;
-    start = std::clock();
-    for (uint32_t i = 0; i < count; ++i) {
-        ASSERT_TRUE(table.Add(names[i]) == i);
-        ASSERT_TRUE(i % 1'024 != 0 || std::clock() - start < limit) << "after " << i << " names";
-    }
-    for (uint32_t i = 0; i < count; ++i) ASSERT_TRUE(table.Find(names[i]) == i);
-}
-
-TEST(NameTable, NamesThatDifferInTheHighestBytesOfTheirWordsAreFoundAtOnce) {
-    AddQuickly(200'000, [](uint32_t number) {
-        std::string name(24, 'k');
-        for (const std::size_t place : {23U, 15U, 7U}) {
-            name[place] = static_cast<char>(number % 100);
-            number /= 100;
-        }
-        return name;
-    });
-}
-
-TEST(NameTable, NamesThatDifferInTheLowestBytesOfTheirWordsAreFoundAtOnce) {
-    AddQuickly(200'000, [](uint32_t number) {
-        std::string name(24, 'k');
-        for (const std::size_t place : {0U, 8U, 16U}) {
-            name[place] = static_cast<char>(number % 100);
-            number /= 100;
-        }
-        return name;
-    });
-}
-
-TEST(NameTable, NamesThatDifferInSingleBitsOfAWordAreFoundAtOnce) {
-    AddQuickly(1 << 18, [](uint32_t number) {
-        std::string name(16, 'p');
-        for (std::size_t bit = 0; bit < 18; ++bit)
-            name[bit % 9 + 4] ^= static_cast<char>((number >> bit & 1) << bit / 9);
-        return name;
-    });
 }
 
 }  // namespace

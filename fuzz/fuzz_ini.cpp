@@ -66,18 +66,15 @@ public:
     explicit SecondLoading(const std::map<std::string, Section>& sections) : m_sections(sections) {}
 
     std::string Text(const std::string& section, const std::string& key, const std::string& byDefault) const {
-        const auto found = m_sections.find(section);
-        if (found == m_sections.end()) return byDefault;
-        const auto value = found->second.find(key);
-        return value == found->second.end() ? byDefault : value->second;
+        const std::string* text = Find(section, key);
+        return text == nullptr ? byDefault : *text;
     }
     int64_t Number(const std::string& key, int64_t byDefault) const {
-        const std::string none = "\1";
-        const std::string text = Text("config", key, none);
+        const std::string* text = Find("config", key);
+        if (text == nullptr) return byDefault;
         std::size_t at = 0;
         int64_t number = 0;
-        if (text == none) return byDefault;
-        return TakeNumber(text, at, number) ? number : 0;
+        return TakeNumber(*text, at, number) ? number : 0;
     }
     bool IsOn(const std::string& key) const { return static_cast<uint16_t>(Number(key, 0)) == 1; }
 
@@ -112,6 +109,13 @@ public:
     }
 
 private:
+    const std::string* Find(const std::string& section, const std::string& key) const {
+        const auto found = m_sections.find(section);
+        if (found == m_sections.end()) return nullptr;
+        const auto value = found->second.find(key);
+        return value == found->second.end() ? nullptr : &value->second;
+    }
+
     const std::map<std::string, Section>& m_sections;
 };
 

@@ -216,7 +216,7 @@ TEST_F(IniReader, NullDefaultReadsAsEmpty) { EXPECT_EQ(ini.ReadString("s", "none
 
 TEST_F(IniReader, EveryShortLineReadsAsItsSecondReadingSays) {
     const std::string alphabet = "[]=# a\r";
-    for (std::size_t length = 0, count = 1; length <= 5; ++length, count *= alphabet.size()) {
+    for (std::size_t length = 0, count = 1; length <= 6; ++length, count *= alphabet.size()) {
         for (std::size_t number = 0; number < count; ++number) {
             std::string line;
             for (std::size_t i = 0, rest = number; i < length; ++i, rest /= alphabet.size()) {

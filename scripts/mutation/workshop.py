@@ -14,6 +14,7 @@ BUILD = "build/asan"
 PLACE = "build/mutants"
 FOLDERS = ("src/", "public/")
 NUMBERS_PER_FILE = 1024  # a change of one file leaves the others' objects as they are
+OBJECT = re.compile(r"-o (?!CMakeFiles/vexa_objects\.dir/)(\S+\.o) -c (\S+)$")
 KEPT_FLAGS = re.compile(r"-(I|O|g|f|std|D)")
 
 
@@ -96,41 +97,47 @@ class Workshop:
         return done.stderr if done.returncode else ""
 
     def link(self, programs):
-        """Tests of the services alone are compiled anew: much of what they test stands in headers."""
-        listener = f"{os.path.abspath(PLACE)}/ReachListener.o"
+        """Objects of the programs' own that hold mutants are compiled anew: tests of services, much of which stands in
+        headers, and sources of ours with flags of their own."""
+        place = os.path.abspath(PLACE)
+        listener = f"{place}/ReachListener.o"
         source = f"{os.path.abspath(os.path.dirname(__file__))}/ReachListener.cpp"
         if is_older(listener, [source]):
             subprocess.run([*launcher(), "clang++", "-std=c++20", "-O1", "-c", source, "-o", listener], check=True)
+        commands = {program: self.commands_of(program) for program in programs}
+        own = {made[1]: (line, made[2]) for lines in commands.values() for line in lines[:-1]
+               if (made := OBJECT.search(line)) and self.holds_mutants(made[2])}
         with ThreadPoolExecutor(os.cpu_count()) as pool:
-            list(pool.map(lambda program: self.link_one(program, listener), programs))
+            list(pool.map(lambda output: self.compile_own(output, *own[output]), own))
+            list(pool.map(lambda program: self.link_one(program, commands[program][-1], own, listener), programs))
 
-    def link_one(self, program, listener):
-        commands = subprocess.run(["ninja", "-C", BUILD, "-t", "commands", program], capture_output=True, text=True,
-                                  check=True).stdout.strip().splitlines()
-        command = commands[-1].removeprefix(": && ").removesuffix(" && :")
-        place = os.path.abspath(PLACE)
-        command = re.sub(r"CMakeFiles/vexa_objects\.dir/(\S+)\.o\b", rf"{place}/\1.o", command)
-        own = [(line, *made.groups()) for line in commands[:-1] if (made := re.search(r"-o (tests/\S+\.o) -c (\S+)$", line))]
-        with ThreadPoolExecutor(os.cpu_count()) as pool:
-            for output, compiled in pool.map(lambda row: self.compile_own(*row), own):
-                command = command.replace(output, compiled)
-        parts = [f"{BUILD}/{word}" if word[0] != "/" else word for word in re.findall(r"\S+\.[oa]\b", command)]
-        if is_older(f"{place}/{program}", [*parts, listener]):
-            command = command.replace(f"-o tests/{program}", f"{listener} -o {place}/{program}")
-            subprocess.run(command, shell=True, cwd=BUILD, check=True)
+    @staticmethod
+    def commands_of(program):
+        """What makes it, its link last."""
+        done = subprocess.run(["ninja", "-C", BUILD, "-t", "commands", program], capture_output=True, text=True, check=True)
+        return done.stdout.strip().splitlines()
 
-    def compile_own(self, line, output, path):
-        """An object of the program itself, anew where mutants stand in it: a test of the services or of a header, or a
-        source of ours that the program compiles with flags of its own."""
+    def holds_mutants(self, path):
+        return os.path.relpath(path, self.root) in self.flags or tests_headers(path)
+
+    def compile_own(self, output, line, path):
         place = os.path.abspath(PLACE)
         ours = os.path.relpath(path, self.root)
-        if ours not in self.flags and not tests_headers(path):
-            return output, output
         flags = [word for word in shlex.split(line) if KEPT_FLAGS.match(word)]
         error = self.run_compiler(f"{place}/{output}", flags, f"{place}/{ours}" if ours in self.flags else path)
         if error:
             sys.exit(error)
-        return output, f"{place}/{output}"
+
+    @staticmethod
+    def link_one(program, command, own, listener):
+        place = os.path.abspath(PLACE)
+        command = command.removeprefix(": && ").removesuffix(" && :")
+        command = re.sub(r"CMakeFiles/vexa_objects\.dir/(\S+)\.o\b", rf"{place}/\1.o", command)
+        command = " ".join(f"{place}/{word}" if word in own else word for word in command.split(" "))
+        parts = [f"{BUILD}/{word}" if word[0] != "/" else word for word in re.findall(r"\S+\.[oa]\b", command)]
+        if is_older(f"{place}/{program}", [*parts, listener]):
+            command = command.replace(f"-o tests/{program}", f"{listener} -o {place}/{program}")
+            subprocess.run(command, shell=True, cwd=BUILD, check=True)
 
 
 def tests_headers(path):

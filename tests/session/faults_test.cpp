@@ -31,9 +31,8 @@ std::vector<FaultCase> EveryFaultInBothForms() {
     }
     std::vector<FaultCase> cases;
     for (const std::string& name : names) {
-        for (const Delivery delivery : {Delivery::Callback, Delivery::Polling}) {
-            for (const uint64_t seed : {1, 2}) cases.push_back({name, delivery, seed});
-        }
+        cases.push_back({name, Delivery::Callback, 1});
+        cases.push_back({name, Delivery::Polling, 2});
     }
     return cases;
 }

@@ -54,7 +54,7 @@ struct World {
 void MendChecksum(std::vector<uint8_t>& message) {
     if (message.size() < DMA_TCP_FRAME_OFFSET || message.size() > DMA_MESSAGE_CAPACITY) return;
     uint8_t* frameBytes = message.data() + DMA_TCP_FRAME_OFFSET;
-    SnapshotFrame frame;
+    SnapshotFrame frame{};
     const auto frameLength = static_cast<uint32_t>(message.size() - DMA_TCP_FRAME_OFFSET);
     if (!snapshot_frame::ReadHeaders(frameBytes, frameLength, frame) || !snapshot_frame::IsTcpCaptured(frame)) return;
     const auto tcpLength = static_cast<std::size_t>(frame.tcpLength);

@@ -86,7 +86,7 @@ void CVexaShfeMdApiImpl::_TcpHandler(const unsigned char* data, unsigned int len
         api.m_counters.Add(ECounter::FrameForeign);
         return;
     }
-    api._HandleFrame(message + DMA_TCP_FRAME_OFFSET, len < DMA_TCP_FRAME_OFFSET ? 0 : len - DMA_TCP_FRAME_OFFSET);
+    api._HandleFrame(message + DMA_TCP_FRAME_OFFSET, std::max(len, DMA_TCP_FRAME_OFFSET) - DMA_TCP_FRAME_OFFSET);
 }
 
 // ---- the filter ---------------------------------------------------------------------------------------------------
@@ -97,7 +97,7 @@ void CVexaShfeMdApiImpl::_HandleFrame(const unsigned char* bytes, uint32_t lengt
         m_counters.Add(ECounter::FrameForeign);
         return;
     }
-    SnapshotFrame frame;
+    SnapshotFrame frame{};
     if (!snapshot_frame::ReadHeaders(bytes, length, frame)) {
         m_counters.Add(ECounter::FrameMalformed);
         return;

@@ -15,20 +15,20 @@
 #define SNAPSHOT_LOG(level, ...) WriteLogLine((level), LogBaseName(__FILE__), __LINE__, "_TcpHandler", __VA_ARGS__)
 
 struct SnapshotFrame {
-    const uint8_t* bytes = nullptr;  ///< from the Ethernet header on
-    uint32_t length = 0;             ///< as captured
-    uint32_t ipSrc = 0;              ///< network order, as received
-    uint32_t ipDst = 0;              ///< network order, as received
-    uint8_t protocol = 0;
-    uint16_t srcPort = 0;
-    uint16_t dstPort = 0;
-    uint32_t seq = 0;
-    uint8_t flags = 0;
-    uint16_t check = 0;  ///< as it lies in the header
-    const uint8_t* tcp = nullptr;
-    int32_t tcpLength = 0;  ///< header and payload, by what the IP header says
-    const uint8_t* payload = nullptr;
-    uint32_t payloadLength = 0;
+    const uint8_t* bytes;  ///< from the Ethernet header on
+    uint32_t length;       ///< as captured
+    uint32_t ipSrc;        ///< network order, as received
+    uint32_t ipDst;        ///< network order, as received
+    uint8_t protocol;
+    uint16_t srcPort;
+    uint16_t dstPort;
+    uint32_t seq;
+    uint8_t flags;
+    uint16_t check;  ///< as it lies in the header
+    const uint8_t* tcp;
+    int32_t tcpLength;  ///< header and payload, by what the IP header says
+    const uint8_t* payload;
+    uint32_t payloadLength;
 };
 
 namespace snapshot_frame {

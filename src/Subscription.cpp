@@ -45,8 +45,8 @@ int32_t CVexaShfeMdApiImpl::_ContractSubscribeManager(int32_t channel) {
     std::vector<CInstrumentType> entries;
     m_u50ConfigInfo.channelInfo[channel].insts.SplitByChar(entries, ',');
     if (entries.empty()) return 0;
-    CSelection shfe = _SelectionOf(SHFE_2PS, SHFE_4PS, countOf(SHFE_2PS), channel);
-    CSelection ine = _SelectionOf(INE_2PS, INE_4PS, countOf(INE_2PS), channel);
+    CSelection shfe = _SelectionOf(SHFE_2PS, SHFE_4PS, static_cast<int32_t>(shfeInstCount), channel);
+    CSelection ine = _SelectionOf(INE_2PS, INE_4PS, static_cast<int32_t>(ineInstCount), channel);
     for (CInstrumentType& entry : entries) {
         VEXA_LOG(LOG_INFO, "shfeInstCount[%u] ineInstCount[%u] listen_insts[%s]", shfeInstCount, ineInstCount,
                  entry.data());

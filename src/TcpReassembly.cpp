@@ -27,12 +27,11 @@ bool IsMessageStart(const uint8_t* bytes, uint32_t length) {
            bytes[offsetof(mdqp_t, type_id)] == mdqp::TYPE_SNAPSHOT;
 }
 
-/// Entries keep whole frames that were checked when they came.
+/// Entries keep whole frames that were checked when they came: neither reading fails.
 SnapshotFrame FrameOf(const tcp_lost_buf_t& entry) {
-    SnapshotFrame frame;
-    if (snapshot_frame::ReadHeaders(entry.buf, entry.len, frame) && snapshot_frame::IsTcpCaptured(frame)) {
-        snapshot_frame::ReadPayload(frame);
-    }
+    SnapshotFrame frame{};
+    snapshot_frame::ReadHeaders(entry.buf, entry.len, frame);
+    snapshot_frame::ReadPayload(frame);
     return frame;
 }
 
@@ -109,8 +108,6 @@ void CVexaShfeMdApiImpl::ResetSession(tcp_session_t& refSession) {
 
 void CVexaShfeMdApiImpl::_FreeEarlySegments(tcp_session_t& session) {
     while (session.lost_buf_head != nullptr) std::free(_DetachFirstEarlySegment(session));
-    session.lost_flag = 0;
-    session.lost_buf_size = 0;
 }
 
 // Every port gets a buffer before its payload is looked at, so that strays must not keep one from a connection that
@@ -189,10 +186,7 @@ void CVexaShfeMdApiImpl::_DeliverMessages(tcp_session_t& session, const Snapshot
     while (size <= arrived) {
         _HandOver(message, arrived, session.dst_port);
         const uint32_t left = arrived - size;
-        if (left == 0) {
-            KeepNothing(session);
-            return;
-        }
+        if (left == 0) return;
         if (left < HEADER_BYTES) {
             // The message's first bytes, not the payload's last: servers flush whole headers, so that no segment of a
             // sound stream ends here.
@@ -217,10 +211,8 @@ void CVexaShfeMdApiImpl::_DeliverBehindCarryOver(tcp_session_t& session, const S
         _FreeEarlySegments(session);
         return;
     }
-    if (frame.payloadLength > 0) {
-        std::memcpy(session.frag_buf + session.frag_buf_offset, frame.payload, frame.payloadLength);
-        session.frag_buf_offset += frame.payloadLength;
-    }
+    std::memcpy(session.frag_buf + session.frag_buf_offset, frame.payload, frame.payloadLength);
+    session.frag_buf_offset += frame.payloadLength;
     if (session.frag_buf_offset < MARK_BYTES) return;
     if (!IsMessageStart(session.frag_buf, session.frag_buf_offset)) {
         if (frame.payloadLength > 0) m_counters.Add(ECounter::PayloadNotMdqp);
@@ -281,20 +273,17 @@ void CVexaShfeMdApiImpl::_StoreEarlySegment(tcp_session_t& session, const Snapsh
 // Looks one entry ahead: what equals a later entry is stored in front of it and passed over when the list is drained.
 void CVexaShfeMdApiImpl::_InsertEarlySegment(tcp_session_t& session, const SnapshotFrame& frame) {
     tcp_lost_buf_t* visited = session.lost_buf_head;
-    uint32_t visitedSeq = SeqOf(*visited);
-    if (visitedSeq == frame.seq) {
+    if (SeqOf(*visited) == frame.seq) {
         m_counters.Add(ECounter::SegmentRepeated);
         return;
     }
-    while (visitedSeq < frame.seq && visited->next != nullptr) {
+    while (SeqOf(*visited) < frame.seq && visited->next != nullptr) {
         visited = visited->next;
-        visitedSeq = SeqOf(*visited);
-        if (visitedSeq >= frame.seq) break;
-        SNAPSHOT_LOG(LOG_ERROR, "free the cache of packet loss.");
+        if (SeqOf(*visited) < frame.seq) SNAPSHOT_LOG(LOG_ERROR, "free the cache of packet loss.");
     }
     tcp_lost_buf_t* entry = _NewEarlySegment(frame);
     if (entry == nullptr) return;
-    if (visitedSeq < frame.seq) {
+    if (SeqOf(*visited) < frame.seq) {
         LinkAfterLast(session, visited, entry);
     } else {
         LinkBefore(session, visited, entry);
@@ -328,7 +317,7 @@ tcp_lost_buf_t* CVexaShfeMdApiImpl::_DetachFirstEarlySegment(tcp_session_t& sess
         session.lost_flag = 0;
         session.lost_buf_size = 0;
     }
-    if (m_earlySegmentCount > 0) --m_earlySegmentCount;
+    --m_earlySegmentCount;
     return first;
 }
 

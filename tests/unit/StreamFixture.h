@@ -25,7 +25,7 @@ protected:
         std::vector<uint32_t> seqs;
         const tcp_lost_buf_t* before = nullptr;
         for (const tcp_lost_buf_t* entry = Session().lost_buf_head; entry != nullptr; entry = entry->next) {
-            SnapshotFrame frame;
+            SnapshotFrame frame{};
             EXPECT_TRUE(snapshot_frame::ReadHeaders(entry->buf, entry->len, frame));
             EXPECT_TRUE(entry->before == before);
             seqs.push_back(frame.seq);

@@ -19,11 +19,8 @@ public:
     }
 
     void Remove(const tcp_session_t& session) {
-        const auto end = m_sessions.begin() + m_count;
-        const auto found = std::find(m_sessions.begin(), end, &session);
-        if (found == end) return;
-        std::copy(found + 1, end, found);
-        --m_count;
+        const auto end = std::remove(m_sessions.begin(), m_sessions.begin() + m_count, &session);
+        m_count = static_cast<uint32_t>(end - m_sessions.begin());
     }
 
     /// Null when every one of them is in use. Few ever are: a connection in use brings a feed.

@@ -120,9 +120,10 @@ bool CLogLimit::TakeHeld(int64_t second, LogHeld& held) {
     for (Slot& slot : m_slots) {
         uint64_t window = slot.window.load(std::memory_order_acquire);  // who counted first had seen the head
         if (Held(window) == 0 || IsOf(window, second)) continue;
-        if (!slot.window.compare_exchange_strong(window, Window(second, 0), std::memory_order_relaxed)) continue;
-        held = {slot.level.load(std::memory_order_relaxed), {slot.head, slot.headLength}, Held(window)};
-        return true;
+        if (slot.window.compare_exchange_strong(window, Window(second, 0), std::memory_order_relaxed)) {
+            held = {slot.level.load(std::memory_order_relaxed), {slot.head, slot.headLength}, Held(window)};
+            return true;
+        }
     }
     m_heldIn.compare_exchange_strong(heldIn, NOTHING, std::memory_order_relaxed);
     return false;

@@ -51,11 +51,11 @@ private:
 
     mutable const VexaBoardProvider* m_provider = nullptr;
     mutable VexaBoardRegisters* m_registers = nullptr;
-    mutable uint16_t m_bus = 0;
+    mutable uint16_t m_bus{};
     mutable uint32_t m_holds = 0;
-    mutable std::atomic<bool> m_hasFailed{false};
-    mutable std::atomic<uint64_t> m_failedAccesses{0};
-    mutable uint64_t m_failedBefore = 0;  ///< the outage that lasts
+    mutable std::atomic<bool> m_hasFailed{};
+    mutable std::atomic<uint64_t> m_failedAccesses{};
+    mutable uint64_t m_failedBefore{};  ///< the outage that lasts
 };
 
 /// One session's hold on the process's register area. The area stays open, and stays on its bus, while anybody holds
@@ -109,6 +109,6 @@ private:
     VexaBoardStream* m_stream = nullptr;  ///< while it is in order, so that a poll looks at nothing else
     VexaBoardStream* m_failed = nullptr;  ///< the same while it is not
     uint64_t m_failedPolls = 0;
-    uint64_t m_failedBefore = 0;  ///< the outage that lasts
+    uint64_t m_failedBefore{};  ///< the outage that lasts
     CQelCharArray<64> m_name;
 };

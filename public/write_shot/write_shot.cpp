@@ -65,8 +65,9 @@ struct ShotFile {
     bool hasTold = false;
     bool isCut = false;  ///< ends in a part of a record, behind which none could be read
 
+    bool IsOpen() const { return descriptor >= 0; }
     void Close() {
-        if (descriptor >= 0) close(descriptor);
+        if (IsOpen()) close(descriptor);
         descriptor = -1;
     }
 };
@@ -74,8 +75,8 @@ struct ShotFile {
 struct Recorder {
     ShotFile bin;
     ShotFile pcap;
-    uint64_t dropped = 0;
-    int64_t lastStamp = 0;  ///< of the message given to the binary file last: its frame carries the same
+    uint64_t dropped{};
+    int64_t lastStamp{};  ///< of the message given to the binary file last: its frame carries the same
 };
 
 Recorder g_recorder;
@@ -117,12 +118,12 @@ int32_t Create(ShotFile& file, const char* logPath, int32_t channel, const char*
     file = {};
     const std::string path = logPath == nullptr ? "" : logPath;
     std::string name;
-    for (int attempt = 0; attempt < NAMES_TRIED_MAX && file.descriptor < 0; ++attempt) {
+    for (int attempt = 0; attempt < NAMES_TRIED_MAX && !file.IsOpen(); ++attempt) {
         name = log_file::Place(path, ShotName(channel, ending, attempt));
         file.descriptor = log_file::OpenAppend(name, true);
-        if (file.descriptor < 0 && errno != EEXIST) break;
+        if (!file.IsOpen() && errno != EEXIST) break;
     }
-    if (file.descriptor < 0) {
+    if (!file.IsOpen()) {
         VEXA_LOG(LOG_ERROR, "the capture file %s cannot be created (%s); check log_path", name.c_str(),
                  std::strerror(errno));
         return -1;
@@ -155,13 +156,13 @@ void CWriteShot::CloseShotPcapLog() const { g_recorder.pcap.Close(); }
 
 void CWriteShot::WriteShotBinLog(const unsigned char* data, std::size_t length) const {
     g_recorder.lastStamp = CClock::WallNanoseconds();
-    if (g_recorder.bin.descriptor < 0 || data == nullptr) return;
+    if (!g_recorder.bin.IsOpen() || data == nullptr) return;
     const BinRecordHead head{static_cast<uint64_t>(g_recorder.lastStamp), static_cast<uint32_t>(length), 0};
     if (Append(g_recorder.bin, &head, sizeof head, data, length)) ++g_recorder.bin.records;
 }
 
 void CWriteShot::WriteShotPcapLog(const unsigned char* data, std::size_t length) const {
-    if (g_recorder.pcap.descriptor < 0 || data == nullptr || length < FRAME_BYTES_MIN) return;
+    if (!g_recorder.pcap.IsOpen() || data == nullptr || length < FRAME_BYTES_MIN) return;
     const auto size = static_cast<uint32_t>(length);
     const PcapRecordHead head{static_cast<uint32_t>(g_recorder.lastStamp / NANOSECONDS_PER_SECOND),
                               static_cast<uint32_t>(g_recorder.lastStamp % NANOSECONDS_PER_SECOND), size, size};

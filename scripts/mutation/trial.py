@@ -7,6 +7,8 @@ from collections import Counter
 from concurrent.futures import ThreadPoolExecutor, as_completed
 from dataclasses import dataclass
 
+from workshop import NUMBERS_PER_FILE
+
 KILLED, SURVIVED, UNREACHED = "killed", "survived", "no test reaches it"
 MEMORY_MIB = 4096  # what a mutant that never stops allocating may take
 BUDGET_MILLISECONDS = 60_000  # of tests for one mutant, as they took without one
@@ -14,7 +16,7 @@ FILE_BYTES = 64 << 30
 FIRST_MILLISECONDS = 1_500  # of them, for the tests that are most about it
 
 
-@dataclass
+@dataclass(frozen=True)
 class Test:
     program: str
     name: str
@@ -31,6 +33,7 @@ class Range:
         self.reached_by = {}  # number -> tests
         self.tests = []
         self.at_start = set()  # reached before any test
+        self.of_file = {}  # number of the file -> tests that reach something of it
         self.killed_by = Counter()  # (file, program)
 
     def survey(self, jobs):
@@ -62,16 +65,21 @@ class Range:
                 continue
             test = Test(program, name, int(milliseconds), len(numbers))
             self.tests.append(test)
-            for number in numbers:
-                self.reached_by.setdefault(int(number), []).append(test)
+            for number in map(int, numbers):
+                self.reached_by.setdefault(number, []).append(test)
+                self.of_file.setdefault(number // NUMBERS_PER_FILE, set()).add(test)
 
     def judge(self, mutant):
         """Up to the budget the tests that reach it; those begin that reach little else."""
-        tests = self.tests if mutant.number in self.at_start else self.reached_by.get(mutant.number, [])
+        tests = self.reached_by.get(mutant.number, [])
+        own = tests
+        # Worked out once in a process, whichever test comes first: it may matter to every one.
+        if mutant.number in self.at_start or (tests and mutant.test == "InitialMutant"):
+            tests, own = self.tests, self.of_file.get(mutant.number // NUMBERS_PER_FILE, ())
         if not tests:
             return UNREACHED
         first, others, cost = [], [], 0
-        for test in sorted(tests, key=lambda test: (test.breadth, test.milliseconds)):
+        for test in sorted(tests, key=lambda test: (test not in own, test.breadth, test.milliseconds)):
             cost += test.milliseconds
             if cost > BUDGET_MILLISECONDS:
                 break

@@ -249,6 +249,14 @@ TEST_F(BoardBringUp, GroupIsLoggedAndAnUnparsableAddressIsAllOnes) {
     EXPECT_THAT(board.accesses, ElementsAre(W(0x11100, 0xFFFFFFFF), W(0x11102, 65536)));
 }
 
+TEST_F(BoardBringUp, GroupOfAFeedThatIsSwitchedOffIsZeroWhateverItsText) {
+    CAddressType address("239.3.42.71");
+    EXPECT_EQ(api->_SetRegIpAndPort(0x21101, 0x21103, address, true), -1);
+    EXPECT_THAT(board.accesses, ElementsAre());
+    EXPECT_EQ(api->_SetRegIpAndPort(0x21101, 0x21103, address, false), 0);
+    EXPECT_THAT(board.accesses, ElementsAre(W(0x21101, 0), W(0x21103, 0)));
+}
+
 TEST_F(BoardBringUp, TracesEveryAccessWhileItProgramsAndNotAfterwards) {
     api->m_u50ConfigInfo.log_level = static_cast<ELOGLEVEL>(LOG_ERROR | LOG_WARNING);
     api->_InitFpga();

@@ -196,6 +196,13 @@ TEST_F(ChannelStartUp, UnreadableFileFailsBeforeAnyRegister) {
     EXPECT_THAT(board.accesses, IsEmpty());
 }
 
+TEST_F(ChannelStartUp, OnlyTheManagerProgramsTheBoard) {
+    api->m_u50ConfigInfo.channel_id = 5;
+    EXPECT_EQ(api->_VexaSubDmaUp(1), 0);
+    EXPECT_THAT(board.accesses, IsEmpty());
+    EXPECT_THAT(log.Texts(), IsEmpty());
+}
+
 TEST_F(ChannelStartUp, TimeOutsAreTriedAgainUntilTheLimit) {
     EXPECT_EQ(api->_VexaSubDmaUp(1), -1);
     EXPECT_THAT(log.Texts(LOG_WARNING),

@@ -388,6 +388,20 @@ TEST_F(CommonLog, FileIsNotInheritedAcrossExec) {
     close(file);
 }
 
+// In a process of its own, whose first free descriptor is 3.
+TEST_F(CommonLog, FileOfTheLowestDescriptorIsClosedAsAnyOther) {
+    const auto body = [this] {
+        close_range(STDERR_FILENO + 1, ~0U, 0);
+        Log().SetLogPath(directory.c_str());
+        Log().WriteLog(LOG_INFO, "x");
+        const bool wasOpen = fcntl(3, F_GETFD) != -1;
+        Log().SetLogPath("");
+        Log().WriteLog(LOG_INFO, "behind it");
+        _exit(wasOpen && fcntl(3, F_GETFD) == -1 ? 0 : 1);
+    };
+    EXPECT_EXIT(body(), testing::ExitedWithCode(0), "behind it");
+}
+
 TEST_F(CommonLog, NewPathLeavesNoDescriptorBehind) {
     const auto descriptors = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
     Log().SetLogPath(directory.c_str());

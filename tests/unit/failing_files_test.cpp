@@ -208,6 +208,7 @@ TEST_F(FailingReplacement, NameThatIsTakenIsFollowedByAnother) {
 TEST_F(FailingReplacement, AHundredNamesAreTried) {
     FailingCalls::FailFrom(ECall::Open, 1, EEXIST);
     EXPECT_FALSE(Replace("text"));
+    EXPECT_FALSE(wasOpen);
     EXPECT_EQ(MadeCalls(ECall::Open), 100);
     EXPECT_GT(Tried().size(), 90U);
     std::set<char> letters;

@@ -212,6 +212,15 @@ TEST(LogLimitTable, PlacesThatFindNoRoomAreNotLimited) {
     EXPECT_EQ(limit->HeldLines(), static_cast<uint64_t>(limited) * 10);
 }
 
+TEST(LogLimitTable, EveryLineOfAFileHasAPlace) {
+    LogHeld before;
+    for (int line = 0; line <= 300; ++line) {
+        const auto limit = std::make_unique<CLogLimit>();
+        for (int i = 0; i < 200; ++i) ASSERT_TRUE(limit->Passes(LOG_ERROR, Text(line), 9, before)) << line;
+        ASSERT_FALSE(limit->Passes(LOG_ERROR, Text(line), 9, before)) << line;
+    }
+}
+
 TEST(LogLimitTable, PlacesOfTheSameHashAreToldApart) {
     const auto limit = std::make_unique<CLogLimit>();
     LogHeld before;

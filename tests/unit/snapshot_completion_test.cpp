@@ -156,6 +156,7 @@ TEST_F(CrossedBook, ThrowsTheSnapshotAway) {
     EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
     EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
     EXPECT_EQ(Counted(ECounter::PriceCheckFailed), 1U);
+    EXPECT_EQ(api->m_dirtySessionCount, 0U) << "the segment itself is not handled any more";
 }
 
 TEST_F(CrossedBook, IsFollowedByASoundOne) {

@@ -283,6 +283,17 @@ TEST_F(Capture, FullDiskKeepsWholeRecordsIsToldOnceAndResumes) {
     EXPECT_THAT(Content(), SizeIs(whole.size() + RECORD_HEAD_BYTES + frame.size()));
 }
 
+TEST_F(Capture, RecordsThatCannotBeWrittenAreNotCounted) {
+    Shot().CreateShotBinLog(directory.c_str(), 0);
+    Write("one");
+    {
+        const FileSizeLimit limit(BIN_HEAD_BYTES + RECORD_HEAD_BYTES + 3 + RECORD_HEAD_BYTES);
+        Write("two");
+        Write("three");
+    }
+    EXPECT_EQ(Shot().GetBinShotCnt(), 1U);
+}
+
 TEST_F(Capture, FileWithoutRoomForItsHeadIsTakenAwayAgain) {
     {
         const FileSizeLimit limit(4);

@@ -74,7 +74,7 @@ void ParseDevice(const std::string& device, int32_t& bus, int32_t& channel) {
 }
 
 void ReadFeeds(CIniReader& ini, U50ConfigInfo& config) {
-    config.enabled_mask.enabled_mask = 0;
+    config.enabled_mask = {};
     config.enabled_mask.shfe2ps = ini.ReadString(SECTION, "shfe2ps", "enabled") == "enabled" ? 1 : 0;
     config.enabled_mask.ine2ps = ini.ReadString(SECTION, "ine2ps", "disabled") == "enabled" ? 1 : 0;
     for (const AddressKey& address : ADDRESSES) {

@@ -31,7 +31,7 @@ uint32_t PackVersion(const char* text) {
     unsigned int part[4] = {};
     // NOLINTNEXTLINE(cert-err34-c): the text is a constant of this library
     std::sscanf(text, "%x.%x.%x.%x", &part[0], &part[1], &part[2], &part[3]);
-    uint32_t word = 0;
+    uint32_t word{};
     for (int i = 3; i >= 0; --i) word = (word << 8) | (part[i] & 0xFFU);
     return word;
 }

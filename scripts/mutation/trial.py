@@ -70,32 +70,39 @@ class Range:
                 self.of_file.setdefault(number // NUMBERS_PER_FILE, set()).add(test)
 
     def judge(self, mutant):
-        """Up to the budget the tests that reach it; those begin that reach little else."""
+        """Up to the budget the tests that reach it. Those begin that reach little else; then comes one program after the other."""
         tests = self.reached_by.get(mutant.number, [])
-        own = tests
+        own = set(tests)
         # Worked out once in a process, whichever test comes first: it may matter to every one.
         if mutant.number in self.at_start or (tests and mutant.test == "InitialMutant"):
             tests, own = self.tests, self.of_file.get(mutant.number // NUMBERS_PER_FILE, ())
         if not tests:
             return UNREACHED
-        first, others, cost = [], [], 0
-        for test in sorted(tests, key=lambda test: (test not in own, test.breadth, test.milliseconds)):
-            cost += test.milliseconds
-            if cost > BUDGET_MILLISECONDS:
-                break
-            (first if cost <= FIRST_MILLISECONDS else others).append(test)
-        return KILLED if self.is_red(mutant, first) or self.is_red(mutant, others) else SURVIVED
+        ranked = sorted(tests, key=lambda test: (test not in own, test.breadth, test.milliseconds))
+        first = affordable(ranked, FIRST_MILLISECONDS)
+        if self.is_red(mutant, first):
+            return KILLED
+        left = BUDGET_MILLISECONDS - cost(first)
+        for _, others in self.in_order(mutant, ranked[len(first):]):
+            chosen = affordable(others, left)
+            left -= cost(chosen)
+            if self.is_red(mutant, chosen):
+                return KILLED
+        return SURVIVED
+
+    def in_order(self, mutant, tests):
+        """The tests of each program; what has killed the most of the same file is asked first."""
+        own = {}
+        for test in tests:
+            own.setdefault(test.program, []).append(test)
+        return sorted(own.items(), key=lambda item: (-self.killed_by[mutant.path, item[0]], cost(item[1])))
 
     def is_red(self, mutant, tests):
-        """Whether one of them fails; what has killed the most of the same file is asked first."""
-        by_program = {}
-        for test in tests:
-            by_program.setdefault(test.program, []).append(test)
-        costs = {program: sum(test.milliseconds for test in own) for program, own in by_program.items()}
-        for program in sorted(by_program, key=lambda program: (-self.killed_by[mutant.path, program], costs[program])):
-            names = ":".join(test.name for test in by_program[program])
+        """Whether one of them fails."""
+        for program, own in self.in_order(mutant, tests):
+            names = ":".join(test.name for test in own)
             status, _ = run(self.place, program, {"VEXA_ACTIVE_MUTANT": str(mutant.number)},
-                            ["--gtest_fail_fast", f"--gtest_filter={names}"], 10 + 5 * costs[program] / 1000)
+                            ["--gtest_fail_fast", f"--gtest_filter={names}"], 10 + 5 * cost(own) / 1000)
             if status != 0:
                 self.killed_by[mutant.path, program] += 1
                 return True
@@ -106,6 +113,21 @@ class Range:
             running = {pool.submit(self.judge, mutant): mutant for mutant in mutants}
             for done in as_completed(running):
                 yield running[done], done.result()
+
+
+def cost(tests):
+    return sum(test.milliseconds for test in tests)
+
+
+def affordable(tests, milliseconds):
+    """As many of the first as take no longer."""
+    taken = 0
+    for test in tests:
+        milliseconds -= test.milliseconds
+        if milliseconds < 0:
+            break
+        taken += 1
+    return tests[:taken]
 
 
 def run(place, program, environment, options, seconds):

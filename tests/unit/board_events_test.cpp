@@ -37,6 +37,8 @@ TEST_F(BoardEvents, MemoryEventSetsTheFlagAndIsNoLoss) {
     EXPECT_THAT(board.accesses, IsEmpty());
 }
 
+TEST_F(BoardEvents, NewSessionHasNotHeardOfTheMemory) { EXPECT_FALSE(MakeApi()->m_isHBM2InitFinished); }
+
 TEST_F(BoardEvents, OtherBitsOfTheThirdWordAreNoMemoryEvent) {
     api->m_isHBM2InitFinished = false;
     for (unsigned bit = 1; bit < 32; ++bit) {

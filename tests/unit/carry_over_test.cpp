@@ -37,6 +37,19 @@ protected:
     }
 };
 
+TEST_F(CarryOver, KeptHeaderThatBeginsNoMessageIsNotParsedWhenItsRestHasCome) {
+    const Bytes zeros(20);
+    const Bytes none = exchange::MdqpWriter(0x55, 'x').PacketNo(7).Field(PADDING, zeros.data(), 20).Bytes();
+    const uint32_t next = Begin();
+    const Bytes stream = Join({Numbered(1), none});
+    const uint32_t cut = MESSAGE_BYTES + 12;
+    Arrive(next, Cut(stream, 0, cut));
+    Arrive(next + cut, Cut(stream, cut, stream.size()));
+    EXPECT_THAT(Decoded(), ElementsAre(1));
+    EXPECT_EQ(Counted(ECounter::PayloadNotMdqp), 1U);
+    EXPECT_EQ(uint32_t{Session().frag_buf_offset}, none.size());
+}
+
 // ---- empty segments -------------------------------------------------------------------------------------------------
 
 TEST_F(CarryOver, BareAcknowledgementParsesTheWholeMessageThatIsKept) {

@@ -77,6 +77,18 @@ TEST_F(EarlySegments, RepeatedLaterEntryIsDecodedOnce) {
     EXPECT_THAT(Decoded(), ElementsAre(1, 2, 3));
 }
 
+TEST_F(EarlySegments, LatestOfThreeWithTheSameNumberIsTheOneThatIsDecoded) {
+    const uint32_t next = Begin();
+    for (const int32_t number : {2, 3, 4}) {
+        Arrive(next + static_cast<uint32_t>(number - 1) * MESSAGE_BYTES, Numbered(number));
+    }
+    Arrive(next + 2 * MESSAGE_BYTES, Numbered(33));
+    EXPECT_EQ(log.Count(LOG_ERROR, "free the cache of packet loss."), 1U) << "of the fourth of the list alone";
+    Arrive(next, Numbered(1));
+    EXPECT_THAT(Decoded(), ElementsAre(1, 2, 33, 4));
+    EXPECT_EQ(Counted(ECounter::SegmentRepeated), 1U);
+}
+
 TEST_F(EarlySegments, DrainedPayloadThatIsNoMessageStopsTheDrain) {
     const uint32_t next = Begin();
     Arrive(next + MESSAGE_BYTES, Bytes(MESSAGE_BYTES, 0xEE));
@@ -219,7 +231,7 @@ TEST_F(EarlySegments, EarlyFrameLongerThanAnEntryIsLost) {
     const uint32_t next = Begin();
     const std::size_t headers = Segment(next, {}).Frame().size();
     Arrive(next + 1, Bytes(1600U - headers + 1));
-    EXPECT_THAT(log.Texts(TROUBLE), ElementsAre("failed to malloc buffer to store tcp_lost_buf_t"));
+    EXPECT_THAT(log.Texts(LOG_ERROR), ElementsAre("failed to malloc buffer to store tcp_lost_buf_t"));
     EXPECT_EQ(Session().lost_flag, 0);
     EXPECT_EQ(Counted(ECounter::SegmentEarlyDropped), 1U);
 }

@@ -204,7 +204,7 @@ TEST(FailingFactory, WithoutMemoryGivesAnObjectThatRefusesAndTheNextIsWhole) {
     SessionWorld world;
     const std::string path = world.ConfigPath();
     CVexaShfeMdApi& none = WithoutMemory();
-    EXPECT_THAT(world.log.Texts(),
+    EXPECT_THAT(world.log.Texts(LOG_ERROR),
                 ElementsAre("no memory for a session object of " + std::to_string(sizeof(CVexaShfeMdApiImpl)) +
                             " bytes; every start will fail"));
     world.log.lines.clear();
@@ -215,7 +215,13 @@ TEST(FailingFactory, WithoutMemoryGivesAnObjectThatRefusesAndTheNextIsWhole) {
     EXPECT_EQ(none.VexaRecv(), -1);
     EXPECT_EQ(none.VexaRecv(md), -1);
     EXPECT_EQ(none.VexaStop(), 0);
-    EXPECT_THAT(world.log.Texts(), ElementsAre("_Init error", "_Init error", "_Init error"));
+    EXPECT_THAT(world.log.Texts(LOG_ERROR), ElementsAre("_Init error", "_Init error", "_Init error"));
+    world.log.lines.clear();
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(none.VexaStart(world, nullptr), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "VexaStart error, lpConfig is nullptr");
+    EXPECT_EQ(none.VexaStart(nullptr), -1);
+    EXPECT_THAT(world.log.Texts(LOG_ERROR), ElementsAre("lpConfig is nullptr"));
     CVexaShfeMdApi::DestroyVexaShfeMdApi(none);
 
     CVexaShfeMdApi& whole = CVexaShfeMdApi::CreateVexaShfeMdApi();

@@ -200,6 +200,7 @@ constexpr const char* NO_STREAM = "nothing to receive from: the session was not 
 TEST_F(SessionDriver, ReceivingWithoutAStartEndsWithOneLineAndTouchesNoRegister) {
     VexaShfeMdType md{};
     EXPECT_EQ(api->VexaRecv(), -1);
+    EXPECT_THAT(log.Texts(), ElementsAre(NO_STREAM));
     EXPECT_EQ(api->VexaRecv(md), -1);
     EXPECT_THAT(log.Texts(), ElementsAre(NO_STREAM));
     EXPECT_TRUE(board.accesses.empty());

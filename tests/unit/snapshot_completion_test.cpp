@@ -192,6 +192,15 @@ TEST_F(SnapshotCompletion, ResetClearsAllFeedsAlsoFinishedOnes) {
     EXPECT_EQ(Counted(ECounter::ResetByPeer), 1U);
 }
 
+TEST_F(SnapshotCompletion, ResetIsOneWhateverElseItsFlagsSay) {
+    for (const uint8_t other : {0x01, 0x02, 0x08, 0x20, 0x40, 0x80}) {
+        Begin();
+        Reset(TCP_RST | TCP_ACK | other);
+        EXPECT_EQ(Session().init, 0) << int{other};
+    }
+    EXPECT_EQ(Counted(ECounter::ResetByPeer), 6U);
+}
+
 TEST_F(SnapshotCompletion, ResetWithoutAcknowledgementIsNothingSpecial) {
     const uint32_t next = Begin();
     Hand(Segment(next, Numbered(1)).Flags(TCP_RST).DmaMessage());

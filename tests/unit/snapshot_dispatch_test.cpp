@@ -119,6 +119,7 @@ TEST_F(SnapshotDispatch, TcpPartBeyondTheLimitIsTold) {
 }
 
 TEST_F(SnapshotDispatch, FrameCutAnywhereIsDropped) {
+    api->m_u50ConfigInfo.snapTcpPort = {SNAP_PORT, SNAP_PORT + 1, SNAP_PORT, SNAP_PORT + 1};  // none is 0
     const Bytes message = Segment(FIRST_SEQ, FirstMessage(SHFE_TOPIC)).DmaMessage();
     for (std::size_t size = DMA_TCP_FRAME_OFFSET + 14 + 10; size < message.size(); ++size) {
         Hand(Cut(message, 0, size));

@@ -60,6 +60,12 @@ TEST(CharArray, LiteralIsCopiedUpToItsTerminatorAndNoFurther) {
     EXPECT_EQ(BytesOf(whole), std::string("all\0", 4));
 }
 
+TEST(CharArray, ArrayWithoutATerminatorLosesItsLastByte) {
+    auto text = Text<8>("abcdefg");
+    const char unfinished[3] = {'x', 'y', 'z'};
+    EXPECT_EQ(BytesOf(text.CopyFrom(unfinished)), std::string("xy\0defg\0", 8));
+}
+
 TEST(CharArray, ClearTakesTheTextAwayAndNoMore) {
     auto text = Text<4>("abc");
     text.Clear();

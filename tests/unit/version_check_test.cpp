@@ -53,6 +53,15 @@ TEST_F(VersionCheck, VerdictZeroMeansTheWriteWasNotTaken) {
     EXPECT_TRUE(log.Has(LOG_INFO, "soft version write is fail."));
 }
 
+TEST_F(VersionCheck, VerdictThatCannotBeReadIsNone) {
+    board.onRead = [this](uint32_t index, uint64_t&) {
+        if (index == 0x0101) board.accessResult = -7;  // of the reads behind this one
+        return false;
+    };
+    EXPECT_EQ(Check(OLDEST, 1), -1);
+    EXPECT_EQ(log.Texts().back(), "soft version write is fail.");
+}
+
 TEST_F(VersionCheck, VerdictTwoMeansTheLibraryIsTooOld) {
     EXPECT_EQ(Check(OLDEST, 2), -1);
     EXPECT_TRUE(log.Has(LOG_INFO, "you will need to update your soft version."));

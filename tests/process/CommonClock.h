@@ -12,6 +12,7 @@ namespace common_clock {
 struct alignas(64) Slot {
     std::atomic<pid_t> pid{0};     ///< 0: free; the time stays
     std::atomic<int64_t> time{0};  ///< nanoseconds
+    std::atomic<bool> isPoller{false};
 
     // What another process that waits for this one saw of it: its time, and what it had used of its processor then.
     std::atomic<int64_t> seenTime{0};

@@ -27,7 +27,10 @@ constexpr int64_t LOOK_NS = 20'000;
 constexpr int64_t WINDOW_NS = 50'000'000;
 constexpr int64_t PAUSE_NS = 50'000;  // real
 constexpr int PAUSES_PER_LOOK_AROUND = 10;
-constexpr int64_t BUSY_NS = 2'000'000;  // of its processor's time, after which one that does not look is a poller
+// Of its processor's time: after how much one that does not look is a poller, no longer in the midst of a long step,
+// and how much it then gets to poll for each step of the others.
+constexpr int64_t LONGEST_STEP_NS = 20'000'000;
+constexpr int64_t POLLING_NS = 500'000;
 
 common_clock::Clock g_own;  // where there is no file
 common_clock::Clock* g_clock = nullptr;
@@ -97,7 +100,9 @@ void LookAround(int64_t now) {
         }
         const int64_t used = ProcessorTime(pid);
         if (slot.seenTime.exchange(time) != time) slot.seenUsed = used;
-        if (used - slot.seenUsed > BUSY_NS) slot.time.compare_exchange_strong(time, now);
+        if (used - slot.seenUsed <= (slot.isPoller ? POLLING_NS : LONGEST_STEP_NS)) continue;
+        slot.isPoller = true;
+        slot.time.compare_exchange_strong(time, now);
     }
 }
 
@@ -116,6 +121,7 @@ void WaitForTheOthers(int64_t now) {
 
 int64_t Advance(int64_t nanoseconds) {
     if (g_pid != getpid()) Join();
+    g_slot->isPoller = false;
     const int64_t now = g_slot->time.fetch_add(nanoseconds) + nanoseconds;
     if (now > g_horizon) WaitForTheOthers(now);
     return now;

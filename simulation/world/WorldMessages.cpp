@@ -85,7 +85,7 @@ ECounted World::Expect(int32_t channel, const unsigned char* data, unsigned int 
     if (channel == 0) m_snapshot.OnFrame(frame, frameLength, EnabledFeeds());
     if (!m_snapshot.IsSound(frame, frameLength)) return ECounted::Unsound;
     if (channel == 0) Reckon(frame);
-    return m_faults.Has(exchange::EFault::SplitAnywhere) ? ECounted::Astray : ECounted::Sound;
+    return m_reckoning.IsKnown() ? ECounted::Sound : ECounted::Astray;
 }
 
 void World::Reckon(const unsigned char* frame) {

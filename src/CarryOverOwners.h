@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 
 #include "src/TcpSession.h"
 
@@ -20,7 +21,7 @@ public:
 
     void Remove(const tcp_session_t& session) {
         const auto end = std::remove(m_sessions.begin(), m_sessions.begin() + m_count, &session);
-        m_count = static_cast<uint32_t>(end - m_sessions.begin());
+        m_count = static_cast<uint32_t>(std::distance(m_sessions.begin(), end));
     }
 
     /// Null when every one of them is in use. Few ever are: a connection in use brings a feed.

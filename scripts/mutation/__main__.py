@@ -120,6 +120,7 @@ def main():
     print(f"dev: building {len(programs)} test programs with {len(known)} mutants", file=sys.stderr)
     workshop.build_tests(programs)
     workshop.compile(sources)
+    mutants = [mutant for mutant in mutants if mutant in sources[mutant.path].mutants]
     workshop.link(programs)
     place = Range(os.path.abspath(PLACE), programs)
     print("dev: running every test once without a mutant", file=sys.stderr)

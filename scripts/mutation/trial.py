@@ -83,7 +83,8 @@ class Range:
         if self.is_red(mutant, first):
             return KILLED
         left = BUDGET_MILLISECONDS - cost(first)
-        for _, others in self.in_order(mutant, ranked[len(first):]):
+        begun = set(first)
+        for _, others in self.in_order(mutant, [test for test in ranked if test not in begun]):
             chosen = affordable(others, left)
             left -= cost(chosen)
             if self.is_red(mutant, chosen):
@@ -120,14 +121,13 @@ def cost(tests):
 
 
 def affordable(tests, milliseconds):
-    """As many of the first as take no longer."""
-    taken = 0
+    """Those that fit in, the first ones first."""
+    chosen = []
     for test in tests:
-        milliseconds -= test.milliseconds
-        if milliseconds < 0:
-            break
-        taken += 1
-    return tests[:taken]
+        if test.milliseconds <= milliseconds:
+            milliseconds -= test.milliseconds
+            chosen.append(test)
+    return chosen
 
 
 def run(place, program, environment, options, seconds):

@@ -3,6 +3,7 @@
 // Invariants: lost_flag is 1 exactly while the list holds entries; frag_buf_offset stays below FRAG_BUF_LIMIT; a
 // message is handed on only when as many bytes as its header announces have arrived. A delivery may empty the session,
 // so nothing is remembered across one but the session itself.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -27,11 +28,10 @@ bool IsMessageStart(const uint8_t* bytes, uint32_t length) {
            bytes[offsetof(mdqp_t, type_id)] == mdqp::TYPE_SNAPSHOT;
 }
 
-/// Entries keep whole frames that were checked when they came: neither reading fails.
+/// Entries keep whole frames that were checked when they came.
 SnapshotFrame FrameOf(const tcp_lost_buf_t& entry) {
     SnapshotFrame frame{};
-    snapshot_frame::ReadHeaders(entry.buf, entry.len, frame);
-    snapshot_frame::ReadPayload(frame);
+    if (snapshot_frame::ReadHeaders(entry.buf, entry.len, frame)) snapshot_frame::ReadPayload(frame);
     return frame;
 }
 
@@ -211,7 +211,7 @@ void CVexaShfeMdApiImpl::_DeliverBehindCarryOver(tcp_session_t& session, const S
         _FreeEarlySegments(session);
         return;
     }
-    std::memcpy(session.frag_buf + session.frag_buf_offset, frame.payload, frame.payloadLength);
+    std::copy_n(frame.payload, frame.payloadLength, session.frag_buf + session.frag_buf_offset);
     session.frag_buf_offset += frame.payloadLength;
     if (session.frag_buf_offset < MARK_BYTES) return;
     if (!IsMessageStart(session.frag_buf, session.frag_buf_offset)) {

@@ -219,6 +219,7 @@ TEST(FailingFactory, WithoutMemoryGivesAnObjectThatRefusesAndTheNextIsWhole) {
     world.log.lines.clear();
     testing::internal::CaptureStdout();
     EXPECT_EQ(none.VexaStart(world, nullptr), -1);
+    EXPECT_GT(lseek(STDOUT_FILENO, 0, SEEK_CUR), 0) << "told at once";
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "VexaStart error, lpConfig is nullptr");
     EXPECT_EQ(none.VexaStart(nullptr), -1);
     EXPECT_THAT(world.log.Texts(LOG_ERROR), ElementsAre("lpConfig is nullptr"));

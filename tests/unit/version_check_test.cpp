@@ -53,6 +53,12 @@ TEST_F(VersionCheck, VerdictZeroMeansTheWriteWasNotTaken) {
     EXPECT_TRUE(log.Has(LOG_INFO, "soft version write is fail."));
 }
 
+TEST_F(VersionCheck, HardwareThatCannotBeReadIsVersionZero) {
+    board.accessResult = -7;
+    EXPECT_EQ(Check(OLDEST, 1), -1);
+    EXPECT_TRUE(log.Has(LOG_INFO, "str_it->second is 20260420, hwVersion is 0."));
+}
+
 TEST_F(VersionCheck, VerdictThatCannotBeReadIsNone) {
     board.onRead = [this](uint32_t index, uint64_t&) {
         if (index == 0x0101) board.accessResult = -7;  // of the reads behind this one

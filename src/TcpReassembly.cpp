@@ -273,17 +273,19 @@ void CVexaShfeMdApiImpl::_StoreEarlySegment(tcp_session_t& session, const Snapsh
 // Looks one entry ahead: what equals a later entry is stored in front of it and passed over when the list is drained.
 void CVexaShfeMdApiImpl::_InsertEarlySegment(tcp_session_t& session, const SnapshotFrame& frame) {
     tcp_lost_buf_t* visited = session.lost_buf_head;
-    if (SeqOf(*visited) == frame.seq) {
+    uint32_t visitedSeq = SeqOf(*visited);
+    if (visitedSeq == frame.seq) {
         m_counters.Add(ECounter::SegmentRepeated);
         return;
     }
-    while (SeqOf(*visited) < frame.seq && visited->next != nullptr) {
+    while (visitedSeq < frame.seq && visited->next != nullptr) {
         visited = visited->next;
-        if (SeqOf(*visited) < frame.seq) SNAPSHOT_LOG(LOG_ERROR, "free the cache of packet loss.");
+        visitedSeq = SeqOf(*visited);
+        if (visitedSeq < frame.seq) SNAPSHOT_LOG(LOG_ERROR, "free the cache of packet loss.");
     }
     tcp_lost_buf_t* entry = _NewEarlySegment(frame);
     if (entry == nullptr) return;
-    if (SeqOf(*visited) < frame.seq) {
+    if (visitedSeq < frame.seq) {
         LinkAfterLast(session, visited, entry);
     } else {
         LinkBefore(session, visited, entry);

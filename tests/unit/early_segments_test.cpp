@@ -77,13 +77,13 @@ TEST_F(EarlySegments, RepeatedLaterEntryIsDecodedOnce) {
     EXPECT_THAT(Decoded(), ElementsAre(1, 2, 3));
 }
 
-TEST_F(EarlySegments, LatestOfThreeWithTheSameNumberIsTheOneThatIsDecoded) {
+TEST_F(EarlySegments, LatestOfTwoWithTheSameNumberIsTheOneThatIsDecoded) {
     const uint32_t next = Begin();
     for (const int32_t number : {2, 3, 4}) {
         Arrive(next + static_cast<uint32_t>(number - 1) * MESSAGE_BYTES, Numbered(number));
     }
     Arrive(next + 2 * MESSAGE_BYTES, Numbered(33));
-    EXPECT_EQ(log.Count(LOG_ERROR, "free the cache of packet loss."), 1U) << "of the fourth of the list alone";
+    EXPECT_EQ(log.Count(LOG_ERROR, "free the cache of packet loss."), 1U) << "told of the third, not of the equal one";
     Arrive(next, Numbered(1));
     EXPECT_THAT(Decoded(), ElementsAre(1, 2, 33, 4));
     EXPECT_EQ(Counted(ECounter::SegmentRepeated), 1U);

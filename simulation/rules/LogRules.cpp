@@ -1,6 +1,5 @@
 #include "simulation/rules/LogRules.h"
 
-#include <algorithm>
 #include <string_view>
 
 #include "simulation/base/WatchedAllocator.h"
@@ -18,13 +17,11 @@ bool IsWhole(std::string_view line) {
            line.find('\0') == std::string_view::npos;
 }
 
-/// Texts hold paths and addresses of the machine, and compilers count the lines of a call that takes several in their
-/// own ways; file and function are the same everywhere.
-uint64_t HashOfPlace(std::string_view line) {
+/// Texts hold paths and addresses of the machine, compilers count the lines of a call that takes several in their own
+/// ways, and code moves from file to file; the function is the same everywhere.
+uint64_t HashOfFunction(std::string_view line) {
     const std::size_t middle = line.find("][");
-    const std::size_t fileEnd = std::min(line.find(':'), middle);
-    const std::size_t functionEnd = line.find(']', middle + 2);
-    return HashOf(line.data(), fileEnd) ^ HashOf(line.data() + middle, functionEnd - middle);
+    return HashOf(line.data() + middle, line.find(']', middle + 2) - middle);
 }
 
 }  // namespace
@@ -45,7 +42,7 @@ void LogRules::OnLine(ELOGLEVEL level, const char* line, std::size_t length) {
     if (m_canary.Lies(23)) text = text.substr(0, text.find("]["));
     Require(IsWhole(text), 23, [&] { return "log line \"" + std::string(text) + "\""; });
     if (level == LOG_DEBUG_EX) return;
-    m_trace.Add({EEvent::Log, 0, static_cast<uint64_t>(level), HashOfPlace(text), m_clock.Now()});
+    m_trace.Add({EEvent::Log, 0, static_cast<uint64_t>(level), HashOfFunction(text), m_clock.Now()});
 }
 
 int32_t LogRules::Level() {

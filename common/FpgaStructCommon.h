@@ -2,6 +2,7 @@
 /// Records that the board reads or writes are packed and pinned offset by offset.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -204,6 +205,29 @@ struct SInstTableType {
     int32_t reserved[17];
 };
 
+/// One level of a slot's book, and where the slot keeps it.
+struct SlotLevel {
+    const char* name;
+    int32_t SInstTableType::*price;
+    uint32_t SInstTableType::*volume;
+};
+
+constexpr int32_t BOOK_LEVELS = 5;
+enum EBookSide : std::size_t { BIDS = 0, ASKS = 1 };
+using SlotSide = std::array<SlotLevel, BOOK_LEVELS>;  ///< the best one first
+
+inline constexpr std::array<SlotSide, 2> SLOT_LEVELS{
+    {{{{"bid1", &SInstTableType::bid1_price, &SInstTableType::bid1_vol},
+       {"bid2", &SInstTableType::bid2_price, &SInstTableType::bid2_vol},
+       {"bid3", &SInstTableType::bid3_price, &SInstTableType::bid3_vol},
+       {"bid4", &SInstTableType::bid4_price, &SInstTableType::bid4_vol},
+       {"bid5", &SInstTableType::bid5_price, &SInstTableType::bid5_vol}}},
+     {{{"ask1", &SInstTableType::ask1_price, &SInstTableType::ask1_vol},
+       {"ask2", &SInstTableType::ask2_price, &SInstTableType::ask2_vol},
+       {"ask3", &SInstTableType::ask3_price, &SInstTableType::ask3_vol},
+       {"ask4", &SInstTableType::ask4_price, &SInstTableType::ask4_vol},
+       {"ask5", &SInstTableType::ask5_price, &SInstTableType::ask5_vol}}}}};
+
 /// The head of every DMA message; an event is nothing but this record.
 struct U50Event {
     uint32_t dma_type;  ///< EDmaMsgType
@@ -217,6 +241,14 @@ struct U50Event {
 };
 
 #pragma pack(pop)
+
+// Bits of an event. One byte for each group of lines; the groups are treated alike.
+constexpr uint32_t EVENT_GROUP = 0xFFU;               ///< one of the four
+constexpr uint32_t EVENT_LOST = 0x80808080U;          ///< of event_data0: packets were lost
+constexpr uint32_t EVENT_TIME_OUT = 0x40404040U;      ///< of event_data0: nothing came for a while
+constexpr uint32_t EVENT_PRICE_ERROR = 0x0F0F0F0FU;   ///< of event_data1
+constexpr uint32_t EVENT_MEMORY_READY = 0x00000001U;  ///< of event_data2
+constexpr uint32_t EVENT_LOST_3 = 0x0000000FU;        ///< of event_data3: packets were lost
 
 enum EDmaMsgType : uint32_t { DMA_EVENT = 0, DMA_UDP = 1, DMA_TCP = 2 };
 

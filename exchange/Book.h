@@ -3,12 +3,11 @@
 
 #include <cstdint>
 
+#include "common/FpgaStructCommon.h"
 #include "exchange/Instrument.h"
 #include "exchange/Random.h"
 
 namespace exchange {
-
-constexpr int32_t BOOK_LEVELS = 5;
 
 /// Amounts travel as binary64 in yuan. Below this many hundredths they come back as the same integer.
 constexpr int64_t AMOUNT_LIMIT = int64_t{1} << 50;

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "exchange/InstrumentList.h"
+#include "exchange/RecordLevels.h"
 
 namespace exchange {
 namespace {
@@ -48,26 +49,12 @@ void ApplyDeal(const LiveUpdate& update, VexaShfeMdType& record) {
 }
 
 void ApplyLevels(const LiveUpdate& update, VexaShfeMdType& record) {
-    record.bid1_px = update.bidPrice[0];
-    record.bid1_vol = update.bidVolume[0];
-    record.bid2_px = update.bidPrice[1];
-    record.bid2_vol = update.bidVolume[1];
-    record.bid3_px = update.bidPrice[2];
-    record.bid3_vol = update.bidVolume[2];
-    record.bid4_px = update.bidPrice[3];
-    record.bid4_vol = update.bidVolume[3];
-    record.bid5_px = update.bidPrice[4];
-    record.bid5_vol = update.bidVolume[4];
-    record.ask1_px = update.askPrice[0];
-    record.ask1_vol = update.askVolume[0];
-    record.ask2_px = update.askPrice[1];
-    record.ask2_vol = update.askVolume[1];
-    record.ask3_px = update.askPrice[2];
-    record.ask3_vol = update.askVolume[2];
-    record.ask4_px = update.askPrice[3];
-    record.ask4_vol = update.askVolume[3];
-    record.ask5_px = update.askPrice[4];
-    record.ask5_vol = update.askVolume[4];
+    for (std::size_t i = 0; i < BOOK_LEVELS; ++i) {
+        record.*RECORD_LEVELS[BIDS][i].price = update.bidPrice[i];
+        record.*RECORD_LEVELS[BIDS][i].volume = update.bidVolume[i];
+        record.*RECORD_LEVELS[ASKS][i].price = update.askPrice[i];
+        record.*RECORD_LEVELS[ASKS][i].volume = update.askVolume[i];
+    }
 }
 
 void ApplyBook(const LiveUpdate& update, VexaShfeMdType& record) {

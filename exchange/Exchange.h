@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "common/FpgaStructCommon.h"
+#include "common/Feed.h"
 #include "exchange/Book.h"
 #include "exchange/Faults.h"
 #include "exchange/Instrument.h"
@@ -18,10 +18,10 @@ struct ExchangeOptions {
     uint64_t seed = 1;
     int32_t shfeInstruments = 600;  ///< at most 16384
     int32_t ineInstruments = 200;   ///< at most 4096
-    int32_t shfeTopicId = 1000;
-    int32_t ineTopicId = 5000;
-    int32_t shfe4psTopicId = 1101;  ///< of the feeds that list nothing
-    int32_t ine4psTopicId = 5101;
+    int32_t shfeTopicId = TraitsOf(SHFE_2PS).defaults.topicId;
+    int32_t ineTopicId = TraitsOf(INE_2PS).defaults.topicId;
+    int32_t shfe4psTopicId = TraitsOf(SHFE_4PS).defaults.topicId;  ///< of the feeds that list nothing
+    int32_t ine4psTopicId = TraitsOf(INE_4PS).defaults.topicId;
     int32_t tradingDay = 20260430;  ///< yyyymmdd
     bool hasNarrowLimits = false;   ///< a third of the instruments: so that books lie at their limits
 };
@@ -41,10 +41,10 @@ struct LiveUpdate {
     int32_t highPrice = 0;
     int32_t lowPrice = 0;
     bool hasBook = false;  ///< all ten levels, best first, and the order statistics
-    int32_t bidPrice[5] = {};
-    uint32_t bidVolume[5] = {};
-    int32_t askPrice[5] = {};
-    uint32_t askVolume[5] = {};
+    int32_t bidPrice[BOOK_LEVELS] = {};
+    uint32_t bidVolume[BOOK_LEVELS] = {};
+    int32_t askPrice[BOOK_LEVELS] = {};
+    uint32_t askVolume[BOOK_LEVELS] = {};
     uint32_t totalBidVolume = 0;
     int64_t totalBidAmount = 0;
     uint32_t totalAskVolume = 0;

@@ -10,11 +10,12 @@
 namespace exchange {
 namespace {
 
-constexpr std::size_t ETHERNET_BYTES = 14;
-constexpr std::size_t IP_BYTES = 20;
-constexpr std::size_t TCP_BYTES = 20;
-constexpr std::size_t IP_CHECKSUM_OFFSET = ETHERNET_BYTES + 10;
-constexpr std::size_t TCP_CHECKSUM_OFFSET = ETHERNET_BYTES + IP_BYTES + 16;
+using frame_headers::BYTES_MIN;
+using frame_headers::ETHERNET_BYTES;
+constexpr std::size_t IP_BYTES = frame_headers::IP_BYTES_MIN;
+constexpr std::size_t TCP_BYTES = frame_headers::TCP_BYTES_MIN;
+constexpr std::size_t IP_CHECKSUM_OFFSET = ETHERNET_BYTES + frame_headers::IP_CHECKSUM;
+constexpr std::size_t TCP_CHECKSUM_OFFSET = ETHERNET_BYTES + IP_BYTES + frame_headers::TCP_CHECKSUM;
 constexpr uint16_t ETHERTYPE_IPV4 = 0x0800;
 constexpr uint8_t IP_VERSION_4 = 4;
 constexpr uint8_t TIME_TO_LIVE = 64;
@@ -115,7 +116,7 @@ std::vector<uint8_t> FrameWriter::Frame() const {
     const auto totalLength =
         static_cast<uint16_t>(static_cast<int>(IP_BYTES + TCP_BYTES + m_payload.size()) + m_totalLengthOff);
     std::vector<uint8_t> frame(2 * 6, 0);  // the addresses of the link layer mean nothing here
-    frame.reserve(ETHERNET_BYTES + IP_BYTES + TCP_BYTES + m_payload.size());
+    frame.reserve(BYTES_MIN + m_payload.size());
     Put16(frame, ETHERTYPE_IPV4);
 
     Put8(frame, static_cast<uint8_t>((IP_VERSION_4 << 4) | (m_ipHeaderWords & 0x0F)));

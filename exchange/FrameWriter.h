@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/FrameHeaders.h"
+
 namespace exchange {
 
 /// Addresses in host order: 10.1.2.3 is 0x0A010203.
@@ -14,11 +16,11 @@ struct TcpEndpoints {
     uint16_t dstPort = 0;
 };
 
-constexpr uint8_t TCP_FIN = 0x01;
-constexpr uint8_t TCP_SYN = 0x02;
-constexpr uint8_t TCP_RST = 0x04;
-constexpr uint8_t TCP_PSH = 0x08;
-constexpr uint8_t TCP_ACK = 0x10;
+using frame_headers::TCP_ACK;
+using frame_headers::TCP_FIN;
+using frame_headers::TCP_PSH;
+using frame_headers::TCP_RST;
+using frame_headers::TCP_SYN;
 
 class FrameWriter {
 public:

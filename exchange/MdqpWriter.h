@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "src/Mdqp.h"
+#include "common/Mdqp.h"
 
 namespace exchange {
 

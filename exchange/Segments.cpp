@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <set>
 
+#include "common/Mdqp.h"
 #include "exchange/Random.h"
-#include "src/Mdqp.h"
 
 namespace exchange {
 namespace {

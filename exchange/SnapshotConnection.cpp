@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "src/Mdqp.h"
+#include "common/Mdqp.h"
 
 namespace exchange {
 namespace {
@@ -19,7 +19,6 @@ constexpr uint32_t VISITED_ONE_IN = 16;      // segments
 constexpr uint32_t ACKNOWLEDGED_ONE_IN = 4;  // segments
 constexpr std::size_t EARLY_AT_MOST = 400;   // behind a segment that never comes; receivers keep fewer than 500
 constexpr std::size_t FLOOD_SEGMENTS = 512;
-constexpr std::size_t FRAME_HEADERS = 14 + 20 + 20;
 constexpr uint32_t BEYOND_MAX = 1000;  // bytes by which a total length is too large
 constexpr uint32_t HEADER_WORDS_TRUE = 5;
 constexpr uint32_t SYSTEM_PORTS = 1023;  // no snapshot server listens there
@@ -209,8 +208,8 @@ std::vector<uint8_t> SnapshotConnection::FrameOf(const Arrival& arrival) const {
 
 std::vector<uint8_t> SnapshotConnection::DamagedFrame(const Arrival& arrival) const {
     std::vector<uint8_t> frame = Writer(m_endpoints, arrival.segment.begin).Payload(PayloadOf(arrival)).Frame();
-    const std::size_t bit = arrival.draw % ((frame.size() - FRAME_HEADERS) * 8);
-    frame[FRAME_HEADERS + bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+    const std::size_t bit = arrival.draw % ((frame.size() - frame_headers::BYTES_MIN) * 8);
+    frame[frame_headers::BYTES_MIN + bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
     return frame;
 }
 

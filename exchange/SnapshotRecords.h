@@ -3,10 +3,10 @@
 
 #include <cstdint>
 
+#include "common/Mdqp.h"
 #include "exchange/Book.h"
 #include "exchange/Instrument.h"
 #include "interface/VexaShfeMdStruct.h"
-#include "src/Mdqp.h"
 
 namespace exchange {
 

@@ -6,9 +6,9 @@
 #include <iterator>
 #include <limits>
 
+#include "common/Mdqp.h"
 #include "exchange/Random.h"
 #include "fuzz/SnapshotScript.h"
-#include "src/Mdqp.h"
 
 extern "C" std::size_t LLVMFuzzerMutate(uint8_t* data, std::size_t size, std::size_t maxSize);
 

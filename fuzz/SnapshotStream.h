@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/Mdqp.h"
 #include "exchange/FrameWriter.h"
 #include "fuzz/SnapshotScript.h"
-#include "src/Mdqp.h"
 
 namespace fuzz {
 

@@ -65,9 +65,9 @@ void MendChecksum(std::vector<uint8_t>& message) {
     area[10] = static_cast<uint8_t>(tcpLength >> 8);
     area[11] = static_cast<uint8_t>(tcpLength);
     std::memcpy(area.data() + 12, frame.tcp, tcpLength);
-    std::memset(area.data() + 12 + snapshot_frame::TCP_CHECK_OFFSET, 0, 2);
+    std::memset(area.data() + 12 + frame_headers::TCP_CHECKSUM, 0, 2);
     const uint16_t check = TestableApi::TcpCheckSum(area.data(), static_cast<int32_t>(area.size()));
-    std::memcpy(frameBytes + (frame.tcp - frameBytes) + snapshot_frame::TCP_CHECK_OFFSET, &check, sizeof check);
+    std::memcpy(frameBytes + (frame.tcp - frameBytes) + frame_headers::TCP_CHECKSUM, &check, sizeof check);
 }
 
 class Player {

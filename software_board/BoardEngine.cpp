@@ -2,11 +2,12 @@
 
 #include <algorithm>
 
+#include "common/Feed.h"
+#include "common/RegisterMap.h"
 #include "public/clock/Clock.h"
 #include "software_board/BoardRecord.h"
 #include "software_board/BoardTables.h"
 #include "software_board/RegisterFile.h"
-#include "src/RegisterMap.h"
 
 namespace software_board {
 
@@ -16,13 +17,10 @@ constexpr uint32_t DEFAULT_HOST_IP = 0x0A140002;
 constexpr uint16_t DEFAULT_HOST_PORT = 40000;
 constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
 constexpr int64_t NANOSECONDS_PER_MS = 1'000'000;
-constexpr uint32_t EVENT_LOST = 1U << 7;
-constexpr uint32_t EVENT_MEMORY_READY = 1U << 0;
 constexpr int32_t SNAPSHOT_CHANNEL = 0;
 constexpr uint32_t SNAPSHOT_RING_PART = 4;
-constexpr uint32_t BARE_FRAME_BYTES = 14 + 20 + 20;  // Ethernet, IPv4 and TCP headers
 
-constexpr U50Event LOST_EVENT{DMA_EVENT, sizeof(U50Event), EVENT_LOST, 0, 0, 0, 0, 0};
+constexpr U50Event LOST_EVENT{DMA_EVENT, sizeof(U50Event), EVENT_LOST& EVENT_GROUP, 0, 0, 0, 0, 0};
 
 }  // namespace
 
@@ -108,7 +106,7 @@ void BoardEngine::ConnectProgrammedFeeds() {
     for (uint32_t session = 0; session < reg::SESSION_COUNT; ++session) {
         const auto feed = static_cast<EMDQPDataType>(session);
         if (m_connected[session] || !IsProgrammed(m_memory, feed) || m_market.Instruments(feed).empty()) continue;
-        if (Load(values[reg::FEEDS[session].lineA.ip]) == 0) continue;
+        if (Load(values[FEEDS[session].registers.lineA.ip]) == 0) continue;
         m_connected.set(session);
         const uint32_t hostIp = Load(values[reg::SRC_IP + reg::SESSION_STRIDE * session]);
         const uint32_t port = Load(values[reg::SRC_PORT + reg::SESSION_STRIDE * session]);
@@ -202,7 +200,7 @@ bool BoardEngine::SnapshotStep() {
     const uint32_t head[] = {DMA_TCP, DMA_TCP_FRAME_OFFSET + frameBytes, 0};
     Put(SNAPSHOT_CHANNEL, head, sizeof head, m_frame.data(), frameBytes);
     // Bare acknowledgements follow a whole snapshot; they are there for a host that reads at its own pace.
-    if (frameBytes <= BARE_FRAME_BYTES && m_options.acknowledgeEveryMs > 0) {
+    if (frameBytes <= frame_headers::BYTES_MIN && m_options.acknowledgeEveryMs > 0) {
         m_nextAcknowledgementAt =
             CClock::MonotonicNanoseconds() + int64_t{m_options.acknowledgeEveryMs} * NANOSECONDS_PER_MS;
     }
@@ -290,7 +288,7 @@ void BoardEngine::Apply(const exchange::LiveUpdate& update) {
     LayOver(update, slot);
     board_tables::Assign(shared, before, slot);
     if ((slot.config & SLOT_IN_USE) == 0) return;
-    const uint32_t maxInstNo = Load(m_memory.registers.values[reg::FEEDS[update.feed].maxInstNo]);
+    const uint32_t maxInstNo = Load(m_memory.registers.values[TraitsOf(update.feed).registers.maxInstNo]);
     const VexaShfeMdType record = RecordOf(slot, update.instNo, maxInstNo);
     const uint32_t head[] = {DMA_UDP, DMA_UDP_RECORD_OFFSET + sizeof record};
     for (std::size_t channel = 0; channel < m_rings.size(); ++channel) {

@@ -16,9 +16,6 @@ constexpr uint32_t STORM_EVENTS = 1000;
 constexpr uint32_t QUIET_STEPS = 500;
 constexpr uint32_t OLD_FIRMWARE = 0x20200101;
 constexpr int64_t NANOSECONDS_PER_SECOND = 1'000'000'000;
-constexpr uint32_t EVENT_LOST = 1U << 7;
-constexpr uint32_t EVENT_TIME_OUT = 1U << 6;
-constexpr uint32_t EVENT_PRICE = 1U << 0;  // in event_data1
 
 U50Event EventOf(uint32_t data0, uint32_t data1) { return {DMA_EVENT, sizeof(U50Event), data0, data1, 0, 0, 0, 0}; }
 
@@ -57,12 +54,12 @@ void BoardEngine::LetDueFaultsHappen() {
 void BoardEngine::Happen(EFault fault) {
     switch (fault) {
         case EFault::PacketLost: return LosePackets(LOST_UPDATES);
-        case EFault::PriceError: return PutEventToAll(EventOf(0, EVENT_PRICE));
+        case EFault::PriceError: return PutEventToAll(EventOf(0, EVENT_PRICE_ERROR & 1U));
         case EFault::Timeout: return StopTheMarketAt(10, 45);
         case EFault::TimeoutQuiet: return StopTheMarketAt(15, 5);
         case EFault::RingOverflow: m_dropRecords = DROPPED_RECORDS; return;
         case EFault::EventStorm:
-            for (uint32_t event = 0; event < STORM_EVENTS; ++event) PutEventToAll(EventOf(EVENT_LOST, 0));
+            for (uint32_t event = 0; event < STORM_EVENTS; ++event) PutEventToAll(EventOf(EVENT_LOST & EVENT_GROUP, 0));
             return;
         case EFault::MemoryNotReady: return Break(BROKEN_MEMORY);
         case EFault::OldFirmware: return Store(m_memory.registers.hardwareVersion, OLD_FIRMWARE);
@@ -87,7 +84,7 @@ void BoardEngine::StopTheMarketAt(int hour, int minute) {
     const auto stoppedAt = static_cast<uint64_t>(midnight + (hour * 60 + minute) * 60);
     for (uint64_t& last : m_memory.registers.lastUpdate) Store(last, stoppedAt);
     m_quietSteps = QUIET_STEPS;
-    PutEventToAll(EventOf(EVENT_TIME_OUT, 0));
+    PutEventToAll(EventOf(EVENT_TIME_OUT & EVENT_GROUP, 0));
 }
 
 }  // namespace software_board

@@ -16,8 +16,8 @@ constexpr uint32_t ACKNOWLEDGE_EVERY_MS = 20;
 struct BoardOptions {
     exchange::ExchangeOptions exchange;
     exchange::Faults faults;
-    uint16_t shfeSnapPort = 33022;  ///< TCP source port of the snapshot servers
-    uint16_t ineSnapPort = 33022;
+    uint16_t shfeSnapPort = TraitsOf(SHFE_2PS).defaults.snapPort;  ///< TCP source port of the snapshot servers
+    uint16_t ineSnapPort = TraitsOf(INE_2PS).defaults.snapPort;
     uint32_t updatesPerSecond = 0;    ///< pace of the live updates by the clock; 0: one whenever the host asks
     uint32_t lostPacketAfter = 2000;  ///< live updates between two faults of the board that have no moment
     uint32_t hbm2ReadyMs = 500;       ///< from the start of a bring-up

@@ -3,7 +3,8 @@
 #include <array>
 #include <bit>
 
-#include "src/RegisterMap.h"
+#include "common/Feed.h"
+#include "common/RegisterMap.h"
 
 namespace software_board::board_tables {
 
@@ -16,10 +17,10 @@ constexpr uint32_t PORT_MASK = 3;
 constexpr uint32_t ENGINE_MASK = ~7U;
 enum PortRegister : uint32_t { WRITE_ADDRESS = 0, WRITE_DATA = 1, READ_ADDRESS = 2, READ_DATA = 3 };
 
-static_assert(reg::FEEDS[SHFE_2PS].table.writeAddr == ENGINE_2PS);
-static_assert(reg::FEEDS[SHFE_4PS].table.writeAddr == ENGINE_4PS);
-static_assert(reg::FEEDS[INE_2PS].table.writeAddr == (ENGINE_2PS | INE_PORT_BIT));
-static_assert(reg::FEEDS[INE_4PS].table.writeAddr == (ENGINE_4PS | INE_PORT_BIT));
+static_assert(TraitsOf(SHFE_2PS).registers.table.writeAddr == ENGINE_2PS);
+static_assert(TraitsOf(SHFE_4PS).registers.table.writeAddr == ENGINE_4PS);
+static_assert(TraitsOf(INE_2PS).registers.table.writeAddr == (ENGINE_2PS | INE_PORT_BIT));
+static_assert(TraitsOf(INE_4PS).registers.table.writeAddr == (ENGINE_4PS | INE_PORT_BIT));
 
 EMDQPDataType FeedOf(uint32_t index) {
     const bool isIne = (index & INE_PORT_BIT) != 0;
@@ -29,19 +30,17 @@ EMDQPDataType FeedOf(uint32_t index) {
 
 std::size_t FirstSlot(EMDQPDataType feed) {
     std::size_t first = 0;
-    for (std::size_t before = 0; before < static_cast<std::size_t>(feed); ++before) {
-        first += static_cast<std::size_t>(reg::FEEDS[before].capacity);
+    for (std::size_t before = 0; before < IndexOf(feed); ++before) {
+        first += static_cast<std::size_t>(FEEDS[before].capacity);
     }
     return first;
 }
 
 bool IsInTable(EMDQPDataType feed, uint32_t word) {
-    return word / WORDS_PER_SLOT < static_cast<uint32_t>(reg::FEEDS[static_cast<std::size_t>(feed)].capacity);
+    return word / WORDS_PER_SLOT < static_cast<uint32_t>(TraitsOf(feed).capacity);
 }
 
-TablePort& PortOf(BoardMemory& memory, EMDQPDataType feed) {
-    return memory.registers.ports[static_cast<std::size_t>(feed)];
-}
+TablePort& PortOf(BoardMemory& memory, EMDQPDataType feed) { return memory.registers.ports[IndexOf(feed)]; }
 
 /// A slot as the host and the tools see it: words, whatever members they make up.
 using SlotWord [[gnu::may_alias]] = uint32_t;
@@ -82,7 +81,7 @@ bool Write(BoardMemory& memory, uint32_t index, uint32_t value) {
 
 uint32_t Read(const BoardMemory& memory, uint32_t index) {
     const EMDQPDataType feed = FeedOf(index);
-    const uint32_t word = Load(memory.registers.ports[static_cast<std::size_t>(feed)].readAddress);
+    const uint32_t word = Load(memory.registers.ports[IndexOf(feed)].readAddress);
     if ((index & PORT_MASK) != READ_DATA || !IsInTable(feed, word)) return 0;
     const SInstTableType& slot = memory.slots[FirstSlot(feed) + word / WORDS_PER_SLOT];
     return __atomic_load_n(WordsOf(slot) + word % WORDS_PER_SLOT, __ATOMIC_RELAXED);
@@ -110,7 +109,7 @@ void OpenPorts(BoardMemory& memory) {
 }
 
 bool IsOpen(const BoardMemory& memory, EMDQPDataType feed) {
-    return Load(memory.registers.ports[static_cast<std::size_t>(feed)].isOpen) != 0;
+    return Load(memory.registers.ports[IndexOf(feed)].isOpen) != 0;
 }
 
 SInstTableType& Slot(BoardMemory& memory, EMDQPDataType feed, int32_t instNo) {

@@ -1,7 +1,9 @@
 #include "software_board/RegisterFile.h"
 
+#include "common/Feed.h"
+#include "common/RegisterMap.h"
+#include "common/Version.h"
 #include "software_board/BoardTables.h"
-#include "src/RegisterMap.h"
 
 namespace software_board {
 
@@ -11,15 +13,16 @@ constexpr uint32_t BUILD_VERSION = 0x00010007;
 constexpr uint32_t DNA[] = {0x02005E10, 0x20300000, 0x50F7B0A2};
 constexpr uint32_t VERDICT_MATCH = 1;
 constexpr uint32_t VERDICT_SOFTWARE_TOO_OLD = 2;
-constexpr uint32_t OLDEST_SOFTWARE = 0x01010133;  // 1.1.1.33, first number in the highest byte
+/// The library that it ships with; as written, with the first number in the highest byte.
+constexpr uint32_t OLDEST_SOFTWARE = __builtin_bswap32(PackVersion(VEXA_U50_VERSION_NUMBER));
 
 /// What the register says about the feed's connection; 0 for one that says nothing.
 uint32_t ProgrammedBy(uint32_t index, std::size_t feed) {
     const uint32_t session = reg::SESSION_STRIDE * static_cast<uint32_t>(feed);
     if (index == reg::SRC_IP + session) return PROGRAMMED_HOST_IP;
     if (index == reg::SRC_PORT + session) return PROGRAMMED_HOST_PORT;
-    if (index == reg::FEEDS[feed].lineA.ip) return PROGRAMMED_GROUP_IP;
-    if (index == reg::FEEDS[feed].lineA.port) return PROGRAMMED_GROUP_PORT;
+    if (index == FEEDS[feed].registers.lineA.ip) return PROGRAMMED_GROUP_IP;
+    if (index == FEEDS[feed].registers.lineA.port) return PROGRAMMED_GROUP_PORT;
     return 0;
 }
 

@@ -6,9 +6,9 @@
 #include <new>
 #include <utility>
 
+#include "common/RegisterMap.h"
 #include "public/clock/Clock.h"
 #include "software_board/RegisterFile.h"
-#include "src/RegisterMap.h"
 
 namespace software_board {
 

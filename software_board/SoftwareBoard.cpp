@@ -3,12 +3,12 @@
 #include <array>
 #include <optional>
 
+#include "common/RegisterMap.h"
 #include "software_board/BoardEngine.h"
 #include "software_board/BoardTables.h"
 #include "software_board/DmaRing.h"
 #include "software_board/MappedMemory.h"
 #include "software_board/RegisterFile.h"
-#include "src/RegisterMap.h"
 
 namespace software_board {
 

@@ -6,10 +6,11 @@
 #include <cstdio>
 #include <vector>
 
+#include "common/Feed.h"
+#include "common/RegisterMap.h"
 #include "public/clock/Clock.h"
 #include "public/log/LogLine.h"
 #include "public/log/RaisedLogLevel.h"
-#include "src/RegisterMap.h"
 #include "src/VexaShfeMdApiImpl.h"
 
 namespace {
@@ -127,13 +128,12 @@ void CVexaShfeMdApiImpl::_ProgramSessions() {
 // The 2ps engine's groups before the 4ps engine's.
 void CVexaShfeMdApiImpl::_ProgramGroups() {
     for (const EMDQPDataType feed : {SHFE_2PS, INE_2PS, SHFE_4PS, INE_4PS}) {
-        const auto index = static_cast<std::size_t>(feed);
-        const reg::FeedRegisters& registers = reg::FEEDS[index];
-        const FeedMembers& members = FEED_MEMBERS[index];
+        const FeedTraits& traits = TraitsOf(feed);
+        const FeedTraits::Registers& registers = traits.registers;
         const bool isEnabled = HasFeed(m_u50ConfigInfo.enabled_mask, feed);
         const U50MultiIpAndPort& groups = m_u50ConfigInfo.multiIpAndPort;
-        _SetRegIpAndPort(registers.lineA.ip, registers.lineA.port, groups.*members.lineA, isEnabled);
-        _SetRegIpAndPort(registers.lineB.ip, registers.lineB.port, groups.*members.lineB, isEnabled);
+        _SetRegIpAndPort(registers.lineA.ip, registers.lineA.port, groups.*traits.lineA, isEnabled);
+        _SetRegIpAndPort(registers.lineB.ip, registers.lineB.port, groups.*traits.lineB, isEnabled);
     }
 }
 

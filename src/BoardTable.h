@@ -2,23 +2,23 @@
 /// accesses to the same table.
 #pragma once
 
+#include "common/RegisterMap.h"
 #include "public/reg/DriveRegEnyx.h"
-#include "src/RegisterMap.h"
 
 namespace board_table {
 
-inline void WriteWord(const CDrvRegEnyx& board, const reg::TablePort& port, uint32_t word, uint32_t value) {
+inline void WriteWord(const CDrvRegEnyx& board, const reg::TableRegisters& port, uint32_t word, uint32_t value) {
     board.WriteRegister(port.writeData, value);
     board.WriteRegister(port.writeAddr, word);
 }
 
-inline void ReadWord(const CDrvRegEnyx& board, const reg::TablePort& port, uint32_t word, uint32_t& value) {
+inline void ReadWord(const CDrvRegEnyx& board, const reg::TableRegisters& port, uint32_t word, uint32_t& value) {
     board.WriteRegister(port.readAddr, word);
     board.ReadRegister(port.readData, value);
 }
 
 /// The host no longer edits the table until the next bring-up.
-inline void Close(const CDrvRegEnyx& board, const reg::TablePort& port) {
+inline void Close(const CDrvRegEnyx& board, const reg::TableRegisters& port) {
     WriteWord(board, port, reg::PORT_CLOSE_ADDRESS, reg::PORT_CLOSE_DATA);
 }
 

@@ -158,10 +158,8 @@ void CVexaShfeMdApiImpl::_RestartCaptures() {
 
 void CVexaShfeMdApiImpl::_WriteEngineParameters() {
     const U50ConfigInfo& config = m_u50ConfigInfo;
-    for (const EMDQPDataType feed : ALL_FEEDS) {
-        const auto index = static_cast<std::size_t>(feed);
-        const int32_t maxInstNo = config.maxInstNo.*FEED_MEMBERS[index].maxInstNo;
-        m_drvRegEnyx.WriteRegister(reg::FEEDS[index].maxInstNo, static_cast<uint32_t>(maxInstNo));
+    for (const FeedTraits& feed : FEEDS) {
+        m_drvRegEnyx.WriteRegister(feed.registers.maxInstNo, static_cast<uint32_t>(config.maxInstNo.*feed.maxInstNo));
     }
     m_drvRegEnyx.WriteRegister(reg::LAST_TICK_CHANNEL, config.last_tick_channel);
     UP_LOG(LOG_INFO,
@@ -179,7 +177,7 @@ int32_t CVexaShfeMdApiImpl::_StartDmaUp() {
     if (channel == MANAGER_CHANNEL) {
         VEXA_LOG(LOG_INFO, "channel%d close read/write channle", channel);
         for (const EMDQPDataType feed : {SHFE_4PS, SHFE_2PS, INE_2PS, INE_4PS}) {
-            board_table::Close(m_drvRegEnyx, reg::FEEDS[static_cast<std::size_t>(feed)].table);
+            board_table::Close(m_drvRegEnyx, TraitsOf(feed).registers.table);
         }
         VEXA_LOG(LOG_INFO, "channel%d logical start", channel);
         m_drvRegEnyx.WriteRegister(reg::LOGICAL_START_2PS, 1);

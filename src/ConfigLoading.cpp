@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/Feed.h"
 #include "public/config/IniReader.h"
 #include "public/log/LogLine.h"
 #include "src/VexaShfeMdApiImpl.h"
@@ -16,36 +17,7 @@ constexpr const char* SECTION = "config";
 constexpr uint32_t DETECT_INTERVAL = 4294967295U;
 constexpr uint32_t LAST_TICK_MASK = 0xFFFFU;
 
-struct AddressKey {
-    const char* key;
-    const char* byDefault;
-    CAddressType U50MultiIpAndPort::*field;
-};
-
-constexpr AddressKey ADDRESSES[] = {
-    {"shfe2ps_ip_a", "239.3.42.71:21000", &U50MultiIpAndPort::shfe2ps_ip_a},
-    {"shfe2ps_ip_b", "239.4.42.72:21000", &U50MultiIpAndPort::shfe2ps_ip_b},
-    {"shfe4ps_ip_a", "239.3.2.3:21101", &U50MultiIpAndPort::shfe4ps_ip_a},
-    {"shfe4ps_ip_b", "239.4.2.4:21101", &U50MultiIpAndPort::shfe4ps_ip_b},
-    {"ine2ps_ip_a", "239.3.52.71:25000", &U50MultiIpAndPort::ine2ps_ip_a},
-    {"ine2ps_ip_b", "239.4.52.72:25000", &U50MultiIpAndPort::ine2ps_ip_b},
-    {"ine4ps_ip_a", "239.3.151.91:25101", &U50MultiIpAndPort::ine4ps_ip_a},
-    {"ine4ps_ip_b", "239.4.151.92:25101", &U50MultiIpAndPort::ine4ps_ip_b},
-};
-
-/// The defaults of one feed; its keys are the feed's name with an ending.
-struct FeedDefaults {
-    int32_t topicId;
-    uint16_t snapPort;
-    int32_t maxInstNo;
-};
-
-constexpr FeedDefaults FEED_DEFAULTS[FEED_COUNT] = {
-    {1000, 33022, 81000}, {1101, 22000, 81101}, {5000, 33022, 85000}, {5101, 22000, 85101}};
-
-std::string FeedKey(EMDQPDataType feed, const char* ending) {
-    return std::string(FEED_MEMBERS[static_cast<std::size_t>(feed)].name) + ending;
-}
+std::string FeedKey(const FeedTraits& feed, const char* ending) { return std::string(feed.name) + ending; }
 
 bool ReadFlag(CIniReader& ini, const char* key) { return ini.ReadUInt16(SECTION, key, 0) == 1; }
 
@@ -77,17 +49,14 @@ void ReadFeeds(CIniReader& ini, U50ConfigInfo& config) {
     config.enabled_mask = {};
     config.enabled_mask.shfe2ps = ini.ReadString(SECTION, "shfe2ps", "enabled") == "enabled" ? 1 : 0;
     config.enabled_mask.ine2ps = ini.ReadString(SECTION, "ine2ps", "disabled") == "enabled" ? 1 : 0;
-    for (const AddressKey& address : ADDRESSES) {
-        ReadText(ini, address.key, address.byDefault, config.multiIpAndPort.*address.field);
-    }
-    for (const EMDQPDataType feed : ALL_FEEDS) {
-        const auto index = static_cast<std::size_t>(feed);
-        const FeedMembers& members = FEED_MEMBERS[index];
-        const FeedDefaults& defaults = FEED_DEFAULTS[index];
-        config.topicID.*members.topicId = ini.ReadInt32(SECTION, FeedKey(feed, "_topic_id").c_str(), defaults.topicId);
-        config.snapTcpPort.*members.snapPort =
+    for (const FeedTraits& feed : FEEDS) {
+        const FeedTraits::Defaults& defaults = feed.defaults;
+        ReadText(ini, FeedKey(feed, "_ip_a").c_str(), defaults.lineA, config.multiIpAndPort.*feed.lineA);
+        ReadText(ini, FeedKey(feed, "_ip_b").c_str(), defaults.lineB, config.multiIpAndPort.*feed.lineB);
+        config.topicID.*feed.topicId = ini.ReadInt32(SECTION, FeedKey(feed, "_topic_id").c_str(), defaults.topicId);
+        config.snapTcpPort.*feed.snapPort =
             ini.ReadUInt16(SECTION, FeedKey(feed, "_snap_port").c_str(), defaults.snapPort);
-        config.maxInstNo.*members.maxInstNo =
+        config.maxInstNo.*feed.maxInstNo =
             ini.ReadInt32(SECTION, FeedKey(feed, "_max_inst_no").c_str(), defaults.maxInstNo);
     }
 }
@@ -133,16 +102,17 @@ void ReadChannels(CIniReader& ini, U50ConfigInfo& config) {
 
 void TellFeeds(const U50ConfigInfo& config) {
     LOADING_LOG(LOG_DEBUG, "enabled_mask[%d]", config.enabled_mask.enabled_mask);
-    for (const AddressKey& address : ADDRESSES) {
-        LOADING_LOG(LOG_DEBUG, "%s[%s]", address.key, (config.multiIpAndPort.*address.field).data());
+    for (const FeedTraits& feed : FEEDS) {
+        LOADING_LOG(LOG_DEBUG, "%s_ip_a[%s]", feed.name, (config.multiIpAndPort.*feed.lineA).data());
+        LOADING_LOG(LOG_DEBUG, "%s_ip_b[%s]", feed.name, (config.multiIpAndPort.*feed.lineB).data());
     }
-    for (const FeedMembers& feed : FEED_MEMBERS) {
+    for (const FeedTraits& feed : FEEDS) {
         LOADING_LOG(LOG_DEBUG, "%s_topic_id[%d]", feed.name, config.topicID.*feed.topicId);
     }
-    for (const FeedMembers& feed : FEED_MEMBERS) {
+    for (const FeedTraits& feed : FEEDS) {
         LOADING_LOG(LOG_DEBUG, "%s_snap_port[%d]", feed.name, config.snapTcpPort.*feed.snapPort);
     }
-    for (const FeedMembers& feed : FEED_MEMBERS) {
+    for (const FeedTraits& feed : FEEDS) {
         LOADING_LOG(LOG_DEBUG, "%s_max_inst_no[%d]", feed.name, config.maxInstNo.*feed.maxInstNo);
     }
 }

@@ -7,10 +7,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/Feed.h"
+#include "common/RegisterMap.h"
 #include "public/clock/Clock.h"
 #include "public/file/ReplacedFile.h"
 #include "public/log/LogLine.h"
-#include "src/RegisterMap.h"
 #include "src/VexaShfeMdApiImpl.h"
 
 std::string CVexaShfeMdApiImpl::s_indexDirectory = "/tmp";
@@ -84,5 +85,5 @@ void CVexaShfeMdApiImpl::_WriteIndexOf(CReplacedFile& file, EMDQPDataType feed2p
     const bool has4ps = HasFeed(m_finishedMask, feed4ps);
     if (!has4ps && !HasFeed(m_finishedMask, feed2ps)) return;
     const EMDQPDataType feed = has4ps ? feed4ps : feed2ps;
-    AddSlots(file, FeedTable(m_u50InstTable, feed), std::min(count, static_cast<uint32_t>(FeedCapacity(feed))));
+    AddSlots(file, FeedTable(m_u50InstTable, feed), std::min(count, static_cast<uint32_t>(TraitsOf(feed).capacity)));
 }

@@ -13,7 +13,7 @@ constexpr std::array<EMDQPDataType, FEED_COUNT> TOPIC_ORDER{INE_2PS, SHFE_2PS, I
 
 bool FeedOfTopic(const U50TopicID& topics, int16_t topicId, EMDQPDataType& feed) {
     for (const EMDQPDataType candidate : TOPIC_ORDER) {
-        if (topics.*FEED_MEMBERS[static_cast<std::size_t>(candidate)].topicId != topicId) continue;
+        if (topics.*TraitsOf(candidate).topicId != topicId) continue;
         feed = candidate;
         return true;
     }
@@ -52,7 +52,7 @@ bool CVexaShfeMdApiImpl::_BindTopic(const snap_t& snap, uint16_t dstport) {
         return false;
     }
     if (!HasFeed(m_u50ConfigInfo.enabled_mask, feed) || HasFeed(m_finishedMask, feed)) return false;
-    m_u50DstPort.*FEED_MEMBERS[static_cast<std::size_t>(feed)].dstPort = dstport;
+    m_u50DstPort.*TraitsOf(feed).dstPort = dstport;
     m_sessions[dstport].init = 1;
     return true;
 }
@@ -60,7 +60,7 @@ bool CVexaShfeMdApiImpl::_BindTopic(const snap_t& snap, uint16_t dstport) {
 bool CVexaShfeMdApiImpl::_FindFeed(uint16_t dstport, EMDQPDataType& feed) const {
     if (dstport == 0) return false;  // 0 stands for a port that is not known
     for (const EMDQPDataType candidate : ALL_FEEDS) {
-        if (m_u50DstPort.*FEED_MEMBERS[static_cast<std::size_t>(candidate)].dstPort != dstport) continue;
+        if (m_u50DstPort.*TraitsOf(candidate).dstPort != dstport) continue;
         feed = candidate;
         return true;
     }
@@ -93,7 +93,7 @@ bool CVexaShfeMdApiImpl::_ProtectInstNo(const EMDQPDataType& refMDQPDataType, in
 
 SInstTableType* CVexaShfeMdApiImpl::_Slot(EMDQPDataType feed, int32_t inst_no) {
     SInstTableType* table = FeedTable(m_u50InstTable, feed);
-    if (table == nullptr || inst_no < 0 || inst_no >= FeedCapacity(feed)) return nullptr;
+    if (table == nullptr || inst_no < 0 || inst_no >= TraitsOf(feed).capacity) return nullptr;
     _MarkSlots(feed, inst_no + 1);  // whoever asks for a slot writes to it
     return table + inst_no;
 }

@@ -59,7 +59,7 @@ void InjectFault(SInstTableType& slot, uint16_t errorCase, uint16_t limitParts) 
     }
 }
 
-void WriteSlot(const CDrvRegEnyx& board, const reg::TablePort& port, int32_t index, const SInstTableType& slot) {
+void WriteSlot(const CDrvRegEnyx& board, const reg::TableRegisters& port, int32_t index, const SInstTableType& slot) {
     uint32_t words[WORDS_PER_SLOT];
     std::memcpy(words, &slot, sizeof words);
     const uint32_t first = static_cast<uint32_t>(index) * WORDS_PER_SLOT;
@@ -80,7 +80,7 @@ int32_t CVexaShfeMdApiImpl::_WriteContractTable(SInstTableType* table, bool enab
         VEXA_LOG(LOG_WARNING, "debug mode error_case:%d", config.error_case);
         InjectFault(slot, config.error_case, config.error_limit_parts);
     }
-    const reg::TablePort port{.writeAddr = writeAddrReg, .writeData = writeDataReg, .readAddr{}, .readData{}};
+    const reg::TableRegisters port{.writeAddr = writeAddrReg, .writeData = writeDataReg, .readAddr{}, .readData{}};
     const SInstTableType empty{};
     for (int32_t index = 0; index < capacity; ++index) {
         if (index >= used) {

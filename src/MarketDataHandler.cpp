@@ -5,20 +5,13 @@
 #include <array>
 #include <cstring>
 
+#include "common/RegisterMap.h"
 #include "public/clock/Clock.h"
 #include "public/log/LogLine.h"
 #include "public/log/RaisedLogLevel.h"
-#include "src/RegisterMap.h"
 #include "src/VexaShfeMdApiImpl.h"
 
 namespace {
-
-// One byte for each group of lines; the groups are treated alike.
-constexpr uint32_t LOST_BITS = 0x80808080U;
-constexpr uint32_t TIME_OUT_BITS = 0x40404040U;
-constexpr uint32_t PRICE_ERROR_BITS = 0x0F0F0F0FU;
-constexpr uint32_t LOST_BITS_3 = 0x0000000FU;
-constexpr uint32_t MEMORY_READY_BIT = 0x00000001U;
 
 /// Minutes of the day, first and last, in which no data is no fault: around the sessions' openings, breaks and ends.
 struct QuietMinutes {
@@ -98,7 +91,7 @@ void CVexaShfeMdApiImpl::_MdClearHandler(const unsigned char*, unsigned int, voi
                     event.event_data0, event.event_data1, event.event_data2);
         return;
     }
-    if (!m_isHBM2InitFinished && (event.event_data2 & MEMORY_READY_BIT) != 0) {
+    if (!m_isHBM2InitFinished && (event.event_data2 & EVENT_MEMORY_READY) != 0) {
         m_isHBM2InitFinished = true;
         HANDLER_LOG(LOG_INFO, "received HBM2 init event, event_data2=%08x", event.event_data2);
         return;
@@ -107,12 +100,12 @@ void CVexaShfeMdApiImpl::_MdClearHandler(const unsigned char*, unsigned int, voi
 }
 
 bool CVexaShfeMdApiImpl::_CheckLostUdpPktHandler(const U50Event& ev) {
-    if ((ev.event_data0 & LOST_BITS) != 0) {
+    if ((ev.event_data0 & EVENT_LOST) != 0) {
         VEXA_LOG(LOG_WARNING, "received lost pkt event, event_data0=%08x", ev.event_data0);
-    } else if ((ev.event_data1 & PRICE_ERROR_BITS) != 0) {
+    } else if ((ev.event_data1 & EVENT_PRICE_ERROR) != 0) {
         VEXA_LOG(LOG_WARNING, "received px error event, event_data1=%08x", ev.event_data1);
-    } else if ((ev.event_data0 & TIME_OUT_BITS) == 0) {
-        if ((ev.event_data3 & LOST_BITS_3) == 0) return false;
+    } else if ((ev.event_data0 & EVENT_TIME_OUT) == 0) {
+        if ((ev.event_data3 & EVENT_LOST_3) == 0) return false;
         VEXA_LOG(LOG_WARNING, "received lost pkt event, event_data3=%08x", ev.event_data3);
     } else if (_IsTimeOutExpected(ev.event_data0)) {
         return false;

@@ -7,17 +7,14 @@
 #include <cstring>
 #include <limits>
 
+#include "common/Feed.h"
 #include "public/log/LogLine.h"
-#include "src/RegisterMap.h"
 #include "src/VexaShfeMdApiImpl.h"
 
 bool CVexaShfeMdApiImpl::shfe_cnt_80_flag = true;
 bool CVexaShfeMdApiImpl::ine_cnt_80_flag = true;
 
 namespace {
-
-constexpr uint64_t SHFE_MAX_CNT_80 = 12800;  // 80 % of 16,000
-constexpr uint64_t INE_MAX_CNT_80 = 3200;    // 80 % of 4,000
 
 // ---- numbers ------------------------------------------------------------------------------------------------------
 
@@ -51,37 +48,20 @@ int32_t DecimalText(const char (&text)[N]) {
 
 // ---- the book -----------------------------------------------------------------------------------------------------
 
-struct Level {
-    int32_t SInstTableType::*price;
-    uint32_t SInstTableType::*volume;
-};
-
-constexpr std::size_t LEVELS = 5;
-constexpr Level BIDS[LEVELS] = {{&SInstTableType::bid1_price, &SInstTableType::bid1_vol},
-                                {&SInstTableType::bid2_price, &SInstTableType::bid2_vol},
-                                {&SInstTableType::bid3_price, &SInstTableType::bid3_vol},
-                                {&SInstTableType::bid4_price, &SInstTableType::bid4_vol},
-                                {&SInstTableType::bid5_price, &SInstTableType::bid5_vol}};
-constexpr Level ASKS[LEVELS] = {{&SInstTableType::ask1_price, &SInstTableType::ask1_vol},
-                                {&SInstTableType::ask2_price, &SInstTableType::ask2_vol},
-                                {&SInstTableType::ask3_price, &SInstTableType::ask3_vol},
-                                {&SInstTableType::ask4_price, &SInstTableType::ask4_vol},
-                                {&SInstTableType::ask5_price, &SInstTableType::ask5_vol}};
-
 void ClearBook(SInstTableType& slot) {
-    for (const auto& side : {BIDS, ASKS}) {
-        for (std::size_t i = 0; i < LEVELS; ++i) {
-            slot.*side[i].price = 0;
-            slot.*side[i].volume = 0;
+    for (const SlotSide& side : SLOT_LEVELS) {
+        for (const SlotLevel& level : side) {
+            slot.*level.price = 0;
+            slot.*level.volume = 0;
         }
     }
 }
 
 /// Overwrites the first level that is empty or not better than `price`; the last one when all are better.
 template <typename IsBetter>
-void PutLevel(SInstTableType& slot, const Level (&side)[LEVELS], int32_t price, uint32_t volume, IsBetter isBetter) {
+void PutLevel(SInstTableType& slot, const SlotSide& side, int32_t price, uint32_t volume, IsBetter isBetter) {
     std::size_t i = 0;
-    while (i < LEVELS - 1 && slot.*side[i].price > 0 && isBetter(int32_t{slot.*side[i].price}, price)) ++i;
+    while (i < side.size() - 1 && slot.*side[i].price > 0 && isBetter(int32_t{slot.*side[i].price}, price)) ++i;
     slot.*side[i].price = price;
     slot.*side[i].volume = volume;
 }
@@ -165,25 +145,21 @@ void CVexaShfeMdApiImpl::_HandleField(EMDQPDataType feed, const field_t& field, 
 
 // Later segments of the connection must no longer reach the table, so its port is forgotten with the feed.
 void CVexaShfeMdApiImpl::_FinishFeed(EMDQPDataType feed, uint16_t dstport) {
-    const auto index = static_cast<std::size_t>(feed);
-    const FeedMembers& members = FEED_MEMBERS[index];
-    const uint64_t count = m_u50InstCount.*members.instCount;
+    const FeedTraits& traits = TraitsOf(feed);
+    const uint64_t count = m_u50InstCount.*traits.instCount;
     m_finishedMask.enabled_mask = static_cast<uint8_t>(m_finishedMask.enabled_mask | FeedBit(feed));
-    m_drvRegEnyx.WriteRegister(reg::FEEDS[index].instCount, static_cast<uint32_t>(count));
+    m_drvRegEnyx.WriteRegister(traits.registers.instCount, static_cast<uint32_t>(count));
     m_sessions[dstport].init = 0;
-    m_u50DstPort.*members.dstPort = 0;
+    m_u50DstPort.*traits.dstPort = 0;
 
 #define PARSE_LOG(level, ...) WriteLogLine((level), LogBaseName(__FILE__), __LINE__, "_ParseMdqp", __VA_ARGS__)
-    PARSE_LOG(LOG_INFO, "%s init finished, total instruments:%lu", members.name, count);
+    PARSE_LOG(LOG_INFO, "%s init finished, total instruments:%lu", traits.name, count);
     const bool isShfe = feed == SHFE_2PS || feed == SHFE_4PS;
     bool& isStillToTell = isShfe ? shfe_cnt_80_flag : ine_cnt_80_flag;
-    if (count <= (isShfe ? SHFE_MAX_CNT_80 : INE_MAX_CNT_80) || !isStillToTell) return;
-    const char* lines = feed == SHFE_2PS || feed == INE_2PS ? "2ps" : "4ps";
-    if (isShfe) {
-        PARSE_LOG(LOG_WARNING, "shfe_inst_cnt_%s is %lu, more than 80%% max cnt.", lines, count);
-    } else {
-        PARSE_LOG(LOG_WARNING, "ine_inst_cnt_%s is %lu, more than 80%% max cnt. ", lines, count);
-    }
+    if (count <= traits.nearlyFull || !isStillToTell) return;
+    // The blank at the end of INE's is older than this library's users.
+    PARSE_LOG(LOG_WARNING, "%s_inst_cnt_%s is %lu, more than 80%% max cnt.%s", traits.exchange, traits.lines, count,
+              isShfe ? "" : " ");
     isStillToTell = false;
 }
 
@@ -191,8 +167,7 @@ int32_t CVexaShfeMdApiImpl::_FieldID0101(inst_info_t& refInstInfo, const EMDQPDa
                                          CVexaShfeMdApiImpl& refShfeMdApiImpl) {
     SInstTableType* slot = refShfeMdApiImpl._Slot(refMDQPDataType, refInstInfo.inst_no);
     if (slot == nullptr) return 0;
-    uint64_t& count =
-        refShfeMdApiImpl.m_u50InstCount.*FEED_MEMBERS[static_cast<std::size_t>(refMDQPDataType)].instCount;
+    uint64_t& count = refShfeMdApiImpl.m_u50InstCount.*TraitsOf(refMDQPDataType).instCount;
     count = std::max(count, static_cast<uint64_t>(refInstInfo.inst_no) + 1);
     slot->price_tick = Hundredths<int32_t>(refInstInfo.price_tick);
     slot->codec_price = Hundredths<int32_t>(refInstInfo.codec_price);
@@ -233,9 +208,11 @@ int32_t CVexaShfeMdApiImpl::_FieldID0103(price_detail_t& refPriceDetail, const E
     const auto volume = static_cast<uint32_t>(refPriceDetail.volume);
     if (flag) ClearBook(*slot);
     if (refPriceDetail.direction == '0') {
-        PutLevel(*slot, BIDS, price, volume, [](int32_t held, int32_t arriving) { return held > arriving; });
+        PutLevel(*slot, SLOT_LEVELS[BIDS], price, volume,
+                 [](int32_t held, int32_t arriving) { return held > arriving; });
     } else if (refPriceDetail.direction == '1') {
-        PutLevel(*slot, ASKS, price, volume, [](int32_t held, int32_t arriving) { return held < arriving; });
+        PutLevel(*slot, SLOT_LEVELS[ASKS], price, volume,
+                 [](int32_t held, int32_t arriving) { return held < arriving; });
     }
     return 0;
 }
@@ -253,7 +230,7 @@ int32_t CVexaShfeMdApiImpl::_FieldID0104(order_statistics_info_t& refOrderStatis
 
 int32_t CVexaShfeMdApiImpl::_FieldID1004(packet_no_t& refPacketNo, const EMDQPDataType& refMDQPDataType,
                                          CVexaShfeMdApiImpl& refShfeMdApiImpl) {
-    refShfeMdApiImpl.m_drvRegEnyx.WriteRegister(reg::FEEDS[static_cast<std::size_t>(refMDQPDataType)].snapshotPacketNo,
+    refShfeMdApiImpl.m_drvRegEnyx.WriteRegister(TraitsOf(refMDQPDataType).registers.snapshotPacketNo,
                                                 static_cast<uint32_t>(refPacketNo.packet_no));
     return 0;
 }

@@ -11,17 +11,17 @@
 
 namespace {
 
-struct BookPrice {
-    const char* name;
-    int32_t SInstTableType::*field;
-};
+using Book = std::array<SlotLevel, 2 * BOOK_LEVELS>;
 
 /// From the highest ask to the lowest bid.
-constexpr BookPrice BOOK[] = {{"ask5", &SInstTableType::ask5_price}, {"ask4", &SInstTableType::ask4_price},
-                              {"ask3", &SInstTableType::ask3_price}, {"ask2", &SInstTableType::ask2_price},
-                              {"ask1", &SInstTableType::ask1_price}, {"bid1", &SInstTableType::bid1_price},
-                              {"bid2", &SInstTableType::bid2_price}, {"bid3", &SInstTableType::bid3_price},
-                              {"bid4", &SInstTableType::bid4_price}, {"bid5", &SInstTableType::bid5_price}};
+constexpr Book FromTheTop() {
+    Book book{};
+    std::copy(SLOT_LEVELS[ASKS].rbegin(), SLOT_LEVELS[ASKS].rend(), book.begin());
+    std::copy(SLOT_LEVELS[BIDS].begin(), SLOT_LEVELS[BIDS].end(), book.begin() + BOOK_LEVELS);
+    return book;
+}
+
+constexpr Book BOOK = FromTheTop();
 
 std::string InstId(const SInstTableType& slot) { return {slot.inst_id, strnlen(slot.inst_id, sizeof slot.inst_id)}; }
 
@@ -30,8 +30,8 @@ std::string InstId(const SInstTableType& slot) { return {slot.inst_id, strnlen(s
 int32_t CVexaShfeMdApiImpl::ShfePriceCheck(CVexaShfeMdApiImpl& api) {
     for (int32_t instNo = 0; instNo < SHFE_INST_CAPACITY; ++instNo) {
         for (const EMDQPDataType feed : ALL_FEEDS) {
-            const uint64_t seen = api.m_u50InstCount.*FEED_MEMBERS[static_cast<std::size_t>(feed)].instCount;
-            const int32_t count = std::min(static_cast<int32_t>(seen), FeedCapacity(feed));
+            const uint64_t seen = api.m_u50InstCount.*TraitsOf(feed).instCount;
+            const int32_t count = std::min(static_cast<int32_t>(seen), TraitsOf(feed).capacity);
             if (instNo >= count) continue;
             const int32_t result = ShfeInstPriceCheck(FeedTable(api.m_u50InstTable, feed), instNo, api);
             if (result != 0) return result;
@@ -46,7 +46,7 @@ int32_t CVexaShfeMdApiImpl::ShfeInstPriceCheck(SInstTableType* table, int32_t in
     if (isShfeTasInst(instId)) return 0;
     std::vector<int> prices;
     prices.reserve(std::size(BOOK));
-    for (const BookPrice& price : BOOK) prices.push_back(slot.*price.field);
+    for (const SlotLevel& level : BOOK) prices.push_back(slot.*level.price);
     int32_t up = slot.upper_limit_price;
     int32_t lower = slot.lower_limit_price;
     const int32_t result = CheckPrice(prices, up, lower);

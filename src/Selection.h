@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/Feed.h"
 #include "common/FpgaStructCommon.h"
-#include "src/Feed.h"
 
 /// Products ("cu") and futures ("cu2612") select by prefix; any other entry is a whole id and selects that instrument,
 /// option or not. Where a channel takes everything, each entry does.

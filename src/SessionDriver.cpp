@@ -8,9 +8,10 @@
 #include <exception>
 #include <span>
 
+#include "common/Feed.h"
+#include "common/RegisterMap.h"
 #include "public/log/LogLine.h"
 #include "public/log/RaisedLogLevel.h"
-#include "src/RegisterMap.h"
 #include "src/VexaShfeMdApiImpl.h"
 
 CVexaShfeMdApiImpl::CVexaShfeMdApiImpl()
@@ -246,5 +247,5 @@ void CVexaShfeMdApiImpl::_MarkSession(uint16_t port) {
 }
 
 void CVexaShfeMdApiImpl::_MarkSlots(EMDQPDataType feed, int32_t usedSlots) {
-    m_dirtySlots[feed] = std::min(std::max(usedSlots, m_dirtySlots[feed]), FeedCapacity(feed));
+    m_dirtySlots[feed] = std::min(std::max(usedSlots, m_dirtySlots[feed]), TraitsOf(feed).capacity);
 }

@@ -6,9 +6,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/Feed.h"
+#include "common/RegisterMap.h"
 #include "public/clock/Clock.h"
 #include "public/log/RaisedLogLevel.h"
-#include "src/RegisterMap.h"
 #include "src/SnapshotFrame.h"
 #include "src/VexaShfeMdApiImpl.h"
 
@@ -17,11 +18,9 @@ namespace {
 /// A first payload must be longer than a message with the snapshot's identification alone.
 constexpr uint32_t FIRST_PAYLOAD_BYTES = 44;
 
-constexpr uint32_t PSEUDO_HEADER_BYTES = 12;
-
 // A header length counts four-bit words, so that an IP header can never be too long for a TCP part behind it.
-static_assert(snapshot_frame::ETHERNET_BYTES + 15 * 4 < TCP_LENGTH_LIMIT);
-static_assert(PSEUDO_HEADER_BYTES + TCP_LENGTH_LIMIT <= DMA_MESSAGE_CAPACITY);
+static_assert(frame_headers::ETHERNET_BYTES + 15 * frame_headers::WORD_BYTES < TCP_LENGTH_LIMIT);
+static_assert(frame_headers::PSEUDO_HEADER_BYTES + TCP_LENGTH_LIMIT <= DMA_MESSAGE_CAPACITY);
 
 /// Only segments hold a frame; an event or an update is no packet that an analyser could read.
 void CaptureMessage(const CWriteShot& capture, const unsigned char* message, uint32_t length) {
@@ -42,8 +41,8 @@ void TellNoTcpMessage(const U50Event& head, int32_t channel) {
 }
 
 bool IsSnapshotPort(const U50SnapTcpPort& ports, uint16_t port) {
-    return std::any_of(FEED_MEMBERS.begin(), FEED_MEMBERS.end(),
-                       [&](const FeedMembers& feed) { return ports.*feed.snapPort == port; });
+    return std::any_of(FEEDS.begin(), FEEDS.end(),
+                       [&](const FeedTraits& feed) { return ports.*feed.snapPort == port; });
 }
 
 bool IsFirstPayload(const SnapshotFrame& frame) {
@@ -60,8 +59,8 @@ void FillChecksumArea(const SnapshotFrame& frame, uint8_t* area) {
     area[9] = frame.protocol;
     area[10] = static_cast<uint8_t>(frame.tcpLength >> 8);
     area[11] = static_cast<uint8_t>(frame.tcpLength);
-    std::memcpy(area + PSEUDO_HEADER_BYTES, frame.tcp, static_cast<std::size_t>(frame.tcpLength));
-    std::memset(area + PSEUDO_HEADER_BYTES + snapshot_frame::TCP_CHECK_OFFSET, 0, sizeof(frame.check));
+    std::memcpy(area + frame_headers::PSEUDO_HEADER_BYTES, frame.tcp, static_cast<std::size_t>(frame.tcpLength));
+    std::memset(area + frame_headers::PSEUDO_HEADER_BYTES + frame_headers::TCP_CHECKSUM, 0, sizeof(frame.check));
 }
 
 }  // namespace
@@ -93,7 +92,7 @@ void CVexaShfeMdApiImpl::_TcpHandler(const unsigned char* data, unsigned int len
 
 // `bytes` lies in a zeroed area that is longer than any header, whatever `length` says.
 void CVexaShfeMdApiImpl::_HandleFrame(const unsigned char* bytes, uint32_t length) {
-    if (bytes[snapshot_frame::IP_PROTOCOL_OFFSET] != snapshot_frame::PROTOCOL_TCP) {
+    if (bytes[frame_headers::ETHERNET_BYTES + frame_headers::IP_PROTOCOL] != frame_headers::PROTOCOL_TCP) {
         m_counters.Add(ECounter::FrameForeign);
         return;
     }
@@ -127,7 +126,8 @@ void CVexaShfeMdApiImpl::_HandleFrame(const unsigned char* bytes, uint32_t lengt
 bool CVexaShfeMdApiImpl::_IsChecksumRight(const SnapshotFrame& frame) {
     uint8_t area[DMA_MESSAGE_CAPACITY];
     FillChecksumArea(frame, area);
-    const uint16_t checksum = TcpCheckSum(area, frame.tcpLength + static_cast<int32_t>(PSEUDO_HEADER_BYTES));
+    const uint16_t checksum =
+        TcpCheckSum(area, frame.tcpLength + static_cast<int32_t>(frame_headers::PSEUDO_HEADER_BYTES));
     if (checksum == frame.check) return true;
     SNAPSHOT_LOG(LOG_ERROR, "TcpCheckSum false, tcp_hdr->check is 0x%x, tcpchecksum is 0x%x", frame.check, checksum);
     m_counters.Add(ECounter::ChecksumWrong);
@@ -170,18 +170,18 @@ bool CVexaShfeMdApiImpl::_FinishSnapshot() {
 
 void CVexaShfeMdApiImpl::_WriteContractTables() {
     for (const EMDQPDataType feed : ALL_FEEDS) {
-        const auto index = static_cast<std::size_t>(feed);
-        const reg::TablePort& port = reg::FEEDS[index].table;
+        const FeedTraits& traits = TraitsOf(feed);
+        const reg::TableRegisters& table = traits.registers.table;
         _WriteContractTable(FeedTable(m_u50InstTable, feed), HasFeed(m_u50ConfigInfo.enabled_mask, feed),
-                            port.writeAddr, port.writeData,
-                            static_cast<int32_t>(m_u50InstCount.*FEED_MEMBERS[index].instCount), FeedCapacity(feed));
+                            table.writeAddr, table.writeData, static_cast<int32_t>(m_u50InstCount.*traits.instCount),
+                            traits.capacity);
     }
 }
 
 // ---- one segment --------------------------------------------------------------------------------------------------
 
 void CVexaShfeMdApiImpl::_HandleSegment(const SnapshotFrame& frame) {
-    constexpr uint8_t RESET = snapshot_frame::FLAG_RST | snapshot_frame::FLAG_ACK;
+    constexpr uint8_t RESET = frame_headers::TCP_RST | frame_headers::TCP_ACK;
     if ((frame.flags & RESET) == RESET) {
         _Cleandata(*this);
         m_counters.Add(ECounter::ResetByPeer);

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "common/FrameHeaders.h"
 #include "public/log/LogLine.h"
 
 /// Lines of the stages that a segment passes through name the handler that it came in by.
@@ -33,14 +34,7 @@ struct SnapshotFrame {
 
 namespace snapshot_frame {
 
-constexpr uint32_t ETHERNET_BYTES = 14;
-constexpr uint32_t IP_BYTES_MIN = 20;
-constexpr uint32_t TCP_BYTES_MIN = 20;
-constexpr uint32_t IP_PROTOCOL_OFFSET = ETHERNET_BYTES + 9;
-constexpr uint32_t TCP_CHECK_OFFSET = 16;
-constexpr uint8_t PROTOCOL_TCP = 6;
-constexpr uint8_t FLAG_RST = 0x04;
-constexpr uint8_t FLAG_ACK = 0x10;
+namespace headers = frame_headers;
 
 /// Headers begin at any offset, so nothing is read but by bytes or copies.
 template <class T>
@@ -55,38 +49,39 @@ inline uint32_t Big32(const uint8_t* bytes) { return (uint32_t{Big16(bytes)} << 
 
 /// All but the payload. False when the headers do not fit what was captured; nothing beyond it is read.
 inline bool ReadHeaders(const uint8_t* bytes, uint32_t length, SnapshotFrame& frame) {
-    if (length < ETHERNET_BYTES + IP_BYTES_MIN) return false;
-    const uint8_t* ip = bytes + ETHERNET_BYTES;
-    const uint32_t ipHeaderBytes = (ip[0] & 0x0FU) * 4;
-    if (ipHeaderBytes < IP_BYTES_MIN || ETHERNET_BYTES + ipHeaderBytes + TCP_BYTES_MIN > length) return false;
+    if (length < headers::ETHERNET_BYTES + headers::IP_BYTES_MIN) return false;
+    const uint8_t* ip = bytes + headers::ETHERNET_BYTES;
+    const uint32_t ipHeaderBytes = (ip[0] & 0x0FU) * headers::WORD_BYTES;
+    if (ipHeaderBytes < headers::IP_BYTES_MIN) return false;
+    if (headers::ETHERNET_BYTES + ipHeaderBytes + headers::TCP_BYTES_MIN > length) return false;
     frame.bytes = bytes;
     frame.length = length;
-    frame.tcpLength = static_cast<int32_t>(Big16(ip + 2)) - static_cast<int32_t>(ipHeaderBytes);
-    frame.protocol = ip[9];
-    frame.ipSrc = Raw<uint32_t>(ip + 12);
-    frame.ipDst = Raw<uint32_t>(ip + 16);
+    frame.tcpLength = static_cast<int32_t>(Big16(ip + headers::IP_TOTAL_LENGTH)) - static_cast<int32_t>(ipHeaderBytes);
+    frame.protocol = ip[headers::IP_PROTOCOL];
+    frame.ipSrc = Raw<uint32_t>(ip + headers::IP_SOURCE);
+    frame.ipDst = Raw<uint32_t>(ip + headers::IP_DESTINATION);
 
     const uint8_t* tcp = ip + ipHeaderBytes;
     frame.tcp = tcp;
-    frame.srcPort = Big16(tcp);
-    frame.dstPort = Big16(tcp + 2);
-    frame.seq = Big32(tcp + 4);
-    frame.flags = tcp[13];
-    frame.check = Raw<uint16_t>(tcp + TCP_CHECK_OFFSET);
+    frame.srcPort = Big16(tcp + headers::TCP_SOURCE);
+    frame.dstPort = Big16(tcp + headers::TCP_DESTINATION);
+    frame.seq = Big32(tcp + headers::TCP_SEQUENCE);
+    frame.flags = tcp[headers::TCP_FLAGS];
+    frame.check = Raw<uint16_t>(tcp + headers::TCP_CHECKSUM);
     return true;
 }
 
 /// Whether the IP header's total length stays within what was captured and leaves room for a TCP header.
 inline bool IsTcpCaptured(const SnapshotFrame& frame) {
     const auto captured = static_cast<int32_t>(frame.length - (frame.tcp - frame.bytes));
-    return frame.tcpLength >= static_cast<int32_t>(TCP_BYTES_MIN) && frame.tcpLength <= captured;
+    return frame.tcpLength >= static_cast<int32_t>(headers::TCP_BYTES_MIN) && frame.tcpLength <= captured;
 }
 
 /// Needs a captured TCP part. False when the TCP header is too short or runs beyond the total length.
 inline bool ReadPayload(SnapshotFrame& frame) {
-    const uint32_t headerBytes = (frame.tcp[12] >> 4U) * 4U;
+    const uint32_t headerBytes = (frame.tcp[headers::TCP_DATA_OFFSET] >> 4U) * headers::WORD_BYTES;
     const auto tcpLength = static_cast<uint32_t>(frame.tcpLength);
-    if (headerBytes < TCP_BYTES_MIN || headerBytes > tcpLength) return false;
+    if (headerBytes < headers::TCP_BYTES_MIN || headerBytes > tcpLength) return false;
     frame.payload = frame.tcp + headerBytes;
     frame.payloadLength = tcpLength - headerBytes;
     return true;

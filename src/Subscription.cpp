@@ -35,10 +35,10 @@ int32_t CVexaShfeMdApiImpl::_ContractSubscribeManager(int32_t channel) {
         ineInstCount = INE_INST_CAPACITY;
     }
     const auto countOf = [&](EMDQPDataType feed) {
-        return static_cast<int32_t>(FeedCapacity(feed) == SHFE_INST_CAPACITY ? shfeInstCount : ineInstCount);
+        return static_cast<int32_t>(TraitsOf(feed).capacity == SHFE_INST_CAPACITY ? shfeInstCount : ineInstCount);
     };
     for (const EMDQPDataType feed : ALL_FEEDS) {
-        const reg::TablePort& port = reg::FEEDS[static_cast<std::size_t>(feed)].table;
+        const reg::TableRegisters& port = TraitsOf(feed).registers.table;
         _ContractUnsubscribe(FeedTable(m_u50InstTable, feed), port.readAddr, port.readData, port.writeAddr,
                              port.writeData, countOf(feed), channel);
     }
@@ -77,7 +77,7 @@ bool CVexaShfeMdApiImpl::_HasPriceError(std::string_view id) const {
 
 void CVexaShfeMdApiImpl::_SubscribeSelected(CSelection& selection, int32_t channel, CInstrumentType& entry) {
     for (const CSelection::Slot& slot : selection.Of({entry.data(), entry.Length()})) {
-        const reg::TablePort& port = reg::FEEDS[static_cast<std::size_t>(slot.feed)].table;
+        const reg::TableRegisters& port = TraitsOf(slot.feed).registers.table;
         _ContractSubscribe(FeedTable(m_u50InstTable, slot.feed), true, port.readAddr, port.readData, port.writeAddr,
                            port.writeData, slot.instNo, channel, entry);
     }
@@ -86,11 +86,11 @@ void CVexaShfeMdApiImpl::_SubscribeSelected(CSelection& selection, int32_t chann
 int32_t CVexaShfeMdApiImpl::_ContractUnsubscribe(SInstTableType* table, uint32_t readAddrReg, uint32_t readDataReg,
                                                  uint32_t writeAddrReg, uint32_t writeDataReg, int32_t count,
                                                  int32_t channel) {
-    const std::optional<EMDQPDataType> feed = FeedOf(m_u50InstTable, table);
+    const std::optional<EMDQPDataType> feed = FeedOfTable(m_u50InstTable, table);
     if (!feed || !IsChannel(channel)) return 0;
-    const reg::TablePort port{writeAddrReg, writeDataReg, readAddrReg, readDataReg};
+    const reg::TableRegisters port{writeAddrReg, writeDataReg, readAddrReg, readDataReg};
     _MarkSlots(*feed, count);
-    for (int32_t i = 0; i < std::min(count, FeedCapacity(*feed)); ++i) {
+    for (int32_t i = 0; i < std::min(count, TraitsOf(*feed).capacity); ++i) {
         const uint32_t first = static_cast<uint32_t>(i) * WORDS_PER_SLOT;
         uint32_t words[WORDS_PER_SLOT];
         std::memcpy(words, &table[i], sizeof words);  // a word that cannot be read stays as it is
@@ -110,14 +110,14 @@ int32_t CVexaShfeMdApiImpl::_ContractUnsubscribe(SInstTableType* table, uint32_t
 int32_t CVexaShfeMdApiImpl::_ContractSubscribe(SInstTableType* table, bool enabled, uint32_t readAddrReg,
                                                uint32_t readDataReg, uint32_t writeAddrReg, uint32_t writeDataReg,
                                                int32_t instNo, int32_t channel, CInstrumentType& entry) {
-    const std::optional<EMDQPDataType> feed = FeedOf(m_u50InstTable, table);
-    if (!enabled || !feed || instNo < 0 || instNo >= FeedCapacity(*feed) || !IsChannel(channel)) return 0;
+    const std::optional<EMDQPDataType> feed = FeedOfTable(m_u50InstTable, table);
+    if (!enabled || !feed || instNo < 0 || instNo >= TraitsOf(*feed).capacity || !IsChannel(channel)) return 0;
     SInstTableType& slot = table[instNo];
     const std::string id(InstId(slot));
     if (!IsSelected(m_u50ConfigInfo.channelInfo[channel], id, {entry.data(), entry.Length()})) return 0;
     if (_HasPriceError(id)) return 0;
 
-    const reg::TablePort port{writeAddrReg, writeDataReg, readAddrReg, readDataReg};
+    const reg::TableRegisters port{writeAddrReg, writeDataReg, readAddrReg, readDataReg};
     const uint32_t word = static_cast<uint32_t>(instNo) * WORDS_PER_SLOT;
     uint32_t config = slot.config;
     board_table::ReadWord(m_drvRegEnyx, port, word, config);

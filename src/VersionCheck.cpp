@@ -1,14 +1,14 @@
 // Do firmware and library fit? The library tells the board its version and holds the board's against the oldest that it
 // can work with; the board has the last word. Runs on the receiving thread, once per full start-up.
-#include "src/Version.h"
+#include "common/Version.h"
 
 #include <cstdarg>
 #include <cstdio>
 #include <map>
 #include <string>
 
+#include "common/RegisterMap.h"
 #include "public/log/LogLine.h"
-#include "src/RegisterMap.h"
 #include "src/VexaShfeMdApiImpl.h"
 
 namespace {
@@ -24,16 +24,6 @@ __attribute__((format(printf, 2, 3))) const char* Keep(std::vector<std::string>&
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     return lines.emplace_back(text).c_str();
-}
-
-/// The first number of the text becomes the lowest byte; each is read as hexadecimal, so that "33" is 0x33.
-uint32_t PackVersion(const char* text) {
-    unsigned int part[4] = {};
-    // NOLINTNEXTLINE(cert-err34-c): the text is a constant of this library
-    std::sscanf(text, "%x.%x.%x.%x", &part[0], &part[1], &part[2], &part[3]);
-    uint32_t word{};
-    for (int i = 3; i >= 0; --i) word = (word << 8) | (part[i] & 0xFFU);
-    return word;
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <new>
 
+#include "common/Version.h"
 #include "public/log/LogLine.h"
-#include "src/Version.h"
 #include "src/VexaShfeMdApiImpl.h"
 
 // A build with SOURCE_DATE_EPOCH set carries that time, so that it can be reproduced byte for byte.

@@ -11,7 +11,9 @@
 #include <string_view>
 #include <vector>
 
+#include "common/Feed.h"
 #include "common/FpgaStructCommon.h"
+#include "common/Mdqp.h"
 #include "interface/VexaShfeMdApi.h"
 #include "public/crc32/Crc32.h"
 #include "public/reg/DriveRegEnyx.h"
@@ -20,8 +22,6 @@
 #include "public/write_shot/write_shot.h"
 #include "src/CarryOverOwners.h"
 #include "src/Counters.h"
-#include "src/Feed.h"
-#include "src/Mdqp.h"
 #include "src/TcpSession.h"
 
 class CReplacedFile;

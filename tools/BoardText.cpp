@@ -9,11 +9,11 @@
 #include <optional>
 #include <stdexcept>
 
+#include "common/Feed.h"
+#include "common/RegisterMap.h"
 #include "public/clock/Clock.h"
 #include "software_board/BoardTables.h"
 #include "software_board/RegisterFile.h"
-#include "src/Feed.h"
-#include "src/RegisterMap.h"
 #include "tools/RegisterNames.h"
 
 namespace {
@@ -60,7 +60,7 @@ void PrintChannels(const SharedBoard& board) {
 void PrintFeeds(const SharedBoard& board) {
     std::printf("\n%-8s %12s %12s  %s\n", "feed", "instruments", "packets", "last update");
     for (std::size_t feed = 0; feed < FEED_COUNT; ++feed) {
-        std::printf("%-8s %12u %12llu  %s\n", FEED_MEMBERS[feed].name, Load(board.instruments[feed]),
+        std::printf("%-8s %12u %12llu  %s\n", FEEDS[feed].name, Load(board.instruments[feed]),
                     static_cast<Count>(Load(board.memory.registers.packets[feed])),
                     LocalTimeText(Load(board.memory.registers.lastUpdate[feed])).c_str());
     }
@@ -208,7 +208,7 @@ void PrintTable(const SharedBoard& board, EMDQPDataType feed, const std::string&
     std::printf("%6s  %-15s %9s %12s %12s %8s %12s %8s  %s\n", "number", "id", "change", "last", "bid", "volume", "ask",
                 "volume", "channels");
     bool isFound = false;
-    for (int32_t instNo = 0; instNo < FeedCapacity(feed); ++instNo) {
+    for (int32_t instNo = 0; instNo < TraitsOf(feed).capacity; ++instNo) {
         const SInstTableType slot =
             software_board::board_tables::CopyOf(software_board::board_tables::Slot(board.memory, feed, instNo));
         if (slot.inst_id[0] == '\0' || (!instrument.empty() && PrintableId(slot) != instrument)) continue;

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/Version.h"
 #include "exchange/Faults.h"
-#include "src/Version.h"
 #include "tools/Main.h"
 
 namespace {

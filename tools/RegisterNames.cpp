@@ -4,8 +4,9 @@
 #include <charconv>
 #include <string_view>
 
+#include "common/Feed.h"
+#include "common/RegisterMap.h"
 #include "software_board/BoardMemory.h"
-#include "src/RegisterMap.h"
 
 namespace {
 
@@ -81,7 +82,7 @@ void AddSessions(std::vector<NamedRegister>& names) {
 
 void AddFeeds(std::vector<NamedRegister>& names) {
     for (std::size_t feed = 0; feed < FEED_COUNT; ++feed) {
-        const reg::FeedRegisters& registers = reg::FEEDS[feed];
+        const FeedTraits::Registers& registers = FEEDS[feed].registers;
         const std::string prefix = std::string(FEED_NAMES[feed]) + "_";
         names.push_back({registers.snapshotPacketNo, prefix + "SNAPSHOT_PACKET_NO"});
         names.push_back({registers.lineA.ip, prefix + "LINE_A_IP"});

@@ -2,7 +2,8 @@
 
 #include <cstdio>
 
-#include "src/RegisterMap.h"
+#include "common/Feed.h"
+#include "common/RegisterMap.h"
 #include "tools/DemoClock.h"
 #include "tools/Terminal.h"
 
@@ -31,7 +32,7 @@ void StartUpProgress::OnWrite(uint32_t index, uint32_t value) {
             return Enter(MEMORY);
         case reg::SNAPSHOT_CONTROL: return Enter(value == reg::SNAPSHOT_OPEN ? SNAPSHOT : TABLES);
         case reg::SOFTWARE_VERSION: return Enter(VERSION);
-        case reg::FEEDS[SHFE_2PS].table.readAddr:
+        case TraitsOf(SHFE_2PS).registers.table.readAddr:
             if (m_phase == VERSION) Enter(SUBSCRIPTION);
             return;
         case reg::LOGICAL_START_4PS: ++m_engineStarts; return Enter(LIVE);

@@ -101,11 +101,12 @@ BoardSetup ReadBoardSetup(const DemoOptions& demo, const std::string& config) {
     BoardSetup setup;
     setup.bus = static_cast<uint16_t>(bus);
     setup.options.updatesPerSecond = demo.rate;
-    setup.options.shfeSnapPort = ini.ReadUInt16("config", "shfe2ps_snap_port", 33022);
-    setup.options.ineSnapPort = ini.ReadUInt16("config", "ine2ps_snap_port", 33022);
+    setup.options.shfeSnapPort = ini.ReadUInt16("config", "shfe2ps_snap_port", setup.options.shfeSnapPort);
+    setup.options.ineSnapPort = ini.ReadUInt16("config", "ine2ps_snap_port", setup.options.ineSnapPort);
     setup.options.exchange.seed = demo.seed;
-    setup.options.exchange.shfeTopicId = ini.ReadInt32("config", "shfe2ps_topic_id", 1000);
-    setup.options.exchange.ineTopicId = ini.ReadInt32("config", "ine2ps_topic_id", 5000);
+    setup.options.exchange.shfeTopicId =
+        ini.ReadInt32("config", "shfe2ps_topic_id", setup.options.exchange.shfeTopicId);
+    setup.options.exchange.ineTopicId = ini.ReadInt32("config", "ine2ps_topic_id", setup.options.exchange.ineTopicId);
     std::string error;
     if (!exchange::ParseFaults(demo.faults, setup.options.faults, error)) throw std::runtime_error(error);
     return setup;

@@ -26,4 +26,8 @@ __attribute__((format(printf, 5, 6))) inline void WriteLogLine(ELOGLEVEL level, 
     log.WriteLog(level, "[%s:%d][%s]%s", file, line, function, text);
 }
 
-#define VEXA_LOG(level, ...) WriteLogLine((level), LogBaseName(__FILE__), __LINE__, __func__, __VA_ARGS__)
+#define VEXA_LOG(level, ...) VEXA_LOG_AS(__func__, level, __VA_ARGS__)
+
+/// For the parts of an operation: their lines name the operation, whichever function they stand in.
+#define VEXA_LOG_AS(operation, level, ...) \
+    WriteLogLine((level), LogBaseName(__FILE__), __LINE__, (operation), __VA_ARGS__)

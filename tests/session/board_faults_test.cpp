@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "src/RegisterMap.h"
+#include "common/RegisterMap.h"
 #include "tests/support/SessionWorld.h"
 
 using testing::IsEmpty;

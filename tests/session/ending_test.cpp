@@ -6,7 +6,7 @@
 #include <csignal>
 #include <string>
 
-#include "src/RegisterMap.h"
+#include "common/RegisterMap.h"
 #include "tests/support/SessionWorld.h"
 
 using testing::AllOf;

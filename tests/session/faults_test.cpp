@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "src/RegisterMap.h"
+#include "common/RegisterMap.h"
 #include "tests/support/SessionWorld.h"
 
 using testing::IsEmpty;

@@ -5,8 +5,8 @@
 #include <map>
 #include <vector>
 
+#include "common/Mdqp.h"
 #include "exchange/SnapshotConnection.h"
-#include "src/Mdqp.h"
 #include "tests/support/FaultSet.h"
 
 namespace exchange {

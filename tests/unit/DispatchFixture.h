@@ -76,5 +76,5 @@ protected:
             .Bytes();
     }
 
-    static constexpr std::size_t CHECK_OFFSET = 14 + 20 + snapshot_frame::TCP_CHECK_OFFSET;
+    static constexpr std::size_t CHECK_OFFSET = 14 + 20 + 16;
 };

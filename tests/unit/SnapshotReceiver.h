@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "common/Mdqp.h"
 #include "exchange/Exchange.h"
-#include "src/Mdqp.h"
 #include "tests/support/FaultSet.h"
 
 namespace exchange {

@@ -7,8 +7,8 @@
 #include <csignal>
 #include <string>
 
+#include "common/RegisterMap.h"
 #include "public/log/LogLine.h"
-#include "src/RegisterMap.h"
 #include "tests/support/IniText.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"

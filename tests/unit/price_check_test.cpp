@@ -39,7 +39,7 @@ protected:
         slot.bid3_price = book[7];
         slot.bid4_price = book[8];
         slot.bid5_price = book[9];
-        uint64_t& count = api->m_u50InstCount.*FEED_MEMBERS[static_cast<std::size_t>(feed)].instCount;
+        uint64_t& count = api->m_u50InstCount.*TraitsOf(feed).instCount;
         count = std::max(count, static_cast<uint64_t>(instNo) + 1);
     }
     int32_t CheckAll() { return TestableApi::ShfePriceCheck(*api); }

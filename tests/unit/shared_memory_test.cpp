@@ -19,9 +19,9 @@
 #include <string>
 #include <thread>
 
+#include "common/RegisterMap.h"
 #include "software_board/BoardServer.h"
 #include "software_board/SharedClient.h"
-#include "src/RegisterMap.h"
 
 namespace software_board {
 namespace {

@@ -6,8 +6,9 @@
 #include <utility>
 #include <vector>
 
+#include "common/Feed.h"
+#include "common/RegisterMap.h"
 #include "software_board/SoftwareBoard.h"
-#include "src/RegisterMap.h"
 #include "tests/support/VirtualClock.h"
 
 using software_board::BoardOptions;
@@ -40,11 +41,11 @@ protected:
         return static_cast<int>(
             std::count_if(messages.begin(), messages.end(), [=](const Message& one) { return TypeOf(one) == type; }));
     }
-    void WriteWord(const reg::TablePort& port, uint32_t word, uint32_t value) {
+    void WriteWord(const reg::TableRegisters& port, uint32_t word, uint32_t value) {
         board.Write(port.writeData, value);
         board.Write(port.writeAddr, word);
     }
-    uint32_t ReadWord(const reg::TablePort& port, uint32_t word) {
+    uint32_t ReadWord(const reg::TableRegisters& port, uint32_t word) {
         board.Write(port.readAddr, word);
         return board.Read(port.readData);
     }
@@ -70,7 +71,8 @@ protected:
         uint32_t words[WORDS_PER_SLOT];
         std::memcpy(words, &slot, sizeof words);
         for (uint32_t word = 0; word < WORDS_PER_SLOT; ++word) {
-            WriteWord(reg::FEEDS[feed].table, static_cast<uint32_t>(instNo) * WORDS_PER_SLOT + word, words[word]);
+            WriteWord(TraitsOf(feed).registers.table, static_cast<uint32_t>(instNo) * WORDS_PER_SLOT + word,
+                      words[word]);
         }
     }
     /// As the host does it, without a group, so that no snapshot is sent.
@@ -106,7 +108,7 @@ protected:
     software_board::SoftwareBoard board;
 };
 
-const reg::TablePort& TABLE = reg::FEEDS[INE_4PS].table;
+const reg::TableRegisters& TABLE = TraitsOf(INE_4PS).registers.table;
 
 TEST_F(SoftwareBoard, PlainRegistersKeepWhatWasWritten) {
     board.Write(reg::TARGET_ROUTE, 7);
@@ -143,7 +145,7 @@ TEST_F(SoftwareBoard, TableWordsAreWrittenAndReadInTwoSteps) {
     WriteWord(TABLE, 65, 0xABCD);
     EXPECT_EQ(ReadWord(TABLE, 65), 0xABCDU);
     EXPECT_EQ(board.Slot(INE_4PS, 1).price_tick, 0xABCD);
-    EXPECT_EQ(ReadWord(reg::FEEDS[INE_2PS].table, 65), 0U);
+    EXPECT_EQ(ReadWord(TraitsOf(INE_2PS).registers.table, 65), 0U);
 }
 
 TEST_F(SoftwareBoard, WordsBeyondTheTableAreIgnored) {

@@ -1,10 +1,8 @@
-/// Every register that the library reads or writes, as an index of 32-bit registers. No bare index stands elsewhere.
+/// Every register that the library reads or writes and that is no single feed's (common/Feed.h), as an index of 32-bit
+/// registers. No bare index stands elsewhere.
 #pragma once
 
-#include <array>
 #include <cstdint>
-
-#include "common/FpgaStructCommon.h"
 
 namespace reg {
 
@@ -83,7 +81,7 @@ constexpr uint32_t PORT_CLOSE_DATA = 1;
 constexpr uint32_t PORT_CLOSE_ADDRESS = 0xFFFFFFFFU;
 
 /// One instrument table as seen through its four registers.
-struct TablePort {
+struct TableRegisters {
     uint32_t writeAddr;
     uint32_t writeData;
     uint32_t readAddr;
@@ -95,47 +93,5 @@ struct GroupRegisters {
     uint32_t ip;
     uint32_t port;
 };
-
-/// All that differs between the feeds; in the order of EMDQPDataType.
-struct FeedRegisters {
-    TablePort table;
-    int32_t capacity;  ///< slots
-    uint32_t instCount;
-    uint32_t snapshotPacketNo;
-    uint32_t maxInstNo;
-    GroupRegisters lineA;
-    GroupRegisters lineB;
-};
-
-constexpr std::array<FeedRegisters, FEED_COUNT> FEEDS{{
-    {{0x11000, 0x11001, 0x11002, 0x11003},
-     SHFE_INST_CAPACITY,
-     SHFE_INST_COUNT,
-     0x11110,
-     SHFE_2PS_MAX_INST_NO,
-     {0x11100, 0x11102},
-     {0x11104, 0x11106}},
-    {{0x21000, 0x21001, 0x21002, 0x21003},
-     SHFE_INST_CAPACITY,
-     SHFE_INST_COUNT,
-     0x21110,
-     SHFE_4PS_MAX_INST_NO,
-     {0x21100, 0x21102},
-     {0x21104, 0x21106}},
-    {{0x11004, 0x11005, 0x11006, 0x11007},
-     INE_INST_CAPACITY,
-     INE_INST_COUNT,
-     0x11111,
-     INE_2PS_MAX_INST_NO,
-     {0x11101, 0x11103},
-     {0x11105, 0x11107}},
-    {{0x21004, 0x21005, 0x21006, 0x21007},
-     INE_INST_CAPACITY,
-     INE_INST_COUNT,
-     0x21111,
-     INE_4PS_MAX_INST_NO,
-     {0x21101, 0x21103},
-     {0x21105, 0x21107}},
-}};
 
 }  // namespace reg

@@ -11,11 +11,10 @@
 
 struct FeedTraits {
     EMDQPDataType feed;
-    const char* name;      ///< its keys begin with it
-    const char* exchange;  ///< of its log lines
-    const char* lines;     ///< of its log lines
-    int32_t capacity;      ///< slots of its instrument table
-    uint64_t nearlyFull;   ///< instruments beyond which the table is told to fill up
+    const char* name;     ///< its keys begin with it
+    const char* lines;    ///< of its log lines
+    int32_t capacity;     ///< slots of its instrument table
+    uint64_t nearlyFull;  ///< instruments beyond which the table is told to fill up
 
     // Where the records keep what is the feed's.
     CAddressType U50MultiIpAndPort::*lineA;
@@ -48,7 +47,6 @@ struct FeedTraits {
 inline constexpr std::array<FeedTraits, FEED_COUNT> FEEDS{{
     {.feed = SHFE_2PS,
      .name = "shfe2ps",
-     .exchange = "shfe",
      .lines = "2ps",
      .capacity = SHFE_INST_CAPACITY,
      .nearlyFull = 12800,
@@ -68,7 +66,6 @@ inline constexpr std::array<FeedTraits, FEED_COUNT> FEEDS{{
                    .lineB = {0x11104, 0x11106}}},
     {.feed = SHFE_4PS,
      .name = "shfe4ps",
-     .exchange = "shfe",
      .lines = "4ps",
      .capacity = SHFE_INST_CAPACITY,
      .nearlyFull = 12800,
@@ -88,7 +85,6 @@ inline constexpr std::array<FeedTraits, FEED_COUNT> FEEDS{{
                    .lineB = {0x21104, 0x21106}}},
     {.feed = INE_2PS,
      .name = "ine2ps",
-     .exchange = "ine",
      .lines = "2ps",
      .capacity = INE_INST_CAPACITY,
      .nearlyFull = 3200,
@@ -108,7 +104,6 @@ inline constexpr std::array<FeedTraits, FEED_COUNT> FEEDS{{
                    .lineB = {0x11105, 0x11107}}},
     {.feed = INE_4PS,
      .name = "ine4ps",
-     .exchange = "ine",
      .lines = "4ps",
      .capacity = INE_INST_CAPACITY,
      .nearlyFull = 3200,

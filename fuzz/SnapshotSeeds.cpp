@@ -11,7 +11,7 @@
 #include "fuzz/SeedWriter.h"
 #include "fuzz/SnapshotScript.h"
 #include "fuzz/SnapshotStream.h"
-#include "src/SnapshotFrame.h"
+#include "src/snapshot/SnapshotFrame.h"
 
 namespace fuzz {
 namespace {

@@ -1,5 +1,5 @@
-// The rules of fuzz_snapshot. Counters are compared before and after each DMA message; decoding is looked at where the
-// reassembly hands a message on (the linker leads that call through here).
+// The rules of fuzz_snapshot. Counters are compared before and after each DMA message, and before and after each
+// message that the reassembly hands on.
 #include "fuzz/SnapshotWatch.h"
 
 #include <algorithm>
@@ -7,12 +7,10 @@
 
 #include "fuzz/FuzzBoard.h"
 #include "fuzz/Oracle.h"
-#include "src/SnapshotFrame.h"
+#include "src/snapshot/SnapshotFrame.h"
 
 namespace fuzz {
 namespace {
-
-SnapshotWatch* g_watch = nullptr;
 
 constexpr uint32_t CARRY_OVER_BUFFERS = 512;
 constexpr uint32_t EARLY_SEGMENTS = 2000;
@@ -38,27 +36,30 @@ constexpr ECounter FILTER[] = {ECounter::MessageTooLong, ECounter::FrameMalforme
 
 }  // namespace
 
-SnapshotWatch::SnapshotWatch(TestableApi& api) : m_api(api) {
+SnapshotWatch::SnapshotWatch(SnapshotReceiver& receiver) : m_receiver(receiver) {
     for (std::size_t i = 0; i < streams.size(); ++i) streams[i].port = static_cast<uint16_t>(FIRST_PORT + i);
-    g_watch = this;
+    receiver.watch = this;
 }
 
-SnapshotWatch::~SnapshotWatch() { g_watch = nullptr; }
-
-SnapshotWatch* SnapshotWatch::Current() { return g_watch; }
+SnapshotWatch::~SnapshotWatch() { m_receiver.watch = nullptr; }
 
 SnapshotWatch::State SnapshotWatch::Look(uint16_t port) const {
-    return {m_api.m_counters, m_api.m_earlySegmentCount, m_api.m_sessions[port]};
+    return {m_receiver.state.counters, m_receiver.reassembly.EarlySegments(), m_receiver.state.sessions[port]};
 }
 
 uint64_t SnapshotWatch::Moved(const State& before, ECounter counter) const {
-    return m_api.m_counters[counter] - before.counters[counter];
+    return m_receiver.state.counters[counter] - before.counters[counter];
 }
 
 void SnapshotWatch::Hand(const std::vector<uint8_t>& message) {
-    Board::Hand(message, TestableApi::_TcpHandler, &m_api);
-    FUZZ_REQUIRE(m_api.m_carryOverOwners.Count() <= CARRY_OVER_BUFFERS);
-    FUZZ_REQUIRE(m_api.m_earlySegmentCount <= EARLY_SEGMENTS);
+    Board::Hand(
+        message,
+        [](const unsigned char* data, unsigned int length, void* phase) {
+            static_cast<CSnapshotPhase*>(phase)->Take(data, length);
+        },
+        &m_receiver.phase);
+    FUZZ_REQUIRE(m_receiver.reassembly.CarryOverBuffers() <= CARRY_OVER_BUFFERS);
+    FUZZ_REQUIRE(m_receiver.reassembly.EarlySegments() <= EARLY_SEGMENTS);
 }
 
 bool SnapshotWatch::WasStoppedByFilter(const State& before) const {
@@ -79,11 +80,11 @@ void SnapshotWatch::Send(Stream& stream, std::size_t begin, std::size_t end, EWr
     if (Moved(before, ECounter::SegmentRefused) > 0) stream.isFollowed = false;
     if (isStopped) {
         RequireOneCount(before, wrong);
-    } else if (wrong != EWrong::OddIpHeader && m_api.m_u50ConfigInfo.enabled_mask.enabled_mask != 0) {
+    } else if (wrong != EWrong::OddIpHeader && m_receiver.state.config.enabled_mask.enabled_mask != 0) {
         FUZZ_REQUIRE(!WasStoppedByFilter(before));
         if (wrong == EWrong::Reset) {
             FUZZ_REQUIRE(Moved(before, ECounter::ResetByPeer) + Moved(before, ECounter::PriceCheckFailed) == 1);
-            FUZZ_REQUIRE(m_api.m_dirtySessionCount == 0);
+            FUZZ_REQUIRE(m_receiver.reassembly.TouchedSessions() == 0);
         } else if (wrong != EWrong::OtherHost) {
             RequireBalance(before, stream, begin, end);
         }
@@ -101,7 +102,7 @@ void SnapshotWatch::SendStranger(const std::vector<uint8_t>& message) {
 // What is no message is dropped, a connection's first segment is stepped through by its first message, and a tail
 // shorter than a header is kept wrongly: none is followed. What begins a connection anew is where following begins.
 void SnapshotWatch::Follow(Stream& stream, std::size_t begin, std::size_t end, EWrong wrong) {
-    const tcp_session_t& session = m_api.m_sessions[stream.port];
+    const tcp_session_t& session = m_receiver.state.sessions[stream.port];
     if (session.init != 1) {
         stream.at = begin;
         const std::size_t first = stream.MessageAt(begin);
@@ -121,7 +122,7 @@ void SnapshotWatch::RequireOneCount(const State& before, EWrong wrong) const {
         const auto counter = static_cast<ECounter>(i);
         FUZZ_REQUIRE(Moved(before, counter) == (counter == stop ? 1 : 0));
     }
-    FUZZ_REQUIRE(m_api.m_earlySegmentCount == before.early);
+    FUZZ_REQUIRE(m_receiver.reassembly.EarlySegments() == before.early);
 }
 
 // Every sound segment is taken in order, kept, or counted.
@@ -132,11 +133,11 @@ void SnapshotWatch::RequireBalance(const State& before, const Stream& stream, st
     const uint64_t otherHost = Moved(before, ECounter::SegmentOtherHost);
     const uint64_t repeated = Moved(before, ECounter::SegmentRepeated);
     const uint64_t dropped = Moved(before, ECounter::SegmentEarlyDropped) + Moved(before, ECounter::EarlyOverflow);
-    const uint32_t early = m_api.m_earlySegmentCount;
+    const uint32_t early = m_receiver.reassembly.EarlySegments();
     const tcp_session_t& session = before.session;
     if (session.init != 1) {
         FUZZ_REQUIRE(refused <= 1 && otherHost + repeated + dropped == 0);
-        if (refused == 1 && end == begin) FUZZ_REQUIRE(m_api.m_sessions[stream.port].init == 0);
+        if (refused == 1 && end == begin) FUZZ_REQUIRE(m_receiver.state.sessions[stream.port].init == 0);
         return;
     }
     FUZZ_REQUIRE(refused == 0);
@@ -159,7 +160,7 @@ void SnapshotWatch::RequireBalance(const State& before, const Stream& stream, st
 
 // Of a connection that is followed every byte so far was decoded or lies in the carry-over.
 void SnapshotWatch::RequireWhereabouts(const Stream& stream) const {
-    const tcp_session_t& session = m_api.m_sessions[stream.port];
+    const tcp_session_t& session = m_receiver.state.sessions[stream.port];
     if (!stream.isFollowed || session.init != 1) return;
     const uint32_t kept = session.frag_buf_offset;
     FUZZ_REQUIRE((session.frag_flag == 1) == (kept > 0));
@@ -169,16 +170,16 @@ void SnapshotWatch::RequireWhereabouts(const Stream& stream) const {
 }
 
 void SnapshotWatch::Clear() {
-    TestableApi::_Cleandata(m_api);
-    FUZZ_REQUIRE(m_api.m_earlySegmentCount == 0);
-    FUZZ_REQUIRE(m_api.m_carryOverOwners.Count() == 0);
-    FUZZ_REQUIRE(m_api.m_dirtySessionCount == 0);
+    m_receiver.phase.Clear();
+    FUZZ_REQUIRE(m_receiver.reassembly.EarlySegments() == 0);
+    FUZZ_REQUIRE(m_receiver.reassembly.CarryOverBuffers() == 0);
+    FUZZ_REQUIRE(m_receiver.reassembly.TouchedSessions() == 0);
     for (const Stream& stream : streams) {
         const tcp_session_t empty{};
-        FUZZ_REQUIRE(std::memcmp(&m_api.m_sessions[stream.port], &empty, sizeof empty) == 0);
+        FUZZ_REQUIRE(std::memcmp(&m_receiver.state.sessions[stream.port], &empty, sizeof empty) == 0);
     }
     static const U50InstTable EMPTY{};
-    FUZZ_REQUIRE(std::memcmp(&m_api.m_u50InstTable, &EMPTY, sizeof EMPTY) == 0);
+    FUZZ_REQUIRE(std::memcmp(&m_receiver.state.tables, &EMPTY, sizeof EMPTY) == 0);
 }
 
 // ---- a message ------------------------------------------------------------------------------------------------------
@@ -190,9 +191,8 @@ struct SnapshotWatch::FieldCounts {
 };
 
 /// Walks the message plainly: whose record does not fit, whose number has no slot, who is unknown.
-SnapshotWatch::FieldCounts SnapshotWatch::CountFields(const mdqp_t& message, EMDQPDataType feed) const {
-    const auto* bytes = reinterpret_cast<const uint8_t*>(&message);
-    const std::size_t length = message.length;
+SnapshotWatch::FieldCounts SnapshotWatch::CountFields(const uint8_t* bytes, EMDQPDataType feed) const {
+    const std::size_t length = MdqpBytes(bytes) - sizeof(mdqp_t);
     const int32_t slots = feed == SHFE_2PS || feed == SHFE_4PS ? SHFE_INST_CAPACITY : INE_INST_CAPACITY;
     FieldCounts counts;
     for (std::size_t at = 8; at < length;) {
@@ -225,32 +225,36 @@ SnapshotWatch::FieldCounts SnapshotWatch::CountFields(const mdqp_t& message, EMD
     return counts;
 }
 
-extern "C" int32_t __real__ZN18CVexaShfeMdApiImpl10_ParseMdqpEP6mdqp_ttRS_(mdqp_t*, uint16_t, CVexaShfeMdApiImpl&);
-
-int32_t SnapshotWatch::Decode(mdqp_t* message, uint16_t dstPort) {
-    const std::size_t index = std::size_t{dstPort} - FIRST_PORT;
+bool SnapshotWatch::Decode(const uint8_t* message, uint32_t arrived, uint16_t port, const tcp_session_t& session) {
+    const uint32_t size = MdqpBytes(message);
+    EMDQPDataType feed{};
+    const bool isOfFeed = m_receiver.store.Find(port, feed);
+    const State before = Look(port);
+    if (isOfFeed && size > arrived) {
+        FUZZ_REQUIRE(!m_receiver.feeds.OnMessage(message, arrived, port, session));
+        FUZZ_REQUIRE(Moved(before, ECounter::FieldMalformed) == 1);
+        return false;
+    }
+    const std::size_t index = std::size_t{port} - FIRST_PORT;
     if (index < streams.size() && streams[index].isFollowed) {
         Stream& stream = streams[index];
-        const std::size_t size = sizeof(mdqp_t) + message->length;
         FUZZ_REQUIRE(stream.at + size <= stream.bytes.size());
         FUZZ_REQUIRE(std::memcmp(message, stream.bytes.data() + stream.at, size) == 0);
         stream.at += size;
     }
-    EMDQPDataType feed{};
-    const bool isOfFeed = m_api._FindFeed(dstPort, feed);
-    const FieldCounts expected = isOfFeed ? CountFields(*message, feed) : FieldCounts{};
-    const State before = Look(dstPort);
-    const int32_t result = __real__ZN18CVexaShfeMdApiImpl10_ParseMdqpEP6mdqp_ttRS_(message, dstPort, m_api);
+    const FieldCounts expected = isOfFeed ? CountFields(message, feed) : FieldCounts{};
+    const bool isLast = m_receiver.feeds.OnMessage(message, arrived, port, session);
+    FUZZ_REQUIRE(isLast == (isOfFeed && message[0] == mdqp::FLAG_LAST));
     FUZZ_REQUIRE(Moved(before, ECounter::MessageOfNoFeed) == (isOfFeed ? 0 : 1));
     FUZZ_REQUIRE(Moved(before, ECounter::FieldMalformed) == expected.malformed);
     FUZZ_REQUIRE(Moved(before, ECounter::FieldUnknown) == expected.unknown);
     FUZZ_REQUIRE(Moved(before, ECounter::InstNoOutOfRange) == expected.outOfRange);
-    return result;
+    return isLast;
+}
+
+bool SnapshotReceiver::OnMessage(const uint8_t* message, uint32_t arrived, uint16_t port,
+                                 const tcp_session_t& session) {
+    return watch->Decode(message, arrived, port, session);
 }
 
 }  // namespace fuzz
-
-extern "C" int32_t __wrap__ZN18CVexaShfeMdApiImpl10_ParseMdqpEP6mdqp_ttRS_(mdqp_t* message, uint16_t dstPort,
-                                                                           CVexaShfeMdApiImpl&) {
-    return fuzz::SnapshotWatch::Current()->Decode(message, dstPort);
-}

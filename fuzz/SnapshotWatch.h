@@ -6,13 +6,36 @@
 #include <cstdint>
 
 #include "fuzz/SnapshotStream.h"
-#include "tests/support/TestableApi.h"
+#include "src/board/RegisterWriter.h"
+#include "src/snapshot/FeedIdentification.h"
+#include "src/snapshot/SnapshotPhase.h"
+#include "tests/support/SnapshotState.h"
 
 namespace fuzz {
 
+class SnapshotWatch;
+
+/// The snapshot phase with all that it works on. What the reassembly hands on goes past a watch.
+struct SnapshotReceiver final : IStreamHandler {
+    Identity OnConnection(const uint8_t* payload, uint32_t length, uint16_t port) override {
+        return feeds.OnConnection(payload, length, port);
+    }
+    bool OnMessage(const uint8_t* message, uint32_t arrived, uint16_t port, const tcp_session_t& session) override;
+
+    SnapshotState state;
+    SnapshotWatch* watch = nullptr;
+    CInstrumentStore store{state.Instruments()};
+    CRegisterWriter registers{CDrvRegEnyx::GetInstance()};
+    CMdqpDecoder decoder{store, registers, state.counters};
+    CFeedIdentification feeds{state.config, store, decoder, state.counters};
+    CReassembly reassembly{state.sessions, state.counters, *this};
+    CSnapshotPhase phase{{state.config, CDrvRegEnyx::GetInstance(), CWriteShot::GetInstance(), state.counters},
+                         {reassembly, store, state.isLoaded, state.priceErrors}};
+};
+
 class SnapshotWatch {
 public:
-    explicit SnapshotWatch(TestableApi& api);
+    explicit SnapshotWatch(SnapshotReceiver& receiver);
     ~SnapshotWatch();
     SnapshotWatch(const SnapshotWatch&) = delete;
     SnapshotWatch& operator=(const SnapshotWatch&) = delete;
@@ -28,10 +51,8 @@ public:
     /// The session's data are cleared, and nothing is left of them.
     void Clear();
 
-    /// Called for every message that is decoded.
-    int32_t Decode(mdqp_t* message, uint16_t dstPort);
-
-    static SnapshotWatch* Current();
+    /// Called for every message that is handed on. True when it was its feed's last.
+    bool Decode(const uint8_t* message, uint32_t arrived, uint16_t port, const tcp_session_t& session);
 
 private:
     /// What one message may change.
@@ -50,9 +71,9 @@ private:
     void RequireOneCount(const State& before, EWrong wrong) const;
     void RequireBalance(const State& before, const Stream& stream, std::size_t begin, std::size_t end) const;
     void RequireWhereabouts(const Stream& stream) const;
-    FieldCounts CountFields(const mdqp_t& message, EMDQPDataType feed) const;
+    FieldCounts CountFields(const uint8_t* message, EMDQPDataType feed) const;
 
-    TestableApi& m_api;
+    SnapshotReceiver& m_receiver;
 };
 
 }  // namespace fuzz

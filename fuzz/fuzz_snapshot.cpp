@@ -10,7 +10,7 @@
 #include "fuzz/Oracle.h"
 #include "fuzz/Silence.h"
 #include "fuzz/SnapshotWatch.h"
-#include "src/SnapshotFrame.h"
+#include "src/snapshot/SnapshotFrame.h"
 #include "tests/support/VirtualClock.h"
 
 namespace fuzz {
@@ -23,14 +23,14 @@ constexpr std::size_t FIRST_SCANNED_PORT = 50000;
 constexpr int32_t SCANNED_PORTS = 600;
 
 struct World {
-    World() : api(MakeApi()) {
+    World() : receiver(std::make_unique<SnapshotReceiver>()) {
         board.Open();
-        api->m_u50ConfigInfo.snapTcpPort = {SNAP_PORT, SNAP_PORT, SNAP_PORT, SNAP_PORT};
-        api->m_u50ConfigInfo.topicID = {TOPICS[SHFE_2PS], TOPICS[SHFE_4PS], TOPICS[INE_2PS], TOPICS[INE_4PS]};
+        receiver->state.config.snapTcpPort = {SNAP_PORT, SNAP_PORT, SNAP_PORT, SNAP_PORT};
+        receiver->state.config.topicID = {TOPICS[SHFE_2PS], TOPICS[SHFE_4PS], TOPICS[INE_2PS], TOPICS[INE_4PS]};
     }
 
     void Configure(const Script& script) {
-        U50ConfigInfo& config = api->m_u50ConfigInfo;
+        U50ConfigInfo& config = receiver->state.config;
         config.enabled_mask.enabled_mask = script.options & 0x0F;
         config.shield_price_check = (script.options & OPTION_SHIELD) != 0;
         config.debug_flag = (script.options & OPTION_DEBUG) != 0;
@@ -40,14 +40,14 @@ struct World {
         config.dma_data_flag = (script.options & OPTION_TALK) != 0;  // no capture is open: nothing is kept
         config.log_level = (script.options & OPTION_TALK) != 0 ? static_cast<ELOGLEVEL>(15) : LOG_NONE;
         CCommonLog::GetInstance().SetLogLevel(config.log_level);
-        TestableApi::ForgetWarnings();
+        SnapshotState::WarnAgain();
         board.Clear();
     }
 
     Silence silence;
     VirtualClock clock;
     Board board;
-    std::unique_ptr<TestableApi> api;
+    std::unique_ptr<SnapshotReceiver> receiver;
 };
 
 /// The checksum becomes right if the headers lead to one.
@@ -57,25 +57,16 @@ void MendChecksum(std::vector<uint8_t>& message) {
     SnapshotFrame frame{};
     const auto frameLength = static_cast<uint32_t>(message.size() - DMA_TCP_FRAME_OFFSET);
     if (!snapshot_frame::ReadHeaders(frameBytes, frameLength, frame) || !snapshot_frame::IsTcpCaptured(frame)) return;
-    const auto tcpLength = static_cast<std::size_t>(frame.tcpLength);
-    std::vector<uint8_t> area(12 + tcpLength);
-    std::memcpy(area.data(), &frame.ipSrc, 4);
-    std::memcpy(area.data() + 4, &frame.ipDst, 4);
-    area[9] = frame.protocol;
-    area[10] = static_cast<uint8_t>(tcpLength >> 8);
-    area[11] = static_cast<uint8_t>(tcpLength);
-    std::memcpy(area.data() + 12, frame.tcp, tcpLength);
-    std::memset(area.data() + 12 + frame_headers::TCP_CHECKSUM, 0, 2);
-    const uint16_t check = TestableApi::TcpCheckSum(area.data(), static_cast<int32_t>(area.size()));
+    if (frame.tcpLength >= TCP_LENGTH_LIMIT) return;
+    const uint16_t check = snapshot_frame::TcpChecksum(frame);
     std::memcpy(frameBytes + (frame.tcp - frameBytes) + frame_headers::TCP_CHECKSUM, &check, sizeof check);
 }
 
 class Player {
 public:
-    explicit Player(World& world) : m_world(world), m_watch(*world.api) {}
+    explicit Player(World& world) : m_world(world), m_watch(*world.receiver) {}
 
     void Play(const Script& script) {
-        TestableApi::_TcpHandler(nullptr, 0, m_world.api.get());
         for (const Step& step : script.steps) {
             if (IsLoaded()) break;
             Take(step);
@@ -88,7 +79,7 @@ public:
     }
 
 private:
-    bool IsLoaded() const { return m_world.api->m_isTcpInitFinished; }
+    bool IsLoaded() const { return m_world.receiver->state.isLoaded; }
 
     void Take(const Step& step) {
         Stream& stream = m_watch.streams[step.stream];
@@ -161,13 +152,12 @@ private:
 
     // Slots in use as the host has them, all others empty.
     void RequireTablesOnBoard() const {
-        const TestableApi& api = *m_world.api;
-        const U50InstCount& counts = api.m_u50InstCount;
+        const SnapshotState& state = m_world.receiver->state;
+        const U50InstCount& counts = state.counts;
         const uint64_t used[FEED_COUNT] = {counts.shfe_inst_cnt_2ps, counts.shfe_inst_cnt_4ps, counts.ine_inst_cnt_2ps,
                                            counts.ine_inst_cnt_4ps};
-        const SInstTableType* tables[FEED_COUNT] = {
-            api.m_u50InstTable.shfe2psInstTable, api.m_u50InstTable.shfe4psInstTable,
-            api.m_u50InstTable.ine2psInstTable, api.m_u50InstTable.ine4psInstTable};
+        const SInstTableType* tables[FEED_COUNT] = {state.tables.shfe2psInstTable, state.tables.shfe4psInstTable,
+                                                    state.tables.ine2psInstTable, state.tables.ine4psInstTable};
         for (int32_t feed = 0; feed < FEED_COUNT; ++feed) {
             const std::size_t slots = feed < INE_2PS ? SHFE_INST_CAPACITY : INE_INST_CAPACITY;
             for (std::size_t word = 0; word < slots * WORDS_PER_SLOT; ++word) {

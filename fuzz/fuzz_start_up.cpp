@@ -320,7 +320,7 @@ void Run(Place& place, ByteReader input) {
     api->VexaStop();
     board.Answer({});
     FUZZ_REQUIRE(application.Step(*api) == -1);
-    FUZZ_REQUIRE(api->m_earlySegmentCount == 0 && api->m_carryOverOwners.Count() == 0);
+    FUZZ_REQUIRE(api->m_reassembly.EarlySegments() == 0 && api->m_reassembly.CarryOverBuffers() == 0);
     api.reset();
     FUZZ_REQUIRE(board.openRegisters == 0 && board.openStreams == 0);
 }

@@ -1,11 +1,12 @@
 // The start-up of a channel: may the board be left as it is, or must it be brought up; then versions, checksum, index
 // file, subscriptions, engine parameters, engine start. Runs on the thread that starts or receives.
 // Invariant: on a channel other than the managing one no register is touched.
+#include "common/RegisterMap.h"
 #include "public/clock/Clock.h"
 #include "public/log/LogLine.h"
 #include "public/log/RaisedLogLevel.h"
-#include "src/BoardTable.h"
 #include "src/VexaShfeMdApiImpl.h"
+#include "src/board/EngineParameters.h"
 
 namespace {
 
@@ -13,7 +14,7 @@ constexpr uint32_t SAMPLE_SECONDS = 3;
 constexpr int64_t STREAM_FAILS_SECONDS = 1;
 
 /// Lines of the start-up name the one operation that it is, whichever part of it wrote them.
-#define UP_LOG(level, ...) WriteLogLine((level), LogBaseName(__FILE__), __LINE__, "_VexaSubDmaUp", __VA_ARGS__)
+#define UP_LOG(level, ...) VEXA_LOG_AS("_VexaSubDmaUp", level, __VA_ARGS__)
 
 U50MdPktCnt ReadPacketCounters(const CDrvRegEnyx& board) {
     U50MdPktCnt counters;
@@ -28,6 +29,20 @@ U50MdPktCnt ReadPacketCounters(const CDrvRegEnyx& board) {
 bool HasDataFlowed(const U50MdPktCnt& first, const U50MdPktCnt& second) {
     return first.shfe_2ps_pkts != second.shfe_2ps_pkts || first.en_2ps_pkts != second.en_2ps_pkts ||
            first.shfe_4ps_pkts != second.shfe_4ps_pkts || first.en_4ps_pkts != second.en_4ps_pkts;
+}
+
+void RestartCaptures(const CWriteShot& captures, const U50ConfigInfo& config) {
+    captures.CreateShotBinLog(config.log_path.c_str(), config.channel_id);
+    captures.CreateShotPcapLog(config.log_path.c_str(), config.channel_id);
+}
+
+// Registers that fail say so only of themselves. The stream of a board that is gone fails too, soon after.
+bool IsBoardLost(const CDrvRegEnyx& board, CDrvDMAEnyx& stream, VexaBoardMessageHandler handler) {
+    const CWaitTimer timer;
+    while (board.HasFailed() && !stream.HasFailed() && timer.ElapsedSeconds() < STREAM_FAILS_SECONDS) {
+        stream.RecvOnce(handler, nullptr);
+    }
+    return stream.HasFailed();
 }
 
 }  // namespace
@@ -64,13 +79,13 @@ int32_t CVexaShfeMdApiImpl::_ChechAndVexaSubDmaUp() {
         }
     }
     int32_t result = _VexaSubDmaUp(configCrc);
-    while (result == BOARD_LOST && _WaitForBoard()) result = _VexaSubDmaUp(configCrc);
+    while (result == BOARD_LOST && WaitForBoard()) result = _VexaSubDmaUp(configCrc);
     return result == 0 ? 0 : -1;
 }
 
 // An outage uses up attempts as a snapshot that does not come would: a start waits no longer for the one than for the
 // other. False when the session was ended meanwhile.
-bool CVexaShfeMdApiImpl::_WaitForBoard() {
+bool CVexaShfeMdApiImpl::WaitForBoard() {
     const CWaitTimer timer;
     while (timer.ElapsedSeconds() <= int64_t{m_u50ConfigInfo.wait_snap_timeout}) {
         if (m_isExit.load(std::memory_order_relaxed) || m_isStopflag.load(std::memory_order_relaxed)) return false;
@@ -82,25 +97,16 @@ bool CVexaShfeMdApiImpl::_WaitForBoard() {
     return true;
 }
 
-// Registers that fail say so only of themselves. The stream of a board that is gone fails too, soon after.
-bool CVexaShfeMdApiImpl::_IsBoardLost() {
-    const CWaitTimer timer;
-    while (m_drvRegEnyx.HasFailed() && !m_drvDMAEnyx.HasFailed() && timer.ElapsedSeconds() < STREAM_FAILS_SECONDS) {
-        m_drvDMAEnyx.RecvOnce(_MdClearHandler, &m_u50UserData);
-    }
-    return m_drvDMAEnyx.HasFailed();
-}
-
 int32_t CVexaShfeMdApiImpl::_VexaSubDmaUp(uint32_t configCrc) {
     const int32_t channel = m_u50ConfigInfo.channel_id;
     if (channel != MANAGER_CHANNEL) return 0;
     VEXA_LOG(LOG_DEBUG, "channel%d FPGA Init......begin", channel);
-    if (m_u50ConfigInfo.dma_data_flag) _RestartCaptures();
+    if (m_u50ConfigInfo.dma_data_flag) RestartCaptures(m_writeDmaShot, m_u50ConfigInfo);
 
-    if (const int32_t result = _BringUpUntilLoaded(); result != 0) return result;
+    if (const int32_t result = BringUpUntilLoaded(); result != 0) return result;
     if (Chk_SysVersion() != 0) {
-        if (_IsBoardLost()) {
-            m_isTcpInitFinished = false;
+        if (IsBoardLost(m_drvRegEnyx, m_drvDMAEnyx, _MdClearHandler)) {
+            m_snapshot.Unload();
             return BOARD_LOST;
         }
         VEXA_LOG(LOG_ERROR, "check version is fail.");
@@ -122,13 +128,13 @@ int32_t CVexaShfeMdApiImpl::_VexaSubDmaUp(uint32_t configCrc) {
         VEXA_LOG(LOG_INFO, "channel%d subscribe end", user);
     }
     const CRaisedLogLevel raised(m_u50ConfigInfo.log_level);
-    _WriteEngineParameters();
+    WriteEngineParameters(m_drvRegEnyx, m_u50ConfigInfo);
     _StartDmaUp();
     return 0;
 }
 
 // Attempts, until the snapshot is there or they are used up. One that lost its board is none.
-int32_t CVexaShfeMdApiImpl::_BringUpUntilLoaded() {
+int32_t CVexaShfeMdApiImpl::BringUpUntilLoaded() {
     const int32_t channel = m_u50ConfigInfo.channel_id;
     while (!m_isTcpInitFinished) {
         if (m_u50InitCnt >= m_u50ConfigInfo.init_tcpcnt) {
@@ -150,39 +156,9 @@ int32_t CVexaShfeMdApiImpl::_BringUpUntilLoaded() {
     return 0;
 }
 
-void CVexaShfeMdApiImpl::_RestartCaptures() {
-    const char* path = m_u50ConfigInfo.log_path.c_str();
-    m_writeDmaShot.CreateShotBinLog(path, m_u50ConfigInfo.channel_id);
-    m_writeDmaShot.CreateShotPcapLog(path, m_u50ConfigInfo.channel_id);
-}
-
-void CVexaShfeMdApiImpl::_WriteEngineParameters() {
-    const U50ConfigInfo& config = m_u50ConfigInfo;
-    for (const FeedTraits& feed : FEEDS) {
-        m_drvRegEnyx.WriteRegister(feed.registers.maxInstNo, static_cast<uint32_t>(config.maxInstNo.*feed.maxInstNo));
-    }
-    m_drvRegEnyx.WriteRegister(reg::LAST_TICK_CHANNEL, config.last_tick_channel);
-    UP_LOG(LOG_INFO,
-           "shfe2ps_max_inst_no[%d] shfe4ps_max_inst_no[%d] ine2ps_max_inst_no[%d] ine4ps_max_inst_no[%d] "
-           "lastTickChannel[%u]",
-           config.maxInstNo.shfe2ps_max_inst_no, config.maxInstNo.shfe4ps_max_inst_no,
-           config.maxInstNo.ine2ps_max_inst_no, config.maxInstNo.ine4ps_max_inst_no, config.last_tick_channel);
-    m_drvRegEnyx.WriteRegister(reg::REPEAT_QUOTE_UPLOAD, config.repeat_quote_upload ? 1 : 0);
-    m_drvRegEnyx.WriteRegister(reg::MODEL_SEL, config.model_sel ? 1 : 0);
-    m_drvRegEnyx.WriteRegister(reg::EVENT_MODEL_SEL, config.event_model_sel ? 1 : 0);
-}
-
 int32_t CVexaShfeMdApiImpl::_StartDmaUp() {
     const int32_t channel = m_u50ConfigInfo.channel_id;
-    if (channel == MANAGER_CHANNEL) {
-        VEXA_LOG(LOG_INFO, "channel%d close read/write channle", channel);
-        for (const EMDQPDataType feed : {SHFE_4PS, SHFE_2PS, INE_2PS, INE_4PS}) {
-            board_table::Close(m_drvRegEnyx, TraitsOf(feed).registers.table);
-        }
-        VEXA_LOG(LOG_INFO, "channel%d logical start", channel);
-        m_drvRegEnyx.WriteRegister(reg::LOGICAL_START_2PS, 1);
-        m_drvRegEnyx.WriteRegister(reg::LOGICAL_START_4PS, 1);
-    }
+    if (channel == MANAGER_CHANNEL) StartEngines(m_drvRegEnyx, channel);
     m_isAllInitFinished = true;
     return 0;
 }

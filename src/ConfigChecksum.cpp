@@ -34,8 +34,7 @@ FilePtr OpenRegular(const char* path) {
 int32_t CVexaShfeMdApiImpl::_GetConfigCrc(uint32_t& crc) {
     const char* path = m_configFileName.data();
     const auto fail = [path](int32_t result, const char* text) {
-        WriteLogLine(LOG_ERROR, LogBaseName(__FILE__), __LINE__, "_GetConfigCrc", "%s[%s] [%u].", text, path,
-                     static_cast<uint32_t>(result));
+        VEXA_LOG_AS("_GetConfigCrc", LOG_ERROR, "%s[%s] [%u].", text, path, static_cast<uint32_t>(result));
         return result;
     };
     const FilePtr file = OpenRegular(path);

@@ -98,7 +98,7 @@ void ReadChannels(CIniReader& ini, U50ConfigInfo& config) {
 }
 
 // Lines of loading name the one operation that loads, whichever helper wrote them.
-#define LOADING_LOG(level, ...) WriteLogLine((level), LogBaseName(__FILE__), __LINE__, "_ReadConfig", __VA_ARGS__)
+#define LOADING_LOG(level, ...) VEXA_LOG_AS("_ReadConfig", level, __VA_ARGS__)
 
 void TellFeeds(const U50ConfigInfo& config) {
     LOADING_LOG(LOG_DEBUG, "enabled_mask[%d]", config.enabled_mask.enabled_mask);

@@ -55,6 +55,15 @@ void AddSlots(CReplacedFile& file, const SInstTableType* table, uint32_t count) 
     }
 }
 
+// The 4ps feed's table takes precedence where both have finished.
+void AddExchange(CReplacedFile& file, CInstrumentStore& store, EMDQPDataType feed2ps, EMDQPDataType feed4ps,
+                 uint32_t count) {
+    const bool has4ps = store.HasFinished(feed4ps);
+    if (!has4ps && !store.HasFinished(feed2ps)) return;
+    const EMDQPDataType feed = has4ps ? feed4ps : feed2ps;
+    AddSlots(file, store.Table(feed), std::min(count, static_cast<uint32_t>(TraitsOf(feed).capacity)));
+}
+
 }  // namespace
 
 int32_t CVexaShfeMdApiImpl::_InstStaticInfoWriteFile() {
@@ -71,19 +80,10 @@ int32_t CVexaShfeMdApiImpl::_InstStaticInfoWriteFile() {
     CReplacedFile file(path);
     if (file.IsOpen()) {
         file.Add(HEADER);
-        _WriteIndexOf(file, SHFE_2PS, SHFE_4PS, shfeInstCount);
-        _WriteIndexOf(file, INE_2PS, INE_4PS, ineInstCount);
+        AddExchange(file, m_store, SHFE_2PS, SHFE_4PS, shfeInstCount);
+        AddExchange(file, m_store, INE_2PS, INE_4PS, ineInstCount);
         if (file.PutInPlace()) return 0;
     }
     VEXA_LOG(LOG_WARNING, "open contract index file failed %s", path.c_str());
     return -1;
-}
-
-// The 4ps feed's table takes precedence where both have finished.
-void CVexaShfeMdApiImpl::_WriteIndexOf(CReplacedFile& file, EMDQPDataType feed2ps, EMDQPDataType feed4ps,
-                                       uint32_t count) {
-    const bool has4ps = HasFeed(m_finishedMask, feed4ps);
-    if (!has4ps && !HasFeed(m_finishedMask, feed2ps)) return;
-    const EMDQPDataType feed = has4ps ? feed4ps : feed2ps;
-    AddSlots(file, FeedTable(m_u50InstTable, feed), std::min(count, static_cast<uint32_t>(TraitsOf(feed).capacity)));
 }

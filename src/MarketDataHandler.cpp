@@ -32,6 +32,23 @@ bool IsQuiet(int hour, int minute) {
 // Beyond this no calendar is meant; a register that reads so says nothing about the time of day.
 constexpr uint64_t SECONDS_MAX = uint64_t{1} << 40;
 
+// By the time of the last update, not by the clock: what matters is whether the exchange was quiet then.
+bool IsTimeOutExpected(const CDrvRegEnyx& board, uint32_t eventData0) {
+    std::array<uint64_t, FEED_COUNT> times{};
+    for (uint32_t feed = 0; feed < times.size(); ++feed) {
+        board.ReadRegister(reg::LAST_UPDATE_TIME + feed, times[feed]);
+    }
+    const uint64_t latest = *std::max_element(times.begin(), times.end());
+    std::tm local{};
+    const bool isKnown = latest < SECONDS_MAX && CClock::LocalTime(static_cast<int64_t>(latest), local);
+    const bool isExpected = isKnown && IsQuiet(local.tm_hour, local.tm_min);
+    VEXA_LOG_AS("_CheckLostUdpPktHandler", isExpected ? LOG_INFO : LOG_WARNING,
+                "received pkt timeout event,%s event_data0=%08x last_update_time[%lu,%lu,%lu,%lu] ts[%u,%u]",
+                isExpected ? " ignore." : "", eventData0, times[0], times[1], times[2], times[3],
+                static_cast<unsigned int>(local.tm_hour), static_cast<unsigned int>(local.tm_min));
+    return isExpected;
+}
+
 }  // namespace
 
 void CVexaShfeMdApiImpl::_MdHandler(const unsigned char* buf, unsigned int, void* userData) {
@@ -46,7 +63,7 @@ void CVexaShfeMdApiImpl::_MdHandler(const unsigned char* buf, unsigned int, void
     uint32_t type = 0;
     std::memcpy(&type, buf, sizeof type);
     if (type != DMA_UDP) [[unlikely]] {
-        if (type == DMA_EVENT) api._HandleEvent(buf);
+        if (type == DMA_EVENT) api.HandleEvent(buf);
         return;
     }
     const unsigned char* record = buf + DMA_UDP_RECORD_OFFSET;
@@ -75,9 +92,9 @@ void CVexaShfeMdApiImpl::_MdHandler(const unsigned char* buf, unsigned int, void
 void CVexaShfeMdApiImpl::_MdClearHandler(const unsigned char*, unsigned int, void*) {}
 
 // Lines of events name the handler that they came in by.
-#define HANDLER_LOG(level, ...) WriteLogLine((level), LogBaseName(__FILE__), __LINE__, "_MdHandler", __VA_ARGS__)
+#define HANDLER_LOG(level, ...) VEXA_LOG_AS("_MdHandler", level, __VA_ARGS__)
 
-[[gnu::cold, gnu::noinline]] void CVexaShfeMdApiImpl::_HandleEvent(const unsigned char* buf) {
+[[gnu::cold, gnu::noinline]] void CVexaShfeMdApiImpl::HandleEvent(const unsigned char* buf) {
     U50Event event;
     std::memcpy(&event, buf, sizeof event);
     const int32_t channel = m_u50ConfigInfo.channel_id;
@@ -107,37 +124,17 @@ bool CVexaShfeMdApiImpl::_CheckLostUdpPktHandler(const U50Event& ev) {
     } else if ((ev.event_data0 & EVENT_TIME_OUT) == 0) {
         if ((ev.event_data3 & EVENT_LOST_3) == 0) return false;
         VEXA_LOG(LOG_WARNING, "received lost pkt event, event_data3=%08x", ev.event_data3);
-    } else if (_IsTimeOutExpected(ev.event_data0)) {
+    } else if (IsTimeOutExpected(m_drvRegEnyx, ev.event_data0)) {
         return false;
     }
     m_counters.Add(ECounter::EventLoss);
-    _ForgetSnapshot();
+    ForgetSnapshot();
     return true;
 }
 
-// By the time of the last update, not by the clock: what matters is whether the exchange was quiet then.
-bool CVexaShfeMdApiImpl::_IsTimeOutExpected(uint32_t eventData0) {
-    std::array<uint64_t, FEED_COUNT> times{};
-    for (uint32_t feed = 0; feed < times.size(); ++feed) {
-        m_drvRegEnyx.ReadRegister(reg::LAST_UPDATE_TIME + feed, times[feed]);
-    }
-    const uint64_t latest = *std::max_element(times.begin(), times.end());
-    std::tm local{};
-    const bool isKnown = latest < SECONDS_MAX && CClock::LocalTime(static_cast<int64_t>(latest), local);
-    const bool isExpected = isKnown && IsQuiet(local.tm_hour, local.tm_min);
-    WriteLogLine(isExpected ? LOG_INFO : LOG_WARNING, LogBaseName(__FILE__), __LINE__, "_CheckLostUdpPktHandler",
-                 "received pkt timeout event,%s event_data0=%08x last_update_time[%lu,%lu,%lu,%lu] ts[%u,%u]",
-                 isExpected ? " ignore." : "", eventData0, times[0], times[1], times[2], times[3],
-                 static_cast<unsigned int>(local.tm_hour), static_cast<unsigned int>(local.tm_min));
-    return isExpected;
-}
-
 // The registers' trace at the raised level is the record of the loss; their values are not used.
-void CVexaShfeMdApiImpl::_ForgetSnapshot() {
-    m_finishedMask.enabled_mask = 0;
-    m_u50DstPort = U50DstPort();
-    _ClearTables();
-    m_isTcpInitFinished = false;
+void CVexaShfeMdApiImpl::ForgetSnapshot() {
+    m_snapshot.Forget();
     m_isHBM2InitFinished = false;
     const CRaisedLogLevel raised(m_u50ConfigInfo.log_level);
     for (const uint32_t address : {reg::DIAGNOSTIC_2030, reg::DIAGNOSTIC_2031, reg::HBM2_STATUS, reg::DIAGNOSTIC_12015,

@@ -14,8 +14,7 @@
 namespace {
 
 /// Logs a line of the check and keeps its text.
-#define CHECK_LOG(level, ...) \
-    WriteLogLine((level), LogBaseName(__FILE__), __LINE__, "Chk_SysVersion", "%s", Keep(m_VerReocrd, __VA_ARGS__))
+#define CHECK_LOG(level, ...) VEXA_LOG_AS("Chk_SysVersion", level, "%s", Keep(m_VerReocrd, __VA_ARGS__))
 
 __attribute__((format(printf, 2, 3))) const char* Keep(std::vector<std::string>& lines, const char* format, ...) {
     char text[256];

@@ -29,8 +29,9 @@ int64_t CountEarly(const tcp_session_t& session) {
 const char* SimulatedApi::Inconsistency() const {
     int64_t early = 0;
     uint32_t carryOvers = 0;
-    for (uint32_t i = 0; i < m_dirtySessionCount; ++i) {
-        const tcp_session_t& session = m_sessions[m_dirtySessions[i]];
+    const CReassembly& reassembly = m_reassembly;
+    for (uint32_t i = 0; i < reassembly.TouchedSessions(); ++i) {
+        const tcp_session_t& session = m_sessions[reassembly.TouchedPort(i)];
         const int64_t count = CountEarly(session);
         if (count < 0) return "the list of early segments is out of order";
         if (count > session.lost_buf_size || session.lost_buf_size > LOST_BUF_LIMIT) return "lost_buf_size is wrong";
@@ -42,8 +43,9 @@ const char* SimulatedApi::Inconsistency() const {
         carryOvers += session.frag_buf != nullptr ? 1 : 0;
     }
     if (carryOvers > CARRY_OVERS_MAX) return "there are too many carry-over buffers";
-    if (early != m_earlySegmentCount) return "early segments are alive that no list holds";
-    return carryOvers == m_carryOverOwners.Count() ? nullptr : "carry-over buffers are alive that no connection holds";
+    if (early != reassembly.EarlySegments()) return "early segments are alive that no list holds";
+    return carryOvers == reassembly.CarryOverBuffers() ? nullptr
+                                                       : "carry-over buffers are alive that no connection holds";
 }
 
 }  // namespace simulation

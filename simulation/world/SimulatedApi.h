@@ -10,8 +10,8 @@ namespace simulation {
 class SimulatedApi : public CVexaShfeMdApiImpl {
 public:
     uint8_t FinishedMask() const { return m_finishedMask.enabled_mask; }
-    uint32_t EarlySegments() const { return m_earlySegmentCount; }
-    uint32_t CarryOvers() const { return m_carryOverOwners.Count(); }
+    uint32_t EarlySegments() const { return m_reassembly.EarlySegments(); }
+    uint32_t CarryOvers() const { return m_reassembly.CarryOverBuffers(); }
     const CCounters& Counters() const { return m_counters; }
     uint64_t PriceChecksFailed() const { return m_counters[ECounter::PriceCheckFailed]; }
     /// How often everything was cleared, bring-ups apart.
@@ -26,7 +26,8 @@ public:
     /// A process as new: warnings are given again, and no signal has come.
     static void NewProcess(const std::string& indexDirectory) {
         s_indexDirectory = indexDirectory;
-        shfe_cnt_flag = ine_cnt_flag = shfe_cnt_80_flag = ine_cnt_80_flag = true;
+        CInstrumentStore::shfe_cnt_flag = CInstrumentStore::ine_cnt_flag = true;
+        CInstrumentStore::shfe_cnt_80_flag = CInstrumentStore::ine_cnt_80_flag = true;
         m_isExit = false;
     }
 };

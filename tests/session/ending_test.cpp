@@ -57,7 +57,7 @@ TEST_P(EndAt, AStopIsObeyedAndTheSessionCleared) {
     ASSERT_TRUE(isDone);
     EXPECT_EQ(world.Step(), -1);
     EXPECT_EQ(world.api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
-    EXPECT_EQ(world.api->m_dirtySessionCount, 0U);
+    EXPECT_EQ(world.api->m_reassembly.TouchedSessions(), 0U);
 }
 
 TEST_P(EndAt, AStopAllowsAFreshStartOfTheCallbackForm) {

@@ -60,7 +60,7 @@ TEST_P(Recovers, AndEveryLastRecordEqualsTheTruth) {
 TEST(Reordering, StoresEarlySegmentsAndFreesThemAll) {
     SessionWorld world(WithFaults("reorder"));
     ASSERT_EQ(world.Start(Delivery::Callback), 0);
-    EXPECT_EQ(world.api->m_earlySegmentCount, 0U);
+    EXPECT_EQ(world.api->m_reassembly.EarlySegments(), 0U);
     EXPECT_EQ(world.api->m_counters[ECounter::EarlyOverflow], 0U);
 }
 
@@ -181,7 +181,7 @@ TEST_P(Silent, LosesNothingAndCountsNothing) {
     SessionWorld world(WithFaults(GetParam()));
     ASSERT_EQ(world.Start(Delivery::Callback), 0);
     EXPECT_EQ(world.board.Statistics().snapshotConnections, 2U);
-    EXPECT_EQ(world.api->m_earlySegmentCount, 0U);
+    EXPECT_EQ(world.api->m_reassembly.EarlySegments(), 0U);
     for (std::size_t i = 0; i < static_cast<std::size_t>(ECounter::Count_); ++i) {
         const auto counter = static_cast<ECounter>(i);
         if (IsOrdinary(counter)) continue;
@@ -247,7 +247,7 @@ TEST(DropForGood, EndsInATimeOutAndASecondAttempt) {
     ASSERT_EQ(world.Start(Delivery::Callback), 0);
     EXPECT_TRUE(world.log.Has(LOG_WARNING, "channel0 u50 Init time out Cnt == 1"));
     EXPECT_EQ(world.board.Statistics().bringUps, 2U);
-    EXPECT_EQ(world.api->m_earlySegmentCount, 0U);
+    EXPECT_EQ(world.api->m_reassembly.EarlySegments(), 0U);
     EXPECT_EQ(world.api->m_counters[ECounter::EarlyOverflow], 0U);
 }
 
@@ -279,7 +279,7 @@ TEST(SamePort, IsBegunAnewWhereOneFeedWasKept) {
     SessionWorld world(WithFaults("same-port,oversized-message"));
     ASSERT_EQ(world.Start(Delivery::Callback), 0);
     EXPECT_EQ(world.board.Statistics().bringUps, 1U);
-    EXPECT_EQ(world.api->m_dirtySessionCount, 2U);
+    EXPECT_EQ(world.api->m_reassembly.TouchedSessions(), 2U);
 }
 
 TEST(UnaskedFeed, LeavesItsTablesEmpty) {

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "src/VexaShfeMdApiImpl.h"
+#include "tests/support/SnapshotState.h"
 
 class TestableApi : public CVexaShfeMdApiImpl {
 public:
@@ -11,21 +12,18 @@ public:
 
     /// Warnings given once in a process are given again, and the exit flag is cleared.
     static void ForgetWarnings() {
-        shfe_cnt_flag = ine_cnt_flag = shfe_cnt_80_flag = ine_cnt_80_flag = true;
+        SnapshotState::WarnAgain();
         m_isExit = false;
     }
 
 #define OPEN(name) using CVexaShfeMdApiImpl::name
     OPEN(Init);
     OPEN(_Cleandata);
-    OPEN(_ClearTables);
     OPEN(_ReadConfig);
     OPEN(_GetConfigCrc);
     OPEN(_BindCpu);
     OPEN(_ChechAndVexaSubDmaUp);
     OPEN(_VexaSubDmaUp);
-    OPEN(_MarkSession);
-    OPEN(_WriteEngineParameters);
     OPEN(_StartDmaUp);
     OPEN(_InitFpga);
     OPEN(_SetRegIpAndPort);
@@ -41,9 +39,6 @@ public:
     OPEN(_FieldID0104);
     OPEN(_FieldID1004);
     OPEN(_ProtectInstNo);
-    OPEN(_BindFeed);
-    OPEN(_FindFeed);
-    OPEN(_Slot);
     OPEN(ShfePriceCheck);
     OPEN(ShfeInstPriceCheck);
     OPEN(CheckPrice);
@@ -77,14 +72,9 @@ public:
     OPEN(m_setPriceErrorInstId);
     OPEN(m_isStopflag);
     OPEN(m_counters);
-    OPEN(m_earlySegmentCount);
-    OPEN(m_carryOverOwners);
-    OPEN(m_dirtySessionCount);
-    OPEN(shfe_cnt_flag);
-    OPEN(ine_cnt_flag);
+    OPEN(m_reassembly);
+    OPEN(m_store);
     OPEN(s_indexDirectory);
-    OPEN(shfe_cnt_80_flag);
-    OPEN(ine_cnt_80_flag);
 #undef OPEN
 };
 

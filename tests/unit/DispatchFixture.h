@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "src/SnapshotFrame.h"
+#include "src/snapshot/SnapshotFrame.h"
 #include "tests/unit/SnapshotFixture.h"
 
 class DispatchFixture : public SnapshotFixture {

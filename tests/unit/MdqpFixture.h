@@ -1,4 +1,4 @@
-/// A session that knows one port's feed, and messages for it.
+/// The decoder, a port whose feed is known, and messages for it.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -14,32 +14,31 @@
 #include <vector>
 
 #include "exchange/MdqpWriter.h"
+#include "src/snapshot/FeedIdentification.h"
 #include "tests/support/FilledSlot.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/RecordingBoard.h"
-#include "tests/support/TestableApi.h"
+#include "tests/support/RecordedWrites.h"
+#include "tests/support/SnapshotState.h"
 
 class MdqpFixture : public testing::Test {
 protected:
     static constexpr uint16_t PORT = 40000;
 
-    MdqpFixture() {
-        CDrvRegEnyx::GetInstance().Init(0, 474);
-        api->m_u50DstPort.port_shfe_2ps = PORT;
-    }
-    /// The message in a heap block of its exact size.
-    int32_t Parse(const exchange::MdqpWriter& message, uint16_t port = PORT) {
+    MdqpFixture() { state->ports.port_shfe_2ps = PORT; }
+
+    /// The message in a heap block of its exact size. True when it was its feed's last.
+    bool Parse(const exchange::MdqpWriter& message, uint16_t port = PORT) {
         const std::vector<uint8_t> bytes = message.Bytes();
         const std::unique_ptr<uint8_t[]> block(new uint8_t[bytes.size()]);
         std::copy(bytes.begin(), bytes.end(), block.get());
-        return TestableApi::_ParseMdqp(reinterpret_cast<mdqp_t*>(block.get()), port, *api);
+        return feeds.OnMessage(block.get(), static_cast<uint32_t>(bytes.size()), port, state->sessions[port]);
     }
     /// Eight bytes behind the last field, so that it does not begin in the message's last eight bytes.
     static exchange::MdqpWriter Padded(exchange::MdqpWriter message) {
         const uint8_t zeros[8] = {};
         return message.Field(0x0031, zeros, sizeof zeros);
     }
-    SInstTableType& Slot(int32_t instNo) { return api->m_u50InstTable.shfe2psInstTable[instNo]; }
+    SInstTableType& Slot(int32_t instNo) { return state->tables.shfe2psInstTable[instNo]; }
     static inst_info_t Info(int32_t instNo) {
         inst_info_t info{};
         info.inst_no = instNo;
@@ -51,7 +50,10 @@ protected:
         deal.inst_no = instNo;
         return deal;
     }
-    RecordingBoard board;
+    RecordedWrites board;
     LogCapture log;
-    std::unique_ptr<TestableApi> api = MakeApi();
+    std::unique_ptr<SnapshotState> state = std::make_unique<SnapshotState>();
+    CInstrumentStore store{state->Instruments()};
+    CMdqpDecoder decoder{store, board, state->counters};
+    CFeedIdentification feeds{state->config, store, decoder, state->counters};
 };

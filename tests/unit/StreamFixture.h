@@ -1,36 +1,39 @@
-/// A connection's byte stream made of numbered messages, and what the reassembly keeps of it.
+/// The reassembly alone, and behind it what identifies and decodes: no board, no clock, no session object.
 #pragma once
 
-#include "src/SnapshotFrame.h"
-#include "tests/unit/SnapshotFixture.h"
+#include <cstring>
 
-class StreamFixture : public SnapshotFixture {
+#include "src/snapshot/FeedIdentification.h"
+#include "tests/support/RecordedWrites.h"
+#include "tests/unit/SnapshotTest.h"
+
+class StreamFixture : public SnapshotTest {
 protected:
-    static constexpr std::size_t MESSAGE_BYTES = 40;  ///< of Numbered with its padding
-
-    static uint32_t SizeOf(const Bytes& bytes) { return static_cast<uint32_t>(bytes.size()); }
-
-    /// Numbered messages from `first` to `last`.
-    static Bytes Stream(int32_t first, int32_t last) {
-        Bytes stream;
-        for (int32_t number = first; number <= last; ++number) {
-            const Bytes message = Numbered(number);
-            stream.insert(stream.end(), message.begin(), message.end());
-        }
-        return stream;
+    /// The frame in a block of its own size, so that sanitizers see any byte read beyond it.
+    void Hand(const Bytes& message) override {
+        const std::size_t length = message.size() - DMA_TCP_FRAME_OFFSET;
+        const std::unique_ptr<uint8_t[]> block(new uint8_t[length]);
+        std::copy(message.begin() + DMA_TCP_FRAME_OFFSET, message.end(), block.get());
+        SnapshotFrame frame{};
+        ASSERT_TRUE(snapshot_frame::ReadHeaders(block.get(), static_cast<uint32_t>(length), frame));
+        ASSERT_TRUE(snapshot_frame::IsTcpCaptured(frame) && snapshot_frame::ReadPayload(frame));
+        result = reassembly.Receive(frame);
     }
 
-    /// Sequence numbers of the stored early segments, from the head on.
-    std::vector<uint32_t> EarlySeqs() {
-        std::vector<uint32_t> seqs;
-        const tcp_lost_buf_t* before = nullptr;
-        for (const tcp_lost_buf_t* entry = Session().lost_buf_head; entry != nullptr; entry = entry->next) {
-            SnapshotFrame frame{};
-            EXPECT_TRUE(snapshot_frame::ReadHeaders(entry->buf, entry->len, frame));
-            EXPECT_TRUE(entry->before == before);
-            seqs.push_back(frame.seq);
-            before = entry;
+    CReassembly& Reassembly() override { return reassembly; }
+
+    std::vector<int32_t> Decoded() const override {
+        std::vector<int32_t> numbers;
+        for (const Access& access : board.accesses) {
+            if (access.index == 0x11110) numbers.push_back(static_cast<int32_t>(access.value));
         }
-        return seqs;
+        return numbers;
     }
+
+    CReassembly::EResult result = CReassembly::EResult::Taken;  ///< of the last segment
+    RecordedWrites board;
+    CInstrumentStore store{state->Instruments()};
+    CMdqpDecoder decoder{store, board, state->counters};
+    CFeedIdentification feeds{state->config, store, decoder, state->counters};
+    CReassembly reassembly{state->sessions, state->counters, feeds};
 };

@@ -193,7 +193,7 @@ TEST_F(BoardEvents, DiagnosticsThatCannotBeReadAreTracedAsZero) {
 TEST_F(BoardEvents, IgnoredTimeOutChangesNothing) {
     LastUpdateAt(10, 27);
     api->m_finishedMask.enabled_mask = 5;
-    api->_Slot(INE_2PS, 3)->volume = 7;
+    api->m_store.Slot(INE_2PS, 3)->volume = 7;
     api->m_isTcpInitFinished = true;
     HandEvent(Event(0x40, 0, 0, 1));
     EXPECT_EQ(api->m_finishedMask.enabled_mask, 5);
@@ -234,7 +234,8 @@ protected:
     Loss() {
         for (const EMDQPDataType feed : {SHFE_2PS, SHFE_4PS, INE_2PS, INE_4PS}) {
             const int32_t last = feed == SHFE_2PS || feed == SHFE_4PS ? 16383 : 4095;
-            for (const int32_t instNo : {0, 3, last}) *api->_Slot(feed, instNo) = FilledSlot("cu2612", 1000);
+            for (const int32_t instNo : {0, 3, last})
+                *api->m_store.Slot(feed, instNo) = FilledSlot("cu2612", 1000);
         }
         api->m_isTcpInitFinished = true;
         api->m_u50InstCount = {11, 12, 13, 14};
@@ -278,8 +279,8 @@ TEST_F(Loss, ForgetsTablesPortsAndMasksAndNothingElse) {
                                        counts.ine_inst_cnt_4ps}),
                 ElementsAre(11, 12, 13, 14));
     EXPECT_EQ(std::memcmp(&session, &api->m_sessions[4711], sizeof session), 0);
-    EXPECT_EQ(api->m_dirtySessionCount, 1U);
-    EXPECT_EQ(api->m_carryOverOwners.Count(), 1U);
+    EXPECT_EQ(api->m_reassembly.TouchedSessions(), 1U);
+    EXPECT_EQ(api->m_reassembly.CarryOverBuffers(), 1U);
     EXPECT_EQ(api->m_tradingDay, 20260430);
     EXPECT_EQ(api->m_u50InitCnt, 2);
     EXPECT_THAT(api->m_setPriceErrorInstId, ElementsAre("al2612", "cu2612"));

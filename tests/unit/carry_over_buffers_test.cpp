@@ -1,15 +1,15 @@
 // The buffers for messages cut by a segment's end: one for each port that is heard of, 512 in all.
-#include "tests/unit/SnapshotFixture.h"
+#include "tests/unit/StreamFixture.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-using CarryOverBuffers = SnapshotFixture;
+using CarryOverBuffers = StreamFixture;
 
 TEST_F(CarryOverBuffers, NewSessionHasAZeroedBuffer) {
-    EXPECT_EQ(api->_InitTcpSession(Session(), LOCAL_PORT), 0);
+    EXPECT_EQ(Reassembly().Open(Session(), LOCAL_PORT), 0);
     const uint8_t* buffer = Session().frag_buf;
     EXPECT_TRUE(std::all_of(buffer, buffer + FRAG_BUF_SIZE, [](uint8_t byte) { return byte == 0; }));
     ASSERT_EQ(log.Texts().size(), 1U);
@@ -19,15 +19,15 @@ TEST_F(CarryOverBuffers, NewSessionHasAZeroedBuffer) {
 }
 
 TEST_F(CarryOverBuffers, BufferIsKeptForThePortsNextConnection) {
-    api->_InitTcpSession(Session(), LOCAL_PORT);
+    Reassembly().Open(Session(), LOCAL_PORT);
     uint8_t* buffer = Session().frag_buf;
     buffer[0] = 7;
     Session().frag_buf_offset = 3;
-    EXPECT_EQ(api->_InitTcpSession(Session(), LOCAL_PORT), 0);
+    EXPECT_EQ(Reassembly().Open(Session(), LOCAL_PORT), 0);
     EXPECT_EQ(FragBuf(), buffer);
     EXPECT_EQ(buffer[0], 7);
     EXPECT_EQ(uint32_t{Session().frag_buf_offset}, 0U);
-    EXPECT_EQ(api->m_carryOverOwners.Count(), 1U);
+    EXPECT_EQ(Reassembly().CarryOverBuffers(), 1U);
 }
 
 TEST_F(CarryOverBuffers, ResetFreesEverythingAndZeroesTheSlot) {
@@ -35,19 +35,28 @@ TEST_F(CarryOverBuffers, ResetFreesEverythingAndZeroesTheSlot) {
     Arrive(next, Cut(Numbered(1), 0, 10));
     Arrive(next + 100, Numbered(2));
     Arrive(next + 200, Numbered(3));
-    api->ResetSession(Session());
+    Reassembly().Reset(Session());
     const tcp_session_t empty{};
     EXPECT_EQ(std::memcmp(&Session(), &empty, sizeof empty), 0);
-    EXPECT_EQ(api->m_earlySegmentCount, 0U);
-    EXPECT_EQ(api->m_carryOverOwners.Count(), 0U);
+    EXPECT_EQ(Reassembly().EarlySegments(), 0U);
+    EXPECT_EQ(Reassembly().CarryOverBuffers(), 0U);
+}
+
+TEST_F(CarryOverBuffers, PortIsNotedForItsResetOnceHoweverOftenItIsUsed) {
+    CCommonLog::GetInstance().SetLogLevel(LOG_NONE);
+    for (int i = 0; i < 70'000; ++i) {
+        const auto port = static_cast<uint16_t>(40000 + i % 3);
+        Reassembly().Open(Session(port), port);
+    }
+    EXPECT_EQ(Reassembly().TouchedSessions(), 3U);
 }
 
 TEST_F(CarryOverBuffers, EveryPortThatWasTouchedIsClearedTogether) {
     for (uint32_t port = 0; port < TCP_SESSION_COUNT; port += 4095) Begin(77, static_cast<uint16_t>(port));
-    EXPECT_EQ(api->m_dirtySessionCount, 17U);
-    TestableApi::_Cleandata(*api);
-    EXPECT_EQ(api->m_carryOverOwners.Count(), 0U);
-    EXPECT_EQ(api->m_dirtySessionCount, 0U);
+    EXPECT_EQ(Reassembly().TouchedSessions(), 17U);
+    Reassembly().Clear();
+    EXPECT_EQ(Reassembly().CarryOverBuffers(), 0U);
+    EXPECT_EQ(Reassembly().TouchedSessions(), 0U);
     EXPECT_EQ(uint16_t{Session(65520).dst_port}, 0U);
 }
 
@@ -76,7 +85,7 @@ TEST_F(Strays, SixHundredKeepNoConnectionFromItsBuffer) {
     EXPECT_EQ(Session().init, 1);
     Arrive(next, Join({Numbered(7), LastMessage()}));
     EXPECT_THAT(Decoded(), ElementsAre(7));
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, FeedBit(SHFE_2PS));
+    EXPECT_EQ(state->finished.enabled_mask, FeedBit(SHFE_2PS));
     EXPECT_EQ(Buffers(), 512U);
     EXPECT_THAT(log.Texts(TROUBLE), IsEmpty());
 }
@@ -117,15 +126,15 @@ TEST_F(Strays, AllPortsLeaveTheMemoryBoundedAndConnectionsInUseAlone) {
         if (port != LOCAL_PORT) Arrive(1, {}, static_cast<uint16_t>(port));
     }
     EXPECT_EQ(Buffers(), 512U);
-    EXPECT_EQ(api->m_carryOverOwners.Count(), 512U);
+    EXPECT_EQ(Reassembly().CarryOverBuffers(), 512U);
     EXPECT_EQ(FragBuf(), buffer);
     Arrive(next + 13, Cut(Numbered(1), 13, 40));
     EXPECT_THAT(Decoded(), ElementsAre(1));
 
     Arrive(Begin(INE_TOPIC, 777), LastMessage(), 777);
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, FeedBit(INE_2PS));
+    EXPECT_EQ(state->finished.enabled_mask, FeedBit(INE_2PS));
     EXPECT_THAT(log.Texts(), IsEmpty());
-    TestableApi::_Cleandata(*api);
+    Reassembly().Clear();
     EXPECT_EQ(Buffers(), 0U);
 }
 
@@ -148,13 +157,13 @@ TEST_F(Strays, BufferOfAFinishedConnectionIsTakenWithWhatItKept) {
     EXPECT_EQ(FragBuf(), nullptr);
     EXPECT_EQ(Session().frag_flag, 0);
     EXPECT_EQ(uint32_t{Session().frag_buf_offset}, 0U);
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, FeedBit(SHFE_2PS));
+    EXPECT_EQ(state->finished.enabled_mask, FeedBit(SHFE_2PS));
 }
 
 TEST_F(Strays, GivenUpAndResetConnectionsMakeRoomAgain) {
     Scan(512);
-    api->ResetSession(Session(FIRST_STRAY + 100));
-    EXPECT_EQ(api->m_carryOverOwners.Count(), 511U);
+    Reassembly().Reset(Session(FIRST_STRAY + 100));
+    EXPECT_EQ(Reassembly().CarryOverBuffers(), 511U);
     Begin();
     EXPECT_TRUE(HasBuffer(FIRST_STRAY));  // there was room
     Scan(1, 5000);
@@ -167,7 +176,7 @@ TEST_F(Strays, BufferIsRefusedWhenConnectionsInUseHoldThemAll) {
     Begin();
     EXPECT_THAT(log.Texts(), ElementsAre("failed to allocate memcory for fragment memory."));
     EXPECT_EQ(log.lines[0].level, LOG_ERROR);
-    EXPECT_EQ(api->_InitTcpSession(Session(), LOCAL_PORT), -1);
+    EXPECT_EQ(Reassembly().Open(Session(), LOCAL_PORT), -1);
     EXPECT_EQ(Session().init, 0);
     EXPECT_EQ(Counted(ECounter::SegmentRefused), 1U);
     EXPECT_EQ(Buffers(), 512U);

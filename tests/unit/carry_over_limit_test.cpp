@@ -39,7 +39,7 @@ TEST_F(CarryOverLimit, CarryOverAtItsLimitAbandonsTheConnection) {
     EXPECT_EQ(Session().frag_flag, 0);
     EXPECT_EQ(uint32_t{Session().frag_buf_offset}, 0U);
     EXPECT_EQ(FragBuf(), nullptr);
-    EXPECT_EQ(api->m_carryOverOwners.Count(), 0U);
+    EXPECT_EQ(Reassembly().CarryOverBuffers(), 0U);
 }
 
 TEST_F(CarryOverLimit, AbandonedConnectionBeginsAgainWithAnIdentification) {
@@ -59,7 +59,7 @@ TEST_F(CarryOverLimit, AbandoningInTheMiddleOfADrainFreesTheWholeList) {
     EXPECT_TRUE(log.Has(LOG_WARNING, "ignore tcp message!"));
     EXPECT_EQ(EarlyHead(), nullptr);
     EXPECT_EQ(Session().lost_flag, 0);
-    EXPECT_EQ(api->m_earlySegmentCount, 0U);
+    EXPECT_EQ(Reassembly().EarlySegments(), 0U);
 }
 
 }  // namespace

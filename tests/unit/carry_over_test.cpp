@@ -1,16 +1,15 @@
 // What is kept of a message until the rest of it has come: headers cut short, and empty segments behind kept bytes.
-#include "tests/unit/SnapshotFixture.h"
+#include "tests/unit/StreamFixture.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class CarryOver : public SnapshotFixture {
+class CarryOver : public StreamFixture {
 protected:
     static constexpr uint32_t FIRST_BYTES = 100;
     static constexpr uint16_t HEADS_OF_FIRST = 8 + 10 + 4;  ///< message, snap_t, padding field
-    static constexpr uint32_t MESSAGE_BYTES = 40;           ///< of Numbered with its padding
 
     /// A first segment of 100 bytes and this message behind it, which is shorter and so kept. Gives the next number.
     uint32_t BeginWith(const Bytes& message, int16_t topic = SHFE_TOPIC, uint16_t localPort = LOCAL_PORT) {
@@ -77,23 +76,19 @@ TEST_F(CarryOver, BareAcknowledgementParsesAllThatIsKeptAndLeavesTheRest) {
     ExpectNothingDropped();
 }
 
-TEST_F(CarryOver, SnapshotOfOneSegmentIsFinishedByOneAcknowledgementAndNoticedOnTheNext) {
-    Unplug();
-    api->m_u50ConfigInfo.enabled_mask.enabled_mask = FeedBit(SHFE_2PS);
+TEST_F(CarryOver, SnapshotOfOneSegmentIsFinishedByOneAcknowledgement) {
     const uint32_t next = BeginWith(LastNumbered(7));
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
+    EXPECT_EQ(state->finished.enabled_mask, 0);
+    EXPECT_EQ(Session().init, 1);
     Arrive(next, {});
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, FeedBit(SHFE_2PS));
+    EXPECT_EQ(state->finished.enabled_mask, FeedBit(SHFE_2PS));
     EXPECT_EQ(Session().init, 0);
-    EXPECT_FALSE(api->m_isTcpInitFinished);
-    Arrive(next, {});
-    EXPECT_TRUE(api->m_isTcpInitFinished);
 }
 
 TEST_F(CarryOver, AcknowledgementsBehindAFinishedFeedAreRefused) {
     const uint32_t next = BeginWith(LastNumbered(7), INE_TOPIC);
     for (int i = 0; i < 3; ++i) Arrive(next, {});
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, FeedBit(INE_2PS));
+    EXPECT_EQ(state->finished.enabled_mask, FeedBit(INE_2PS));
     EXPECT_EQ(Counted(ECounter::SegmentRefused), 2U);
     EXPECT_EQ(Counted(ECounter::MessageOfNoFeed), 0U);
 }
@@ -179,7 +174,7 @@ TEST_P(CutHeader, ThatCameEarlyIsCarriedOverByTheDrain) {
     EXPECT_THAT(Decoded(), ElementsAre(1, 2, 3));
     ExpectNothingKept();
     ExpectNothingDropped();
-    EXPECT_EQ(api->m_earlySegmentCount, 0U);
+    EXPECT_EQ(Reassembly().EarlySegments(), 0U);
 }
 
 TEST_P(CutHeader, OfTheLastMessageFinishesTheFeed) {
@@ -188,7 +183,7 @@ TEST_P(CutHeader, OfTheLastMessageFinishesTheFeed) {
     Arrive(next, Cut(last, 0, GetParam()));
     Arrive(next + GetParam(), Cut(last, GetParam(), last.size()));
     EXPECT_THAT(Decoded(), ElementsAre(4));
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, FeedBit(SHFE_2PS));
+    EXPECT_EQ(state->finished.enabled_mask, FeedBit(SHFE_2PS));
 }
 
 TEST_P(CutHeader, WithAWrongFlagOrTypeIsRefusedAndCounted) {

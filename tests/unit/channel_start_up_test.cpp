@@ -4,6 +4,7 @@
 #include <array>
 #include <string>
 
+#include "src/board/EngineParameters.h"
 #include "tests/support/IniText.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"
@@ -319,7 +320,7 @@ TEST_F(ChannelStartUp, EachSwitchOfTheEnginesReachesItsOwnRegister) {
         api->m_u50ConfigInfo.repeat_quote_upload = number == 0;
         api->m_u50ConfigInfo.model_sel = number == 1;
         api->m_u50ConfigInfo.event_model_sel = number == 2;
-        api->_WriteEngineParameters();
+        WriteEngineParameters(CDrvRegEnyx::GetInstance(), api->m_u50ConfigInfo);
         EXPECT_THAT(board.AccessesTo(0x1010, 0x1010), ElementsAre(W(0x1010, number == 0 ? 1 : 0)));
         EXPECT_THAT(board.AccessesTo(0x0100, 0x0101),
                     ElementsAre(W(0x0100, number == 1 ? 1 : 0), W(0x0101, number == 2 ? 1 : 0)));

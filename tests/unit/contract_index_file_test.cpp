@@ -58,9 +58,9 @@ protected:
         board.answers[0x1F14] = 1;
         board.answers[0x1F15] = 1;
         api->m_finishedMask.enabled_mask = 5;
-        std::memcpy(api->_Slot(SHFE_2PS, 0)->inst_id, "cu2612", 7);
-        std::memcpy(api->_Slot(SHFE_4PS, 0)->inst_id, "al2612", 7);
-        std::memcpy(api->_Slot(INE_2PS, 0)->inst_id, "sc2612", 7);
+        std::memcpy(api->m_store.Slot(SHFE_2PS, 0)->inst_id, "cu2612", 7);
+        std::memcpy(api->m_store.Slot(SHFE_4PS, 0)->inst_id, "al2612", 7);
+        std::memcpy(api->m_store.Slot(INE_2PS, 0)->inst_id, "sc2612", 7);
     }
     ~ContractIndexFile() override { TestableApi::s_indexDirectory = "/tmp"; }
     void At(int hour, int minute) { clock.wall = (DAY_START + hour * 3600 + minute * 60) * 1'000'000'000; }
@@ -87,13 +87,13 @@ protected:
 TEST_F(ContractIndexFile, ListsShfeAndThenIneEachFromZero) {
     board.answers = {{0x1F14, 3}, {0x1F15, 2}};
     // Numbers that rise by one from field to field; two words make one of 64 bits.
-    *api->_Slot(SHFE_2PS, 0) = FilledSlot("cu2612", 100);
-    *api->_Slot(SHFE_2PS, 1) = FilledSlot("al2612", 300);
-    *api->_Slot(SHFE_2PS, 2) = FilledSlot("zn2612", 0xFFFFFFB0);
-    *api->_Slot(SHFE_2PS, 3) = FilledSlot("behind", 1);
-    *api->_Slot(INE_2PS, 0) = FilledSlot("sc2612", 500);
-    *api->_Slot(INE_2PS, 1) = FilledSlot("nr2612", 700);
-    *api->_Slot(INE_2PS, 2) = FilledSlot("behind", 1);
+    *api->m_store.Slot(SHFE_2PS, 0) = FilledSlot("cu2612", 100);
+    *api->m_store.Slot(SHFE_2PS, 1) = FilledSlot("al2612", 300);
+    *api->m_store.Slot(SHFE_2PS, 2) = FilledSlot("zn2612", 0xFFFFFFB0);
+    *api->m_store.Slot(SHFE_2PS, 3) = FilledSlot("behind", 1);
+    *api->m_store.Slot(INE_2PS, 0) = FilledSlot("sc2612", 500);
+    *api->m_store.Slot(INE_2PS, 1) = FilledSlot("nr2612", 700);
+    *api->m_store.Slot(INE_2PS, 2) = FilledSlot("behind", 1);
     ASSERT_EQ(api->_InstStaticInfoWriteFile(), 0);
     EXPECT_EQ(Content(Name("am")),
               std::string(HEADER) +
@@ -107,8 +107,8 @@ TEST_F(ContractIndexFile, ListsShfeAndThenIneEachFromZero) {
 
 TEST_F(ContractIndexFile, FilledTablesAreListedToTheirLastSlot) {
     board.answers = {{0x1F14, 16384}, {0x1F15, 4096}};
-    std::memcpy(api->_Slot(SHFE_2PS, 16383)->inst_id, "last", 5);
-    std::memcpy(api->_Slot(INE_2PS, 4095)->inst_id, "lastine", 8);
+    std::memcpy(api->m_store.Slot(SHFE_2PS, 16383)->inst_id, "last", 5);
+    std::memcpy(api->m_store.Slot(INE_2PS, 4095)->inst_id, "lastine", 8);
     ASSERT_EQ(api->_InstStaticInfoWriteFile(), 0);
     const std::string content = Content(Name("am"));
     EXPECT_EQ(std::count(content.begin(), content.end(), '\n'), 1 + 16384 + 4096);
@@ -137,7 +137,7 @@ class ContractIndexOf : public ContractIndexFile, public testing::WithParamInter
 
 TEST_P(ContractIndexOf, FinishedFeedsTakesThe4psTableWhereBothHave) {
     const auto [mask, shfe, ine] = GetParam();
-    std::memcpy(api->_Slot(INE_4PS, 0)->inst_id, "nr2612", 7);
+    std::memcpy(api->m_store.Slot(INE_4PS, 0)->inst_id, "nr2612", 7);
     api->m_finishedMask.enabled_mask = mask;
     ASSERT_EQ(api->_InstStaticInfoWriteFile(), 0);
     std::string expected = HEADER;
@@ -180,8 +180,8 @@ TEST_F(ContractIndexFile, CountsOfZeroWriteNoFile) {
 
 TEST_F(ContractIndexFile, CountsBeyondTheTableAreCapped) {
     board.answers = {{0x1F14, UINT32_MAX}, {0x1F15, 4097}};
-    std::memcpy(api->_Slot(SHFE_4PS, 0)->inst_id, "behind", 7);
-    std::memcpy(api->_Slot(INE_4PS, 0)->inst_id, "behind", 7);
+    std::memcpy(api->m_store.Slot(SHFE_4PS, 0)->inst_id, "behind", 7);
+    std::memcpy(api->m_store.Slot(INE_4PS, 0)->inst_id, "behind", 7);
     ASSERT_EQ(api->_InstStaticInfoWriteFile(), 0);
     const std::string content = Content(Name("am"));
     EXPECT_EQ(std::count(content.begin(), content.end(), '\n'), 1 + 16384 + 4096);
@@ -249,14 +249,14 @@ TEST_F(ContractIndexFile, DirectoryThatIsMissingIsRefused) {
 }
 
 TEST_F(ContractIndexFile, IdKeepsWhatCanBePrintedButTheComma) {
-    std::memcpy(api->_Slot(SHFE_2PS, 0)->inst_id, "a ~+-\x7f\x1f\x80\xff,z", 12);
+    std::memcpy(api->m_store.Slot(SHFE_2PS, 0)->inst_id, "a ~+-\x7f\x1f\x80\xff,z", 12);
     board.answers = {{0x1F14, 1}, {0x1F15, 0}};
     api->_InstStaticInfoWriteFile();
     EXPECT_EQ(Content(Name("am")), std::string(HEADER) + "0,a ~+-?????z,0,0,0,0,0,0,0,0,0,0\n");
 }
 
 TEST_F(ContractIndexFile, IdFromTheWireKeepsTwelveColumnsAndOneLine) {
-    std::memcpy(api->_Slot(SHFE_2PS, 0)->inst_id,
+    std::memcpy(api->m_store.Slot(SHFE_2PS, 0)->inst_id,
                 "a,b\nc\x1b"
                 "defghijklmno",
                 16);

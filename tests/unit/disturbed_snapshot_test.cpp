@@ -15,7 +15,6 @@ constexpr uint64_t SEEDS_IN_A_TEST = 300;
 class DisturbedSnapshot : public SnapshotFixture, public ::testing::WithParamInterface<uint64_t> {
 protected:
     void SetUp() override {
-        SnapshotFixture::SetUp();
         Unplug();
         CCommonLog::GetInstance().SetLogLevel(LOG_NONE);
     }
@@ -77,10 +76,10 @@ protected:
 
     void ExpectTruth(const exchange::Exchange& market, const exchange::Faults& faults) {
         const std::vector<exchange::Instrument>& instruments = market.Instruments(SHFE_2PS);
-        EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, instruments.size());
+        EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, instruments.size());
         for (const exchange::Instrument& instrument : instruments) {
             const SInstTableType expected = SlotOf(instrument, market.Truth(SHFE_2PS, instrument.instNo), faults);
-            const SInstTableType& slot = api->m_u50InstTable.shfe2psInstTable[instrument.instNo];
+            const SInstTableType& slot = state->tables.shfe2psInstTable[instrument.instNo];
             const bool isSame = std::memcmp(&slot, &expected, sizeof slot) == 0;
             EXPECT_TRUE(isSame) << TextOf(slot) << "instead of\n" << TextOf(expected);
         }
@@ -104,9 +103,9 @@ TEST_P(DisturbedSnapshot, FinishesWithAllItsInstruments) {
         const uint32_t seq = faults.Has(EFault::SequenceWrap) ? 0U - 1 - chance.Below(8192) : chance.Below(2'000'000);
         exchange::SnapshotConnection connection({SERVER, HOST, SNAP_PORT, LOCAL_PORT}, seq,
                                                 market.SnapshotMessages(SHFE_2PS, faults), faults, seed);
-        TestableApi::_Cleandata(*api);
+        phase.Clear();
         ofOneSegment += ArriveAll(connection) <= 2 && faults.Has(EFault::LongFirstSegment) ? 1 : 0;
-        EXPECT_EQ(api->m_finishedMask.enabled_mask, FeedBit(SHFE_2PS));
+        EXPECT_EQ(state->finished.enabled_mask, FeedBit(SHFE_2PS));
         ExpectTruth(market, faults);
     }
     EXPECT_GT(ofOneSegment, 0U);

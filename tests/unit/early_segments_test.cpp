@@ -1,11 +1,26 @@
 // Segments that came early: their order, their limits, and their replay once the gap is filled.
+#include "tests/unit/SnapshotFixture.h"
 #include "tests/unit/StreamFixture.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using EarlySegments = StreamFixture;
+
+class EarlySegments : public StreamFixture {
+protected:
+    /// So many early segments of other connections.
+    void StoreElsewhere(uint32_t segments) {
+        for (uint16_t port = LOCAL_PORT + 1; segments > 0; ++port) {
+            const uint32_t next = Begin(INE_TOPIC, port);
+            // From the far end, so that each becomes the head at once.
+            for (uint32_t place = 500; place > 0 && segments > 0; --place, --segments) {
+                Arrive(next + place * MESSAGE_BYTES, Numbered(1), port);
+            }
+        }
+        log.lines.clear();
+    }
+};
 
 TEST_F(EarlySegments, EarlySegmentIsReplayedOnceTheGapIsFilled) {
     const uint32_t next = Begin();
@@ -17,7 +32,7 @@ TEST_F(EarlySegments, EarlySegmentIsReplayedOnceTheGapIsFilled) {
     EXPECT_THAT(Decoded(), ElementsAre(1, 2));
     EXPECT_EQ(Session().lost_flag, 0);
     EXPECT_EQ(uint32_t{Session().lost_buf_size}, 0U);
-    EXPECT_EQ(api->m_earlySegmentCount, 0U);
+    EXPECT_EQ(Reassembly().EarlySegments(), 0U);
 }
 
 TEST_F(EarlySegments, EarlySegmentsAreKeptInOrder) {
@@ -62,7 +77,7 @@ TEST_F(EarlySegments, RepeatedHeadOfTheListIsDiscarded) {
     const uint32_t next = Begin();
     Arrive(next + MESSAGE_BYTES, Numbered(2));
     Arrive(next + MESSAGE_BYTES, Numbered(2));
-    EXPECT_EQ(api->m_earlySegmentCount, 1U);
+    EXPECT_EQ(Reassembly().EarlySegments(), 1U);
     EXPECT_EQ(Counted(ECounter::SegmentRepeated), 1U);
 }
 
@@ -99,7 +114,7 @@ TEST_F(EarlySegments, DrainedPayloadThatIsNoMessageStopsTheDrain) {
     EXPECT_THAT(EarlySeqs(), ElementsAre(next + 2 * MESSAGE_BYTES));
     Arrive(next + 2 * MESSAGE_BYTES, Numbered(3));
     EXPECT_THAT(Decoded(), ElementsAre(1, 3));
-    EXPECT_EQ(api->m_earlySegmentCount, 0U);
+    EXPECT_EQ(Reassembly().EarlySegments(), 0U);
 }
 
 TEST_F(EarlySegments, EarlySegmentsOfAFormerConnectionAreNoPartOfTheNext) {
@@ -108,23 +123,23 @@ TEST_F(EarlySegments, EarlySegmentsOfAFormerConnectionAreNoPartOfTheNext) {
     Arrive(next, LastMessage());
     Arrive(Begin(INE_TOPIC, LOCAL_PORT, next), Numbered(2));
     EXPECT_EQ(Session().lost_flag, 0);
-    EXPECT_EQ(api->m_earlySegmentCount, 0U);
+    EXPECT_EQ(Reassembly().EarlySegments(), 0U);
 }
 
 TEST_F(EarlySegments, EveryStoredSegmentIsCountedAndARepeatedOneIsNot) {
     const uint32_t next = Begin();
-    const auto store = [&](uint32_t number) {
+    const auto keep = [&](uint32_t number) {
         Arrive(next + (number - 1) * MESSAGE_BYTES, Numbered(static_cast<int32_t>(number)));
         return uint32_t{Session().lost_buf_size};
     };
-    EXPECT_EQ(store(5), 1U);  // alone
-    EXPECT_EQ(store(5), 1U);
-    EXPECT_EQ(store(3), 2U);  // in front of the head
-    EXPECT_EQ(store(9), 3U);  // behind the last
-    EXPECT_EQ(store(4), 4U);  // between two
-    EXPECT_EQ(store(8), 5U);
+    EXPECT_EQ(keep(5), 1U);  // alone
+    EXPECT_EQ(keep(5), 1U);
+    EXPECT_EQ(keep(3), 2U);  // in front of the head
+    EXPECT_EQ(keep(9), 3U);  // behind the last
+    EXPECT_EQ(keep(4), 4U);  // between two
+    EXPECT_EQ(keep(8), 5U);
     EXPECT_THAT(EarlySeqs(), ElementsAre(next + 80, next + 120, next + 160, next + 280, next + 320));
-    EXPECT_EQ(api->m_earlySegmentCount, 5U);
+    EXPECT_EQ(Reassembly().EarlySegments(), 5U);
 }
 
 TEST_F(EarlySegments, ListThatIsDrainedInPartKeepsItsCount) {
@@ -136,7 +151,7 @@ TEST_F(EarlySegments, ListThatIsDrainedInPartKeepsItsCount) {
     EXPECT_THAT(Decoded(), ElementsAre(1, 2, 3));
     EXPECT_THAT(EarlySeqs(), ElementsAre(next + 160));
     EXPECT_EQ(uint32_t{Session().lost_buf_size}, 3U);  // of all that were put into it
-    EXPECT_EQ(api->m_earlySegmentCount, 1U);
+    EXPECT_EQ(Reassembly().EarlySegments(), 1U);
     Arrive(next + 5 * MESSAGE_BYTES, Numbered(6));
     EXPECT_EQ(uint32_t{Session().lost_buf_size}, 4U);
     Arrive(next + 3 * MESSAGE_BYTES, Numbered(4));
@@ -145,7 +160,7 @@ TEST_F(EarlySegments, ListThatIsDrainedInPartKeepsItsCount) {
     EXPECT_EQ(Session().lost_flag, 0);
 }
 
-class EarlyFlood : public StreamFixture {
+class EarlyFlood : public SnapshotFixture {
 protected:
     /// Messages from `first` to `last`, whose predecessor is missing.
     void StoreEarly(uint32_t first, uint32_t last) {
@@ -167,18 +182,17 @@ protected:
                                 "packet loss > 20 msg, free cache, init again."));
         const tcp_session_t empty{};
         EXPECT_EQ(std::memcmp(&Session(), &empty, sizeof empty), 0);
-        EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
-        EXPECT_EQ(api->m_u50DstPort.port_shfe_2ps, 0);
-        EXPECT_EQ(api->m_earlySegmentCount, 0U);
-        EXPECT_EQ(api->m_carryOverOwners.Count(), 0U);
+        EXPECT_EQ(state->finished.enabled_mask, 0);
+        EXPECT_EQ(state->ports.port_shfe_2ps, 0);
+        EXPECT_EQ(Reassembly().EarlySegments(), 0U);
+        EXPECT_EQ(Reassembly().CarryOverBuffers(), 0U);
         EXPECT_EQ(Counted(ECounter::EarlyOverflow), 1U);
         EXPECT_EQ(Counted(ECounter::SegmentRepeated), 0U);
     }
 
     void SetUp() override {
-        StreamFixture::SetUp();
         m_begin = Begin();
-        api->m_finishedMask.enabled_mask = 4;
+        state->finished.enabled_mask = 4;
     }
 
     uint32_t m_begin = 0;  ///< of message 0
@@ -219,6 +233,21 @@ TEST_F(EarlyFlood, SegmentsThatWereDrainedCountAgainstTheLimit) {
     ExpectEverythingCleared(300, 502);
 }
 
+TEST_F(EarlySegments, OneMoreThanFiveHundredAsksToBeginAgainAndClearsNothing) {
+    const uint32_t next = Begin();
+    for (uint32_t place = 500; place > 0; --place) Arrive(next + place * MESSAGE_BYTES, Numbered(1));
+    EXPECT_EQ(result, CReassembly::EResult::Taken);
+    log.lines.clear();
+    Arrive(next + 501 * MESSAGE_BYTES, Numbered(1));
+    EXPECT_EQ(result, CReassembly::EResult::BeginAgain);
+    EXPECT_THAT(log.Texts(), ElementsAre("break tcp seq detected. expt: " + std::to_string(next) +
+                                         ", Got: " + std::to_string(next + 501 * MESSAGE_BYTES)));
+    EXPECT_EQ(EarlySeqs().size(), 500U);
+    EXPECT_EQ(Session().init, 1);
+    EXPECT_EQ(store.Instruments(SHFE_2PS), 0U);
+    EXPECT_EQ(Counted(ECounter::EarlyOverflow), 1U);
+}
+
 TEST_F(EarlySegments, LongestFrameThatFitsAnEntryIsStored) {
     const uint32_t next = Begin();
     const std::size_t headers = Segment(next, {}).Frame().size();
@@ -237,10 +266,10 @@ TEST_F(EarlySegments, EarlyFrameLongerThanAnEntryIsLost) {
 }
 
 TEST_F(EarlySegments, EarlySegmentBeyondTheBudgetOfAllConnectionsIsLost) {
+    StoreElsewhere(1999);
     const uint32_t next = Begin();
-    api->m_earlySegmentCount = 1999;
     Arrive(next + MESSAGE_BYTES, Numbered(2));
-    EXPECT_EQ(api->m_earlySegmentCount, 2000U);
+    EXPECT_EQ(Reassembly().EarlySegments(), 2000U);
     EXPECT_THAT(log.Texts(TROUBLE), IsEmpty());
     Arrive(next + 2 * MESSAGE_BYTES, Numbered(3));
     EXPECT_THAT(EarlySeqs(), ElementsAre(next + MESSAGE_BYTES));
@@ -251,7 +280,7 @@ TEST_F(EarlySegments, EarlySegmentBeyondTheBudgetOfAllConnectionsIsLost) {
 TEST_F(EarlySegments, ListGoesOnWhenOneOfItsSegmentsFindsNoRoom) {
     const uint32_t next = Begin();
     Arrive(next + MESSAGE_BYTES, Numbered(2));
-    api->m_earlySegmentCount = 2000;
+    StoreElsewhere(1999);
     Arrive(next + 2 * MESSAGE_BYTES, Numbered(3));
     Arrive(next, Numbered(1));
     EXPECT_THAT(Decoded(), ElementsAre(1, 2));

@@ -2,30 +2,30 @@
 #include <cstring>
 #include <utility>
 
-#include "tests/unit/SnapshotFixture.h"
+#include "tests/unit/StreamFixture.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class FeedIdentification : public SnapshotFixture {
+class FeedIdentification : public StreamFixture {
 protected:
     /// Binds from a block that ends with the payload's last byte.
     bool Bind(const Bytes& payload) {
         const std::unique_ptr<uint8_t[]> block(new uint8_t[payload.size()]);
         std::copy(payload.begin(), payload.end(), block.get());
-        return api->_BindFeed(block.get(), static_cast<uint32_t>(payload.size()), LOCAL_PORT);
+        return !feeds.OnConnection(block.get(), static_cast<uint32_t>(payload.size()), LOCAL_PORT).isRefused;
     }
 
     bool IsAnyPortKnown() const {
         EMDQPDataType feed{};
-        return api->_FindFeed(LOCAL_PORT, feed);
+        return store.Find(LOCAL_PORT, feed);
     }
 
     EMDQPDataType FeedOfPort() const {
         EMDQPDataType feed = static_cast<EMDQPDataType>(-1);
-        api->_FindFeed(LOCAL_PORT, feed);
+        store.Find(LOCAL_PORT, feed);
         return feed;
     }
 
@@ -41,14 +41,14 @@ protected:
         }
     }
 
-    void EnableAll() { api->m_u50ConfigInfo.enabled_mask.enabled_mask = 0x0F; }
+    void EnableAll() { state->config.enabled_mask.enabled_mask = 0x0F; }
 };
 
 // ---- binding ------------------------------------------------------------------------------------------------------
 
 TEST_F(FeedIdentification, TopicBindsThePortToItsFeed) {
     Begin(INE_TOPIC);
-    EXPECT_EQ(api->m_u50DstPort.port_ine_2ps, LOCAL_PORT);
+    EXPECT_EQ(state->ports.port_ine_2ps, LOCAL_PORT);
     EXPECT_EQ(Session().init, 1);
 }
 
@@ -63,32 +63,32 @@ TEST_F(FeedIdentification, FourPsFeedsAreBoundToo) {
     EnableAll();
     Begin(SHFE_TOPIC + 1, 41001);
     Begin(INE_TOPIC + 1, 41002);
-    EXPECT_EQ(api->m_u50DstPort.port_shfe_4ps, 41001);
-    EXPECT_EQ(api->m_u50DstPort.port_ine_4ps, 41002);
+    EXPECT_EQ(state->ports.port_shfe_4ps, 41001);
+    EXPECT_EQ(state->ports.port_ine_4ps, 41002);
 }
 
 TEST_F(FeedIdentification, Ine2psWinsASharedTopicOverShfe2ps) {
-    api->m_u50ConfigInfo.topicID.ine2ps_topic_id = SHFE_TOPIC;
+    state->config.topicID.ine2ps_topic_id = SHFE_TOPIC;
     Begin();
     EXPECT_EQ(FeedOfPort(), INE_2PS);
 }
 
 TEST_F(FeedIdentification, Shfe2psWinsASharedTopicOverIne4ps) {
     EnableAll();
-    api->m_u50ConfigInfo.topicID.ine4ps_topic_id = SHFE_TOPIC;
+    state->config.topicID.ine4ps_topic_id = SHFE_TOPIC;
     Begin();
     EXPECT_EQ(FeedOfPort(), SHFE_2PS);
 }
 
 TEST_F(FeedIdentification, Ine4psWinsASharedTopicOverShfe4ps) {
     EnableAll();
-    api->m_u50ConfigInfo.topicID.ine4ps_topic_id = SHFE_TOPIC + 1;
+    state->config.topicID.ine4ps_topic_id = SHFE_TOPIC + 1;
     Begin(SHFE_TOPIC + 1);
     EXPECT_EQ(FeedOfPort(), INE_4PS);
 }
 
 TEST_F(FeedIdentification, TopicIsSigned) {
-    api->m_u50ConfigInfo.topicID.shfe2ps_topic_id = -5;
+    state->config.topicID.shfe2ps_topic_id = -5;
     Begin(-5);
     EXPECT_EQ(FeedOfPort(), SHFE_2PS);
 }
@@ -107,15 +107,15 @@ TEST_F(FeedIdentification, DisabledFeedIsRefusedInSilence) {
 }
 
 TEST_F(FeedIdentification, SecondConnectionOfAFinishedFeedIsIgnored) {
-    api->m_finishedMask.enabled_mask = 1;
+    state->finished.enabled_mask = 1;
     Arrive(FIRST_SEQ, Join({FirstMessage(SHFE_TOPIC), Numbered(1)}));
     EXPECT_THAT(log.Texts(TROUBLE), IsEmpty());
     ExpectRefused();
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, 1);
+    EXPECT_EQ(state->finished.enabled_mask, 1);
 }
 
 TEST_F(FeedIdentification, FinishedFeedKeepsNoOtherFromItsPort) {
-    api->m_finishedMask.enabled_mask = 1;
+    state->finished.enabled_mask = 1;
     Begin(INE_TOPIC);
     EXPECT_EQ(FeedOfPort(), INE_2PS);
 }
@@ -132,7 +132,7 @@ TEST_F(FeedIdentification, WalkGoesOnBehindTheFirstMessage) {
     // stands there announces a topic, which the third message's header then is.
     const field_t snapField{mdqp::FIELD_SNAP, sizeof(snap_t)};
     const Bytes second = exchange::MdqpWriter().RawBytes(&snapField, sizeof snapField).Bytes();
-    api->m_u50ConfigInfo.topicID.shfe2ps_topic_id = mdqp::FLAG_MORE | (mdqp::TYPE_SNAPSHOT << 8);
+    state->config.topicID.shfe2ps_topic_id = mdqp::FLAG_MORE | (mdqp::TYPE_SNAPSHOT << 8);
     EXPECT_TRUE(Bind(Join({Numbered(1), second, Numbered(2)})));
     EXPECT_EQ(FeedOfPort(), SHFE_2PS);
 }
@@ -163,15 +163,15 @@ TEST_F(FeedIdentification, LongestFieldEndsTheWalk) {
 // ---- looking up ---------------------------------------------------------------------------------------------------
 
 TEST_F(FeedIdentification, LookUpTakesTheFirstFeedOfAPort) {
-    api->m_u50DstPort.port_shfe_4ps = LOCAL_PORT;
-    api->m_u50DstPort.port_ine_2ps = LOCAL_PORT;
+    state->ports.port_shfe_4ps = LOCAL_PORT;
+    state->ports.port_ine_2ps = LOCAL_PORT;
     EXPECT_EQ(FeedOfPort(), SHFE_4PS);
 }
 
 TEST_F(FeedIdentification, UnknownPortHasNoFeed) {
     EMDQPDataType feed{};
-    EXPECT_FALSE(api->_FindFeed(LOCAL_PORT, feed));
-    EXPECT_FALSE(api->_FindFeed(0, feed));
+    EXPECT_FALSE(store.Find(LOCAL_PORT, feed));
+    EXPECT_FALSE(store.Find(0, feed));
 }
 
 TEST_F(FeedIdentification, FormerPortOfAFinishedFeedIsRefused) {
@@ -187,7 +187,7 @@ TEST_F(FeedIdentification, FormerPortOfAFinishedFeedIsRefused) {
 constexpr std::pair<EMDQPDataType, int32_t> CAPACITIES[] = {
     {SHFE_2PS, 16384}, {SHFE_4PS, 16384}, {INE_2PS, 4096}, {INE_4PS, 4096}};
 
-bool IsInRange(EMDQPDataType feed, int32_t instNo) { return TestableApi::_ProtectInstNo(feed, instNo); }
+bool IsInRange(EMDQPDataType feed, int32_t instNo) { return CInstrumentStore::Protect(feed, instNo); }
 
 TEST_F(FeedIdentification, LastNumberOfEachFeedPassesAndTheNextIsRefused) {
     for (const auto& [feed, capacity] : CAPACITIES) {
@@ -222,37 +222,37 @@ TEST_F(FeedIdentification, ValueThatIsNoFeedIsToldAndRefused) {
 TEST_F(FeedIdentification, NegativeNumberPassesTheRangeTestButHasNoSlot) {
     for (const EMDQPDataType feed : ALL_FEEDS) {
         EXPECT_TRUE(IsInRange(feed, -1));
-        EXPECT_EQ(api->_Slot(feed, -1), nullptr);
-        EXPECT_EQ(api->_Slot(feed, INT32_MIN), nullptr);
+        EXPECT_EQ(store.Slot(feed, -1), nullptr);
+        EXPECT_EQ(store.Slot(feed, INT32_MIN), nullptr);
     }
 }
 
 TEST_F(FeedIdentification, SlotsEndWithTheTable) {
-    U50InstTable& tables = api->m_u50InstTable;
+    U50InstTable& tables = state->tables;
     SInstTableType* const first[] = {tables.shfe2psInstTable, tables.shfe4psInstTable, tables.ine2psInstTable,
                                      tables.ine4psInstTable};
     for (const auto& [feed, capacity] : CAPACITIES) {
-        EXPECT_EQ(api->_Slot(feed, capacity), nullptr);
-        EXPECT_EQ(api->_Slot(feed, INT32_MAX), nullptr);
-        EXPECT_EQ(api->_Slot(feed, 0), first[feed]);
-        EXPECT_EQ(api->_Slot(feed, capacity - 1), first[feed] + capacity - 1);
+        EXPECT_EQ(store.Slot(feed, capacity), nullptr);
+        EXPECT_EQ(store.Slot(feed, INT32_MAX), nullptr);
+        EXPECT_EQ(store.Slot(feed, 0), first[feed]);
+        EXPECT_EQ(store.Slot(feed, capacity - 1), first[feed] + capacity - 1);
     }
-    EXPECT_EQ(api->_Slot(static_cast<EMDQPDataType>(7), 0), nullptr);
+    EXPECT_EQ(store.Slot(static_cast<EMDQPDataType>(7), 0), nullptr);
 }
 
 TEST_F(FeedIdentification, SlotsOnceHandedOutAreClearedWithTheRest) {
     for (const auto& [feed, capacity] : CAPACITIES) {
-        for (const int32_t instNo : {17, 0, capacity - 1}) std::memset(api->_Slot(feed, instNo), 0xEE, 256);
+        for (const int32_t instNo : {17, 0, capacity - 1}) std::memset(store.Slot(feed, instNo), 0xEE, 256);
     }
-    TestableApi::_Cleandata(*api);
-    const auto* bytes = reinterpret_cast<const uint8_t*>(&api->m_u50InstTable);
-    EXPECT_TRUE(std::all_of(bytes, bytes + sizeof api->m_u50InstTable, [](uint8_t byte) { return byte == 0; }));
+    store.Clear();
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&state->tables);
+    EXPECT_TRUE(std::all_of(bytes, bytes + sizeof state->tables, [](uint8_t byte) { return byte == 0; }));
 }
 
 // In a process of its own, so that no other test has touched them.
 TEST(FeedIdentificationFlags, WarningsAreStillToBeGivenWhenAProcessBegins) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(std::exit(TestableApi::shfe_cnt_flag && TestableApi::ine_cnt_flag ? 0 : 1),
+    EXPECT_EXIT(std::exit(CInstrumentStore::shfe_cnt_flag && CInstrumentStore::ine_cnt_flag ? 0 : 1),
                 ::testing::ExitedWithCode(0), "");
 }
 

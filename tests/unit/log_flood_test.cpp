@@ -6,7 +6,6 @@ namespace {
 class LogFlood : public SnapshotFixture {
 protected:
     void SetUp() override {
-        SnapshotFixture::SetUp();
         CCommonLog::GetInstance().SetLogLevel(LOG_ERROR | LOG_WARNING | LOG_INFO | LOG_DEBUG);
         clock.step = 1'000;  // a line takes a microsecond
     }

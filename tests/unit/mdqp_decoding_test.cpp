@@ -65,7 +65,7 @@ TEST_F(MdqpDecoding, DealIsStoredInHundredths) {
     expected.update_mill_sec = 500;
     expected.change_no = 13;
     ExpectSlot();
-    EXPECT_EQ(api->m_tradingDay, 20260430);
+    EXPECT_EQ(state->tradingDay, 20260430);
 }
 
 TEST_F(MdqpDecoding, HalfAHundredthIsRoundedUpAndLessIsNot) {
@@ -96,15 +96,14 @@ TEST_F(MdqpDecoding, AbsentValuesOfADealBecomeZero) {
 
 TEST_F(MdqpDecoding, RecordsGoToTheTableOfTheirFeedAndNoOther) {
     for (const int feed : {0, 1, 2, 3}) {
-        api->m_u50DstPort = {};
-        uint16_t* const ports[] = {&api->m_u50DstPort.port_shfe_2ps, &api->m_u50DstPort.port_shfe_4ps,
-                                   &api->m_u50DstPort.port_ine_2ps, &api->m_u50DstPort.port_ine_4ps};
+        state->ports = {};
+        uint16_t* const ports[] = {&state->ports.port_shfe_2ps, &state->ports.port_shfe_4ps, &state->ports.port_ine_2ps,
+                                   &state->ports.port_ine_4ps};
         *ports[feed] = PORT;
-        SInstTableType* const slots[] = {
-            &api->m_u50InstTable.shfe2psInstTable[9], &api->m_u50InstTable.shfe4psInstTable[9],
-            &api->m_u50InstTable.ine2psInstTable[9], &api->m_u50InstTable.ine4psInstTable[9]};
+        SInstTableType* const slots[] = {&state->tables.shfe2psInstTable[9], &state->tables.shfe4psInstTable[9],
+                                         &state->tables.ine2psInstTable[9], &state->tables.ine4psInstTable[9]};
         for (SInstTableType* slot : slots) *slot = SInstTableType{};
-        api->m_u50InstCount = {1, 2, 3, 4};
+        state->counts = {1, 2, 3, 4};
         deal_info_t deal = Deal(9);
         deal.volume = 12;
         Parse(Padded(
@@ -116,7 +115,7 @@ TEST_F(MdqpDecoding, RecordsGoToTheTableOfTheirFeedAndNoOther) {
             EXPECT_EQ(slot.bid1_vol, other == feed ? 77U : 0U) << feed;
             EXPECT_STREQ(slot.inst_id, other == feed ? "cu2612" : "") << feed;
         }
-        const U50InstCount& count = api->m_u50InstCount;
+        const U50InstCount& count = state->counts;
         const uint64_t counts[] = {count.shfe_inst_cnt_2ps, count.shfe_inst_cnt_4ps, count.ine_inst_cnt_2ps,
                                    count.ine_inst_cnt_4ps};
         for (uint64_t other = 0; other < 4; ++other) {
@@ -135,19 +134,19 @@ TEST_F(MdqpDecoding, TradingDayIsTheGreatestSeen) {
         deal_info_t deal = Deal(7);
         std::memcpy(deal.action_day, day, std::strlen(day));
         Parse(MdqpWriter().DealInfo(deal));
-        EXPECT_EQ(api->m_tradingDay, greatest) << day;
+        EXPECT_EQ(state->tradingDay, greatest) << day;
     }
 }
 
 TEST_F(MdqpDecoding, TradingDayEndsAtWhatIsNoDigitAndWithItsField) {
     for (const auto& [day, value] :
          {std::pair{"2026043/1", 2026043}, {"2026043:1", 2026043}, {"-20260430", 0}, {"202604301", 202604301}}) {
-        api->m_tradingDay = 0;
+        state->tradingDay = 0;
         deal_info_t deal = Deal(7);
         std::memcpy(deal.action_day, day, 9);
         std::memcpy(deal.update_time, "999999999", 9);
         Parse(MdqpWriter().DealInfo(deal));
-        EXPECT_EQ(api->m_tradingDay, value) << day;
+        EXPECT_EQ(state->tradingDay, value) << day;
     }
 }
 
@@ -224,9 +223,9 @@ TEST_F(MdqpDecoding, AbsentAmountsBecomeZero) {
 
 TEST_F(MdqpDecoding, InstrumentNumberSetsTheCountOnePastIt) {
     Parse(MdqpWriter().InstInfo(Info(99)));
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 100U);
+    EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, 100U);
     Parse(MdqpWriter().InstInfo(Info(3)));
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 100U);
+    EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, 100U);
 }
 
 TEST_F(MdqpDecoding, IdTakesFifteenBytesAsTheyAreAlsoBehindATerminator) {
@@ -241,7 +240,7 @@ TEST_F(MdqpDecoding, EmptyIdClearsTheTextAndLeavesTheBytesBehindItsFirst) {
     std::memset(Slot(7).inst_id, 'x', 16);
     inst_info_t info = Info(7);
     std::memcpy(info.inst_id, "\0yz", 3);
-    EXPECT_EQ(TestableApi::_FieldID0101(info, SHFE_2PS, *api), 0);
+    decoder.InstInfo(SHFE_2PS, info, Slot(7));
     EXPECT_EQ(std::string(Slot(7).inst_id, 16), std::string("\0xxxxxxxxxxxxxxx", 16));
 }
 
@@ -253,35 +252,6 @@ TEST_F(MdqpDecoding, IdOfOneCharacterIsAnId) {
     EXPECT_EQ(std::string(Slot(7).inst_id, 16), std::string("\x01\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16));
 }
 
-TEST_F(MdqpDecoding, RecordsThatAreTakenGiveZero) {
-    inst_info_t info = Info(7);
-    deal_info_t deal = Deal(7);
-    price_detail_t level{7, '0', 1, 1};
-    order_statistics_info_t statistics{7, 1, 1, 1, 1};
-    packet_no_t packet{5};
-    EXPECT_EQ(TestableApi::_FieldID0101(info, SHFE_2PS, *api), 0);
-    EXPECT_EQ(TestableApi::_FieldID0102(deal, SHFE_2PS, *api), 0);
-    EXPECT_EQ(TestableApi::_FieldID0103(level, SHFE_2PS, *api, PORT, true), 0);
-    EXPECT_EQ(TestableApi::_FieldID0104(statistics, SHFE_2PS, *api), 0);
-    EXPECT_EQ(TestableApi::_FieldID1004(packet, SHFE_2PS, *api), 0);
-}
-
-TEST_F(MdqpDecoding, RecordsOfNoSlotAreRefusedWhoeverHandsThemOver) {
-    for (const int32_t number : {-1, INT32_MIN, 4096, INT32_MAX}) {
-        inst_info_t info = Info(number);
-        deal_info_t deal = Deal(number);
-        std::memcpy(deal.action_day, "20260430", 9);
-        price_detail_t level{number, '0', 1, 1};
-        order_statistics_info_t statistics{number, 1, 1, 1, 1};
-        EXPECT_EQ(TestableApi::_FieldID0101(info, INE_4PS, *api), 0);
-        EXPECT_EQ(TestableApi::_FieldID0102(deal, INE_4PS, *api), 0);
-        EXPECT_EQ(TestableApi::_FieldID0103(level, INE_4PS, *api, PORT, true), 0);
-        EXPECT_EQ(TestableApi::_FieldID0104(statistics, INE_4PS, *api), 0);
-    }
-    EXPECT_EQ(api->m_u50InstCount.ine_inst_cnt_4ps, 0U);
-    EXPECT_EQ(api->m_tradingDay, 0);
-}
-
 TEST_F(MdqpDecoding, NegativeNumberIsRefusedAndCountsNothing) {
     for (const int32_t number : {-1, INT32_MIN}) {
         Parse(Padded(MdqpWriter()
@@ -290,9 +260,9 @@ TEST_F(MdqpDecoding, NegativeNumberIsRefusedAndCountsNothing) {
                          .PriceDetail(number, '0', 1, 1)
                          .OrderStatistics({number, 1, 1, 1, 1})));
     }
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
-    EXPECT_EQ(api->m_counters[ECounter::InstNoOutOfRange], 8U);
-    EXPECT_EQ(api->m_tradingDay, 0);
+    EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, 0U);
+    EXPECT_EQ(state->counters[ECounter::InstNoOutOfRange], 8U);
+    EXPECT_EQ(state->tradingDay, 0);
     EXPECT_THAT(log.Texts(), IsEmpty());
 }
 
@@ -303,29 +273,29 @@ TEST_F(MdqpDecoding, NumberBeyondTheTableIsRefusedAndToldOnce) {
 }
 
 TEST_F(MdqpDecoding, MessageOfNoFeedIsRefused) {
-    tcp_session_t& session = api->m_sessions[41000];
+    tcp_session_t& session = state->sessions[41000];
     session.src_host = 11;
     session.src_port = 33022;
     session.dst_host = 12;
     session.dst_port = 41000;
     session.init = 1;
     for (const uint8_t flag : {mdqp::FLAG_MORE, mdqp::FLAG_LAST}) {
-        EXPECT_EQ(Parse(Padded(MdqpWriter(flag).InstInfo(Info(7)).PacketNo(1)), 41000), -1);
+        EXPECT_FALSE(Parse(Padded(MdqpWriter(flag).InstInfo(Info(7)).PacketNo(1)), 41000));
     }
     const std::string line = "src_host[11] src_port[33022] dst_host[12] dst_port[41000] unknown.";
     EXPECT_THAT(log.Texts(), ElementsAre(line, line));
     EXPECT_EQ(log.lines[0].level, LOG_DEBUG);
     EXPECT_EQ(log.lines[0].Function(), "_ParseMdqp");
-    EXPECT_EQ(api->m_counters[ECounter::MessageOfNoFeed], 2U);
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
+    EXPECT_EQ(state->counters[ECounter::MessageOfNoFeed], 2U);
+    EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, 0U);
+    EXPECT_EQ(state->finished.enabled_mask, 0);
     EXPECT_EQ(session.init, 1);
     EXPECT_THAT(board.accesses, IsEmpty());
     ExpectSlot();
 }
 
 TEST_F(MdqpDecoding, PacketNumberGoesToTheFeedsRegister) {
-    api->m_u50DstPort = {PORT, PORT + 1, PORT + 2, PORT + 3};
+    state->ports = {PORT, PORT + 1, PORT + 2, PORT + 3};
     for (uint16_t feed = 0; feed < 4; ++feed) {
         Parse(Padded(MdqpWriter().PacketNo(77 + feed)), static_cast<uint16_t>(PORT + feed));
     }
@@ -348,8 +318,8 @@ TEST_F(MdqpDecoding, UnknownFieldIsToldAndPassedOver) {
     EXPECT_THAT(log.Texts(), ElementsAre("unknown field id: bad"));
     EXPECT_EQ(log.lines[0].level, LOG_ERROR);
     EXPECT_EQ(log.lines[0].Function(), "_ParseMdqp");
-    EXPECT_EQ(api->m_counters[ECounter::FieldUnknown], 1U);
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 3U);
+    EXPECT_EQ(state->counters[ECounter::FieldUnknown], 1U);
+    EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, 3U);
 }
 
 TEST_F(MdqpDecoding, UnknownFieldIsToldWithAtLeastTwoDigits) {
@@ -365,7 +335,7 @@ TEST_F(MdqpDecoding, KnownFieldsWithoutUseAreSilent) {
     Parse(Padded(message));
     EXPECT_THAT(log.lines, IsEmpty());
     EXPECT_THAT(board.accesses, IsEmpty());
-    EXPECT_EQ(api->m_counters[ECounter::FieldUnknown], 0U);
+    EXPECT_EQ(state->counters[ECounter::FieldUnknown], 0U);
     ExpectSlot();
 }
 

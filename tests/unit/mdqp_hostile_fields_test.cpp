@@ -14,11 +14,11 @@ TEST_F(MdqpHostileFields, FieldThatClaimsToRunPastItsMessageIsReadAndEndsTheWalk
         instNo += 10;
         const inst_info_t info = Info(instNo);
         Parse(MdqpWriter().FieldClaiming(0x0101, claimed, &info, sizeof info).PacketNo(77).PacketNo(78));
-        EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, static_cast<uint64_t>(instNo) + 1) << claimed;
+        EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, static_cast<uint64_t>(instNo) + 1) << claimed;
         EXPECT_STREQ(Slot(instNo).inst_id, "cu2612");
     }
     EXPECT_THAT(board.accesses, IsEmpty());
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 0U);
+    EXPECT_EQ(state->counters[ECounter::FieldMalformed], 0U);
 }
 
 TEST_F(MdqpHostileFields, RecordsOfEveryKindAreReadWhateverTheirFieldsSayOfTheirSize) {
@@ -41,7 +41,7 @@ TEST_F(MdqpHostileFields, RecordsOfEveryKindAreReadWhateverTheirFieldsSayOfTheir
         EXPECT_EQ(Slot(5).ask_volume, 15U) << off;
         EXPECT_THAT(board.accesses, ::testing::Contains(W(0x11110, 77))) << off;
     }
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 0U);
+    EXPECT_EQ(state->counters[ECounter::FieldMalformed], 0U);
 }
 
 TEST_F(MdqpHostileFields, FieldThatClaimsLessThanItsRecordIsReadAndLeadsIntoIt) {
@@ -50,9 +50,9 @@ TEST_F(MdqpHostileFields, FieldThatClaimsLessThanItsRecordIsReadAndLeadsIntoIt) 
     std::memcpy(reinterpret_cast<char*>(&info) + 40, &hidden, sizeof hidden);
     Parse(MdqpWriter().FieldClaiming(0x0101, 40, &info, sizeof info).InstInfo(Info(9)));
     EXPECT_STREQ(Slot(6).inst_id, "cu2612");
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 10U);
+    EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, 10U);
     EXPECT_THAT(log.Texts(LOG_ERROR), ElementsAre("unknown field id: bad"));
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 0U);
+    EXPECT_EQ(state->counters[ECounter::FieldMalformed], 0U);
 }
 
 /// One record of every kind that has a slot, all of its bytes meant.
@@ -92,7 +92,7 @@ protected:
 
 TEST_F(MdqpRecordEnd, AtTheEndOfTheMessageIsReadToItsLastByte) {
     for (const Record& record : Records()) ParseEndingIn(record, record.bytes.size());
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 0U);
+    EXPECT_EQ(state->counters[ECounter::FieldMalformed], 0U);
     EXPECT_EQ(Slot(7).codec_price, 125);
     EXPECT_EQ(Slot(7).change_no, 0x12345678U);
     EXPECT_EQ(Slot(7).ask1_price, 10050);
@@ -106,10 +106,10 @@ TEST_F(MdqpRecordEnd, BehindTheMessageIsNotReadAndTheRecordIsDropped) {
         for (std::size_t missing = 1; missing <= 12; ++missing) {
             ParseEndingIn(record, record.bytes.size() - missing);
             EXPECT_EQ(TextOf(Slot(7)), TextOf(BEFORE)) << record.fieldId << " less " << missing;
-            EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], ++dropped) << record.fieldId << " less " << missing;
+            EXPECT_EQ(state->counters[ECounter::FieldMalformed], ++dropped) << record.fieldId << " less " << missing;
         }
     }
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
+    EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, 0U);
     EXPECT_THAT(log.lines, IsEmpty());
     EXPECT_THAT(board.accesses, IsEmpty());
 }
@@ -122,8 +122,8 @@ TEST_F(MdqpHostileFields, RecordThatWouldBeReadPastItsMessageIsDropped) {
         Parse(MdqpWriter().FieldClaiming(0x0101, claimed, zeros.data(), 111));
     }
     EXPECT_EQ(TextOf(Slot(0)), before);
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 3U);
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
+    EXPECT_EQ(state->counters[ECounter::FieldMalformed], 3U);
+    EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, 0U);
 }
 
 // Forty bytes of data: records of 112 and 154 bytes are not there; those of 17, 28 and 4 are, whatever is claimed.
@@ -142,22 +142,22 @@ TEST_F(MdqpHostileFields, EveryClaimedSizeLeadsToTheNextFieldAndNoFurther) {
         }
         ASSERT_EQ(TextOf(Slot(3)), TextOf(expected)) << size;
     }
-    EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], 2 * sizes);
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
-    EXPECT_EQ(api->m_tradingDay, 0);
-    EXPECT_THAT(board.Writes(), testing::AllOf(testing::SizeIs(sizes), testing::Each(W(0x11110, 3))));
+    EXPECT_EQ(state->counters[ECounter::FieldMalformed], 2 * sizes);
+    EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, 0U);
+    EXPECT_EQ(state->tradingDay, 0);
+    EXPECT_THAT(board.accesses, testing::AllOf(testing::SizeIs(sizes), testing::Each(W(0x11110, 3))));
 }
 
 // A field that begins behind the last eight bytes is looked at, and its record of 112 bytes is not there.
 TEST_F(MdqpHostileFields, MessagesOfEveryShortLengthAreReadToTheirEndOnly) {
     for (std::size_t bytes = 0; bytes < 40; ++bytes) {
         const std::vector<uint8_t> body(bytes, 0x01);
-        EXPECT_EQ(Parse(MdqpWriter().RawBytes(body.data(), bytes)), 0);
-        EXPECT_EQ(api->m_counters[ECounter::FieldMalformed], bytes > 8 ? bytes - 8 : 0) << bytes;
+        EXPECT_FALSE(Parse(MdqpWriter().RawBytes(body.data(), bytes)));
+        EXPECT_EQ(state->counters[ECounter::FieldMalformed], bytes > 8 ? bytes - 8 : 0) << bytes;
     }
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
-    EXPECT_EQ(api->m_u50DstPort.port_shfe_2ps, PORT);
+    EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, 0U);
+    EXPECT_EQ(state->finished.enabled_mask, 0);
+    EXPECT_EQ(state->ports.port_shfe_2ps, PORT);
     EXPECT_THAT(board.accesses, IsEmpty());
     EXPECT_THAT(log.lines, IsEmpty());
 }

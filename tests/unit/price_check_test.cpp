@@ -25,7 +25,7 @@ protected:
         return TestableApi::CheckPrice(book, upper, lower);
     }
     void Put(EMDQPDataType feed, int32_t instNo, const char* id, const Book& book) {
-        SInstTableType& slot = *api->_Slot(feed, instNo);
+        SInstTableType& slot = *api->m_store.Slot(feed, instNo);
         std::strncpy(slot.inst_id, id, sizeof slot.inst_id - 1);
         slot.upper_limit_price = 1000;
         slot.lower_limit_price = 1;
@@ -89,8 +89,8 @@ TEST_F(PriceCheck, TasInstrumentsAreSkippedWhereverTheLettersStand) {
 TEST_F(PriceCheck, FailingInstrumentIsRememberedAndLoggedInThirteenLines) {
     Put(INE_4PS, 4, "sane", sane);
     Put(INE_4PS, 5, "sc2612", {110, 109, 108, 107, 106, 105, 104, 104, 102, 101});
-    api->_Slot(INE_4PS, 5)->upper_limit_price = 2000;
-    api->_Slot(INE_4PS, 5)->lower_limit_price = -3;
+    api->m_store.Slot(INE_4PS, 5)->upper_limit_price = 2000;
+    api->m_store.Slot(INE_4PS, 5)->lower_limit_price = -3;
     EXPECT_EQ(CheckAll(), -2);
     EXPECT_THAT(api->m_setPriceErrorInstId, ElementsAre("sc2612"));
     EXPECT_THAT(log.Texts(LOG_ERROR),
@@ -171,8 +171,8 @@ TEST_F(PriceCheck, TableWithoutInstrumentsIsNeverVisited) {
 TEST_F(PriceCheck, CountsBeyondTheTablesReadNoFurther) {
     api->m_u50InstCount = {16384, 0, 100000, 0};
     for (const EMDQPDataType next : {SHFE_4PS, INE_4PS}) {
-        *api->_Slot(next, 0) = FilledSlot("behind", 1);
-        *api->_Slot(next, 700) = FilledSlot("far", 1);
+        *api->m_store.Slot(next, 0) = FilledSlot("behind", 1);
+        *api->m_store.Slot(next, 700) = FilledSlot("far", 1);
     }
     EXPECT_EQ(CheckAll(), 0);
     EXPECT_THAT(log.lines, IsEmpty());
@@ -194,7 +194,7 @@ TEST_F(PriceCheck, CountsAreTakenAsSigned32BitNumbers) {
 
 TEST_F(PriceCheck, IdWithoutATerminatorIsReadNoFurtherThanItsField) {
     Put(SHFE_2PS, 0, "x", crossed);
-    std::memset(api->_Slot(SHFE_2PS, 0)->inst_id, 'x', 16);
+    std::memset(api->m_store.Slot(SHFE_2PS, 0)->inst_id, 'x', 16);
     CheckAll();
     EXPECT_THAT(api->m_setPriceErrorInstId, ElementsAre(std::string(16, 'x')));
 }

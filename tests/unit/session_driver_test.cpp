@@ -75,11 +75,6 @@ TEST_F(SessionDriver, SessionThatHasEndedHoldsNoSnapshot) {
     EXPECT_FALSE(api->m_isTcpInitFinished);
 }
 
-TEST_F(SessionDriver, ConnectionIsNotedForItsResetOnceHoweverOftenItIsUsed) {
-    for (int i = 0; i < 70'000; ++i) api->_MarkSession(static_cast<uint16_t>(40000 + i % 3));
-    EXPECT_EQ(api->m_dirtySessionCount, 3U);
-}
-
 TEST_F(SessionDriver, TellsItsVersion) {
     ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
     const std::string version = CVexaShfeMdApiImpl::VEXA_U50_VERSION.data();
@@ -166,7 +161,7 @@ TEST_F(SessionDriver, FailedRebuildOfTheManagingChannelEndsTheStepWithoutCleanin
 TEST_F(SessionDriver, StopClearsTheSessionAtTheNextStep) {
     ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
     api->m_finishedMask.enabled_mask = 5;
-    api->_Slot(INE_2PS, 9)->volume = 1;
+    api->m_store.Slot(INE_2PS, 9)->volume = 1;
     api->m_setPriceErrorInstId.insert("cu2612");
     EXPECT_EQ(api->VexaStop(), 0);
     EXPECT_EQ(api->m_finishedMask.enabled_mask, 5);
@@ -319,7 +314,7 @@ TEST_F(SessionDriver, LostStreamOfTheManagingChannelIsRebuiltOnceItAnswers) {
     api->m_u50InitCnt = 0;
     api->m_isAllInitFinished = true;
     api->m_finishedMask.enabled_mask = 5;
-    api->_Slot(INE_2PS, 9)->volume = 1;
+    api->m_store.Slot(INE_2PS, 9)->volume = 1;
     board.Forget();
     board.pollResult = -1;
     EXPECT_EQ(api->VexaRecv(), 0);

@@ -11,7 +11,6 @@ namespace {
 class Captures : public DispatchFixture {
 protected:
     void SetUp() override {
-        DispatchFixture::SetUp();
         m_directory = std::filesystem::path(::testing::TempDir()) /
                       (std::string("captures_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
         std::filesystem::remove_all(m_directory);
@@ -46,7 +45,7 @@ protected:
 };
 
 TEST_F(Captures, HoldEveryMessageWhenSwitchedOn) {
-    api->m_u50ConfigInfo.dma_data_flag = true;
+    state->config.dma_data_flag = true;
     Begin();
     Hand(EventMessage());
     Hand(MessageOfType(DMA_TCP, 5));
@@ -54,7 +53,7 @@ TEST_F(Captures, HoldEveryMessageWhenSwitchedOn) {
 }
 
 TEST_F(Captures, OfPacketsHoldSegmentsAlone) {
-    api->m_u50ConfigInfo.dma_data_flag = true;
+    state->config.dma_data_flag = true;
     const Bytes segment = Segment(FIRST_SEQ, FirstMessage(SHFE_TOPIC)).DmaMessage();
     Hand(EventMessage());
     Hand(segment);
@@ -72,14 +71,14 @@ TEST_F(Captures, HoldNothingWhenSwitchedOff) {
 }
 
 TEST_F(Captures, LeaveOutWhatIsTooLong) {
-    api->m_u50ConfigInfo.dma_data_flag = true;
+    state->config.dma_data_flag = true;
     Hand(MessageOfType(DMA_TCP, DMA_MESSAGE_CAPACITY + 1));
     EXPECT_EQ(Captured(), 0U);
 }
 
 TEST_F(Captures, AreCountedWhereThePriceCheckThrowsASnapshotAway) {
-    api->m_u50ConfigInfo.dma_data_flag = true;
-    api->m_u50ConfigInfo.enabled_mask.enabled_mask = 1;
+    state->config.dma_data_flag = true;
+    state->config.enabled_mask.enabled_mask = 1;
     Arrive(Begin(), Book(101, 100));
     Hand(EventMessage());
     OneMoreSegment();

@@ -9,24 +9,37 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using SnapshotCompletion = DispatchFixture;
 
+TEST_F(SnapshotCompletion, SnapshotOfOneSegmentIsNoticedOnTheSegmentBehindTheOneThatFinishesIt) {
+    Unplug();
+    state->config.enabled_mask.enabled_mask = FeedBit(SHFE_2PS);
+    const Bytes payload = Join({FirstMessage(SHFE_TOPIC, 78), LastMessage()});
+    Arrive(FIRST_SEQ, payload);
+    const uint32_t next = FIRST_SEQ + SizeOf(payload);
+    Arrive(next, {});
+    EXPECT_EQ(state->finished.enabled_mask, FeedBit(SHFE_2PS));
+    EXPECT_FALSE(state->isLoaded);
+    Arrive(next, {});
+    EXPECT_TRUE(state->isLoaded);
+}
+
 TEST_F(SnapshotCompletion, CompletionIsNoticedOnOneMoreSegmentOnly) {
     Unplug();
     FinishBoth();
-    EXPECT_FALSE(api->m_isTcpInitFinished);
+    EXPECT_FALSE(state->isLoaded);
     OneMoreSegment();
-    EXPECT_TRUE(api->m_isTcpInitFinished);
+    EXPECT_TRUE(state->isLoaded);
 }
 
 TEST_F(SnapshotCompletion, CompletionNeedsEveryEnabledFeed) {
     Unplug();
     Finish(SHFE_TOPIC, LOCAL_PORT);
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, FeedBit(SHFE_2PS));
+    EXPECT_EQ(state->finished.enabled_mask, FeedBit(SHFE_2PS));
     OneMoreSegment();
-    EXPECT_FALSE(api->m_isTcpInitFinished);
+    EXPECT_FALSE(state->isLoaded);
     Finish(INE_TOPIC, INE_PORT);
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, FeedBit(SHFE_2PS) | FeedBit(INE_2PS));
+    EXPECT_EQ(state->finished.enabled_mask, FeedBit(SHFE_2PS) | FeedBit(INE_2PS));
     OneMoreSegment();
-    EXPECT_TRUE(api->m_isTcpInitFinished);
+    EXPECT_TRUE(state->isLoaded);
 }
 
 TEST_F(SnapshotCompletion, CompletionClosesTheSnapshotAndThenWritesTheTablesInOrder) {
@@ -40,7 +53,7 @@ TEST_F(SnapshotCompletion, CompletionClosesTheSnapshotAndThenWritesTheTablesInOr
 
 TEST_F(SnapshotCompletion, EachTableIsWrittenWithItsOwnCountAndCapacity) {
     FinishBoth();
-    api->m_u50InstCount = {3, 5, 7, 9};
+    state->counts = {3, 5, 7, 9};
     board.Forget();
     log.lines.clear();
     OneMoreSegment();
@@ -88,13 +101,13 @@ TEST_F(SnapshotCompletion, SegmentThatBringsCompletionIsStillHandled) {
     Reset(TCP_RST | TCP_ACK);
     EXPECT_THAT(TablesInOrder(), ::testing::SizeIs(4));
     EXPECT_THAT(log.Texts(TROUBLE), ElementsAre("rst msg, Session closed dstport:40001"));
-    EXPECT_FALSE(api->m_isTcpInitFinished);
+    EXPECT_FALSE(state->isLoaded);
 }
 
 TEST_F(SnapshotCompletion, LogLevelIsRaisedWhileTheSnapshotIsClosedAndTheConfiguredOneAfterwards) {
     Unplug();
     FinishBoth();
-    api->m_u50ConfigInfo.log_level = static_cast<ELOGLEVEL>(LOG_ERROR | LOG_INFO);
+    state->config.log_level = static_cast<ELOGLEVEL>(LOG_ERROR | LOG_INFO);
     CCommonLog::GetInstance().SetLogLevel(LOG_NONE);
     log.lines.clear();
     OneMoreSegment();
@@ -107,9 +120,9 @@ TEST_F(SnapshotCompletion, LogLevelIsRaisedWhileTheSnapshotIsClosedAndTheConfigu
 TEST_F(SnapshotCompletion, DebugSleepIsSleptAndTold) {
     Unplug();
     FinishBoth();
-    api->m_u50ConfigInfo.debug_flag = true;
-    api->m_u50ConfigInfo.error_instno = UINT16_MAX;
-    api->m_u50ConfigInfo.dma_sleep = 2500;
+    state->config.debug_flag = true;
+    state->config.error_instno = UINT16_MAX;
+    state->config.dma_sleep = 2500;
     OneMoreSegment();
     EXPECT_EQ(clock.slept, 2'500'000);
     EXPECT_TRUE(log.Has(LOG_WARNING, "DMA sleep 2500us"));
@@ -117,10 +130,10 @@ TEST_F(SnapshotCompletion, DebugSleepIsSleptAndTold) {
 
 TEST_F(SnapshotCompletion, CloseIsTracedBehindTheSleepAndTheTablesAreNot) {
     FinishBoth();
-    api->m_u50ConfigInfo.debug_flag = true;
-    api->m_u50ConfigInfo.error_instno = UINT16_MAX;
-    api->m_u50ConfigInfo.dma_sleep = 2500;
-    api->m_u50ConfigInfo.log_level = LOG_WARNING;
+    state->config.debug_flag = true;
+    state->config.error_instno = UINT16_MAX;
+    state->config.dma_sleep = 2500;
+    state->config.log_level = LOG_WARNING;
     CCommonLog::GetInstance().SetLogLevel(LOG_WARNING);
     log.lines.clear();
     board.Forget();
@@ -133,17 +146,14 @@ TEST_F(SnapshotCompletion, CloseIsTracedBehindTheSleepAndTheTablesAreNot) {
 TEST_F(SnapshotCompletion, NoSleepWithoutDebugging) {
     Unplug();
     FinishBoth();
-    api->m_u50ConfigInfo.dma_sleep = 2500;
+    state->config.dma_sleep = 2500;
     OneMoreSegment();
     EXPECT_EQ(clock.slept, 0);
 }
 
 class CrossedBook : public DispatchFixture {
 protected:
-    void SetUp() override {
-        DispatchFixture::SetUp();
-        api->m_u50ConfigInfo.enabled_mask.enabled_mask = FeedBit(SHFE_2PS);
-    }
+    void SetUp() override { state->config.enabled_mask.enabled_mask = FeedBit(SHFE_2PS); }
 };
 
 TEST_F(CrossedBook, ThrowsTheSnapshotAway) {
@@ -152,11 +162,11 @@ TEST_F(CrossedBook, ThrowsTheSnapshotAway) {
     OneMoreSegment();
     EXPECT_TRUE(log.Has(LOG_WARNING, "price check is error, shot cnt is 0."));
     EXPECT_THAT(board.Writes(), IsEmpty());
-    EXPECT_FALSE(api->m_isTcpInitFinished);
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
-    EXPECT_EQ(api->m_u50InstCount.shfe_inst_cnt_2ps, 0U);
+    EXPECT_FALSE(state->isLoaded);
+    EXPECT_EQ(state->finished.enabled_mask, 0);
+    EXPECT_EQ(state->counts.shfe_inst_cnt_2ps, 0U);
     EXPECT_EQ(Counted(ECounter::PriceCheckFailed), 1U);
-    EXPECT_EQ(api->m_dirtySessionCount, 0U) << "the segment itself is not handled any more";
+    EXPECT_EQ(Reassembly().TouchedSessions(), 0U) << "the segment itself is not handled any more";
 }
 
 TEST_F(CrossedBook, IsFollowedByASoundOne) {
@@ -165,16 +175,16 @@ TEST_F(CrossedBook, IsFollowedByASoundOne) {
     OneMoreSegment();
     Arrive(Begin(), Book(100, 101));
     OneMoreSegment();
-    EXPECT_TRUE(api->m_isTcpInitFinished);
+    EXPECT_TRUE(state->isLoaded);
 }
 
 TEST_F(SnapshotCompletion, SegmentsWithoutAnEnabledFeedAreToldAndIgnored) {
-    api->m_u50ConfigInfo.enabled_mask.enabled_mask = 0;
+    state->config.enabled_mask.enabled_mask = 0;
     Begin();
     EXPECT_THAT(log.Texts(), ElementsAre("both shfe and ine are not subscribed"));
     EXPECT_EQ(log.lines[0].level, LOG_ERROR);
     EXPECT_EQ(Counted(ECounter::SegmentRefused), 1U);
-    EXPECT_EQ(api->m_dirtySessionCount, 0U);
+    EXPECT_EQ(Reassembly().TouchedSessions(), 0U);
 }
 
 // ---- resets -------------------------------------------------------------------------------------------------------
@@ -185,8 +195,8 @@ TEST_F(SnapshotCompletion, ResetClearsAllFeedsAlsoFinishedOnes) {
     log.lines.clear();
     Reset(TCP_RST | TCP_ACK);
     EXPECT_THAT(log.Texts(TROUBLE), ElementsAre("rst msg, Session closed dstport:40001"));
-    EXPECT_EQ(api->m_finishedMask.enabled_mask, 0);
-    EXPECT_EQ(api->m_u50DstPort.port_shfe_2ps, 0);
+    EXPECT_EQ(state->finished.enabled_mask, 0);
+    EXPECT_EQ(state->ports.port_shfe_2ps, 0);
     EXPECT_EQ(Session().init, 0);
     EXPECT_EQ(FragBuf(), nullptr);
     EXPECT_EQ(Counted(ECounter::ResetByPeer), 1U);

@@ -9,16 +9,8 @@ using SnapshotDispatch = DispatchFixture;
 
 // ---- messages -----------------------------------------------------------------------------------------------------
 
-TEST_F(SnapshotDispatch, NullPointersAreToldAndIgnored) {
-    const Bytes message = EventMessage();
-    TestableApi::_TcpHandler(nullptr, 32, api.get());
-    TestableApi::_TcpHandler(message.data(), 32, nullptr);
-    EXPECT_EQ(log.Count(LOG_DEBUG, "user_data or lpPacket is nullptr"), 2U);
-    EXPECT_EQ(log.lines.back().Function(), "_TcpHandler");
-}
-
 TEST_F(SnapshotDispatch, EventYieldsTwoLines) {
-    api->m_u50ConfigInfo.channel_id = 3;
+    state->config.channel_id = 3;
     Hand(EventMessage());
     EXPECT_THAT(log.Texts(), ElementsAre("invalide DMA Data Type[0]",
                                          "channel3 receive DMA_EVENT event_data0[10] event_data1[11] event_data2[12] "
@@ -38,7 +30,7 @@ TEST_F(SnapshotDispatch, ShortMessagesAreReadToTheirEndOnly) {
     EXPECT_EQ(Counted(ECounter::FrameForeign), 51U);  // of no protocol yet
     EXPECT_THAT(log.Texts(), IsEmpty());
     EXPECT_EQ(board.accesses.size(), 0U);
-    EXPECT_EQ(api->m_dirtySessionCount, 0U);
+    EXPECT_EQ(Reassembly().TouchedSessions(), 0U);
 }
 
 TEST_F(SnapshotDispatch, MessageBeyondTheCapacityIsDropped) {
@@ -58,11 +50,11 @@ TEST_F(SnapshotDispatch, FrameThatIsNotTcpIsIgnored) {
     Hand(Segment(FIRST_SEQ, FirstMessage(SHFE_TOPIC)).WithProtocol(17).DmaMessage());
     EXPECT_THAT(log.Texts(), IsEmpty());
     EXPECT_EQ(Counted(ECounter::FrameForeign), 1U);
-    EXPECT_EQ(api->m_dirtySessionCount, 0U);
+    EXPECT_EQ(Reassembly().TouchedSessions(), 0U);
 }
 
 TEST_F(SnapshotDispatch, FrameOfAnotherPortIsIgnored) {
-    api->m_u50ConfigInfo.snapTcpPort = {1, 2, 3, 4};
+    state->config.snapTcpPort = {1, 2, 3, 4};
     Begin();
     EXPECT_THAT(log.Texts(), IsEmpty());
     EXPECT_EQ(Counted(ECounter::FrameForeign), 1U);
@@ -72,7 +64,7 @@ TEST_F(SnapshotDispatch, AnyOfTheFourSnapshotPortsWillDo) {
     for (const uint16_t place : {0, 1, 2, 3}) {
         uint16_t ports[] = {1, 2, 3, 4};
         ports[place] = SNAP_PORT;
-        api->m_u50ConfigInfo.snapTcpPort = {ports[0], ports[1], ports[2], ports[3]};
+        state->config.snapTcpPort = {ports[0], ports[1], ports[2], ports[3]};
         const auto localPort = static_cast<uint16_t>(LOCAL_PORT + place);
         Begin(SHFE_TOPIC, localPort);
         EXPECT_EQ(Session(localPort).init, 1) << place;
@@ -89,7 +81,7 @@ TEST_F(SnapshotDispatch, WrongChecksumIsToldWithBothValues) {
     EXPECT_THAT(log.Texts(), ElementsAre(ChecksumLine(wrong.Frame(), sum)));
     EXPECT_EQ(log.lines[0].level, LOG_ERROR);
     EXPECT_EQ(Counted(ECounter::ChecksumWrong), 1U);
-    EXPECT_EQ(api->m_dirtySessionCount, 0U);
+    EXPECT_EQ(Reassembly().TouchedSessions(), 0U);
 }
 
 TEST_F(SnapshotDispatch, NoSingleBitOfTheTcpPartMayChange) {
@@ -101,7 +93,7 @@ TEST_F(SnapshotDispatch, NoSingleBitOfTheTcpPartMayChange) {
         Hand(flipped);
         ++flips;
     }
-    EXPECT_EQ(api->m_dirtySessionCount, 0U);
+    EXPECT_EQ(Reassembly().TouchedSessions(), 0U);
     EXPECT_EQ(Counted(ECounter::FrameForeign), 16U);  // those of the server's port
     EXPECT_EQ(Counted(ECounter::ChecksumWrong), flips - 16);
 }
@@ -119,13 +111,13 @@ TEST_F(SnapshotDispatch, TcpPartBeyondTheLimitIsTold) {
 }
 
 TEST_F(SnapshotDispatch, FrameCutAnywhereIsDropped) {
-    api->m_u50ConfigInfo.snapTcpPort = {SNAP_PORT, SNAP_PORT + 1, SNAP_PORT, SNAP_PORT + 1};  // none is 0
+    state->config.snapTcpPort = {SNAP_PORT, SNAP_PORT + 1, SNAP_PORT, SNAP_PORT + 1};  // none is 0
     const Bytes message = Segment(FIRST_SEQ, FirstMessage(SHFE_TOPIC)).DmaMessage();
     for (std::size_t size = DMA_TCP_FRAME_OFFSET + 14 + 10; size < message.size(); ++size) {
         Hand(Cut(message, 0, size));
         EXPECT_EQ(Session().init, 0) << size;
     }
-    EXPECT_EQ(api->m_dirtySessionCount, 0U);
+    EXPECT_EQ(Reassembly().TouchedSessions(), 0U);
     EXPECT_EQ(Counted(ECounter::FrameMalformed), message.size() - (12 + 14 + 10));
     EXPECT_THAT(log.Texts(), IsEmpty());
 }
@@ -142,7 +134,7 @@ class HeaderWords : public DispatchFixture, public ::testing::WithParamInterface
 TEST_P(HeaderWords, OfIpThatDoNotFitDropTheFrame) {
     const auto words = static_cast<uint8_t>(GetParam());
     Hand(Segment(FIRST_SEQ, {1, 2, 3, 4}).WithIpHeaderWords(words).DmaMessage());
-    EXPECT_EQ(api->m_dirtySessionCount, 0U);
+    EXPECT_EQ(Reassembly().TouchedSessions(), 0U);
     EXPECT_EQ(Counted(ECounter::FrameMalformed) + Counted(ECounter::FrameForeign), 1U);
     EXPECT_THAT(log.Texts(), IsEmpty());
 }
@@ -150,7 +142,7 @@ TEST_P(HeaderWords, OfIpThatDoNotFitDropTheFrame) {
 TEST_P(HeaderWords, OfTcpThatDoNotFitDropTheFrame) {
     const auto words = static_cast<uint8_t>(GetParam());
     Hand(Segment(FIRST_SEQ, {1, 2, 3, 4}).WithTcpHeaderWords(words).DmaMessage());
-    EXPECT_EQ(api->m_dirtySessionCount, 0U);
+    EXPECT_EQ(Reassembly().TouchedSessions(), 0U);
     EXPECT_EQ(Counted(ECounter::FrameMalformed), 1U);
     EXPECT_THAT(log.Texts(), IsEmpty());
 }

@@ -13,7 +13,7 @@
 #include "public/log/LogLine.h"
 #include "public/reg/BoardProviderLoader.h"
 #include "software_board/SoftwareBoard.h"
-#include "src/Selection.h"
+#include "src/board/Selection.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"

@@ -1,9 +1,9 @@
-#include "src/SnapshotFrame.h"
-#include "tests/unit/SnapshotFixture.h"
+#include "src/snapshot/SnapshotFrame.h"
+#include "tests/unit/SnapshotTest.h"
 
 namespace {
 
-uint16_t CheckSum(Bytes bytes) { return TestableApi::TcpCheckSum(bytes.data(), static_cast<int32_t>(bytes.size())); }
+uint16_t CheckSum(Bytes bytes) { return snapshot_frame::Checksum(bytes.data(), static_cast<int32_t>(bytes.size())); }
 
 /// In the order in which two bytes lie in memory, whatever the machine.
 uint16_t InMemory(uint8_t first, uint8_t second) {

@@ -145,7 +145,7 @@ TEST_P(Matrix, StreamEqualsTheTruth) {
     std::iota(truth.begin(), truth.end(), 1);
     EXPECT_EQ(Decoded(), truth);
     EXPECT_EQ(Session().frag_flag, 0);
-    EXPECT_EQ(api->m_earlySegmentCount, 0U);
+    EXPECT_EQ(Reassembly().EarlySegments(), 0U);
 }
 
 constexpr uint32_t WHOLE_STREAM = 60 + 35 * 40;  // with the first segment
@@ -216,7 +216,7 @@ TEST_F(TcpReassembly, FeedThatClosesInTheMiddleOfADrainIsSafe) {
     EXPECT_THAT(Decoded(), ElementsAre(1));
     EXPECT_EQ(Session().init, 0);
     EXPECT_EQ(Counted(ECounter::MessageOfNoFeed), 1U);
-    EXPECT_EQ(api->m_earlySegmentCount, 0U);
+    EXPECT_EQ(Reassembly().EarlySegments(), 0U);
 }
 
 }  // namespace

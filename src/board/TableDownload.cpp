@@ -1,12 +1,10 @@
-// Host slots -> board table, word by word, the unused slots cleared; before it, on request, a fault for tests of the
-// price check and the recovery. Runs on the receiving thread, once per completed snapshot.
-// Invariant: exactly `capacity` slots are walked, whatever the count says.
+#include "src/board/TableDownload.h"
+
 #include <algorithm>
 #include <cstring>
 
 #include "public/log/LogLine.h"
-#include "src/BoardTable.h"
-#include "src/VexaShfeMdApiImpl.h"
+#include "src/board/BoardTable.h"
 
 namespace {
 
@@ -59,38 +57,37 @@ void InjectFault(SInstTableType& slot, uint16_t errorCase, uint16_t limitParts) 
     }
 }
 
-void WriteSlot(const CDrvRegEnyx& board, const reg::TableRegisters& port, int32_t index, const SInstTableType& slot) {
+void WriteSlot(const CDrvRegEnyx& board, const reg::TableRegisters& registers, int32_t index,
+               const SInstTableType& slot) {
     uint32_t words[WORDS_PER_SLOT];
     std::memcpy(words, &slot, sizeof words);
     const uint32_t first = static_cast<uint32_t>(index) * WORDS_PER_SLOT;
     for (uint32_t word = 0; word < WORDS_PER_SLOT; ++word) {
-        board_table::WriteWord(board, port, first + word, words[word]);
+        board_table::WriteWord(board, registers, first + word, words[word]);
     }
 }
 
 }  // namespace
 
-int32_t CVexaShfeMdApiImpl::_WriteContractTable(SInstTableType* table, bool enabled, uint32_t writeAddrReg,
-                                                uint32_t writeDataReg, int32_t count, int32_t capacity) {
-    const U50ConfigInfo& config = m_u50ConfigInfo;
-    const int32_t used = std::min(count, capacity);
+void WriteTable(const CDrvRegEnyx& board, const U50ConfigInfo& config, const reg::TableRegisters& registers,
+                const HostTable& table) {
+    constexpr const char* OPERATION = "_WriteContractTable";
+    const int32_t used = std::min(table.count, table.capacity);
     if (config.debug_flag && config.error_instno < used) {
-        SInstTableType& slot = table[config.error_instno];
-        VEXA_LOG(LOG_DEBUG, "error_instno:%d," SLOT_FORMAT, config.error_instno, SLOT_VALUES(slot));
-        VEXA_LOG(LOG_WARNING, "debug mode error_case:%d", config.error_case);
+        SInstTableType& slot = table.slots[config.error_instno];
+        VEXA_LOG_AS(OPERATION, LOG_DEBUG, "error_instno:%d," SLOT_FORMAT, config.error_instno, SLOT_VALUES(slot));
+        VEXA_LOG_AS(OPERATION, LOG_WARNING, "debug mode error_case:%d", config.error_case);
         InjectFault(slot, config.error_case, config.error_limit_parts);
     }
-    const reg::TableRegisters port{.writeAddr = writeAddrReg, .writeData = writeDataReg, .readAddr{}, .readData{}};
     const SInstTableType empty{};
-    for (int32_t index = 0; index < capacity; ++index) {
+    for (int32_t index = 0; index < table.capacity; ++index) {
         if (index >= used) {
-            WriteSlot(m_drvRegEnyx, port, index, empty);
+            WriteSlot(board, registers, index, empty);
             continue;
         }
-        const SInstTableType& slot = table[index];
-        if (enabled) WriteSlot(m_drvRegEnyx, port, index, slot);
-        VEXA_LOG(LOG_DEBUG, "index:%d," SLOT_FORMAT ",high_price:%d,low_price:%d.", index, SLOT_VALUES(slot),
-                 slot.high_price, slot.low_price);
+        const SInstTableType& slot = table.slots[index];
+        if (table.isEnabled) WriteSlot(board, registers, index, slot);
+        VEXA_LOG_AS(OPERATION, LOG_DEBUG, "index:%d," SLOT_FORMAT ",high_price:%d,low_price:%d.", index,
+                    SLOT_VALUES(slot), slot.high_price, slot.low_price);
     }
-    return 0;
 }

@@ -16,7 +16,6 @@ constexpr uint32_t LOST_BUF_LIMIT = 500;         ///< early segments kept by one
 constexpr uint32_t EARLY_SEGMENT_BUDGET = 2000;  ///< early segments kept by all connections together
 constexpr uint32_t FRAG_BUF_BUDGET = 512;        ///< carry-over buffers of all connections together
 constexpr uint32_t EARLY_FRAME_CAPACITY = 1600;  ///< bytes of one early frame
-constexpr int32_t TCP_LENGTH_LIMIT = 2036;       ///< a TCP header with payload must be shorter
 
 #pragma pack(push, 1)
 

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <iterator>
 
-#include "src/TcpSession.h"
+#include "src/snapshot/TcpSession.h"
 
 class CCarryOverOwners {
 public:

@@ -1,6 +1,6 @@
 // Ids in order, so that those that begin with an entry lie side by side. A list may have thousands of entries that
 // select nothing; each costs two searches, and not a walk over all tables.
-#include "src/Selection.h"
+#include "src/board/Selection.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,24 +1,23 @@
-// Makes a byte stream of the segments of each snapshot connection and cuts it into MDQP messages. Runs on the receiving
-// thread. In: checked frames of connections in use; out: whole messages to _ParseMdqp, in stream order.
-// Invariants: lost_flag is 1 exactly while the list holds entries; frag_buf_offset stays below FRAG_BUF_LIMIT; a
-// message is handed on only when as many bytes as its header announces have arrived. A delivery may empty the session,
-// so nothing is remembered across one but the session itself.
+// Runs on the receiving thread; see the header for what goes in and out. A delivery may end the use of its session, so
+// nothing is remembered across one but the session itself.
+#include "src/snapshot/Reassembly.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <span>
 
-#include "src/SnapshotFrame.h"
-#include "src/VexaShfeMdApiImpl.h"
+#include "common/Mdqp.h"
+#include "public/log/LogLine.h"
 
 namespace {
 
+/// A first payload must be longer than a message with the snapshot's identification alone.
+constexpr uint32_t FIRST_PAYLOAD_BYTES = 44;
+
 constexpr uint32_t HEADER_BYTES = sizeof(mdqp_t);
 constexpr uint32_t MARK_BYTES = offsetof(mdqp_t, length);  // flag and type, by which a message is known
-
-uint32_t MessageBytes(const uint8_t* header) {
-    return HEADER_BYTES + snapshot_frame::Raw<uint16_t>(header + offsetof(mdqp_t, length));
-}
 
 /// Of a header that its segment cuts short the first two bytes are enough.
 bool IsMessageStart(const uint8_t* bytes, uint32_t length) {
@@ -26,6 +25,12 @@ bool IsMessageStart(const uint8_t* bytes, uint32_t length) {
     const uint8_t flag = bytes[offsetof(mdqp_t, flag)];
     return (flag == mdqp::FLAG_LAST || flag == mdqp::FLAG_MORE) &&
            bytes[offsetof(mdqp_t, type_id)] == mdqp::TYPE_SNAPSHOT;
+}
+
+bool IsFirstPayload(const SnapshotFrame& frame) {
+    if (frame.payloadLength <= FIRST_PAYLOAD_BYTES) return false;
+    const auto header = snapshot_frame::Raw<mdqp_t>(frame.payload);
+    return header.flag == mdqp::FLAG_MORE && header.type_id == mdqp::TYPE_SNAPSHOT;
 }
 
 /// Entries keep whole frames that were checked when they came.
@@ -81,46 +86,62 @@ void LinkAfterLast(tcp_session_t& session, tcp_lost_buf_t* last, tcp_lost_buf_t*
 
 // ---- the session's memory -----------------------------------------------------------------------------------------
 
-int32_t CVexaShfeMdApiImpl::_InitTcpSession(tcp_session_t& refSession, int32_t dstPort) {
-    _MarkSession(static_cast<uint16_t>(dstPort));
-    if (refSession.frag_buf == nullptr) {
+int32_t CReassembly::Open(tcp_session_t& session, int32_t port) {
+    Touch(static_cast<uint16_t>(port));
+    if (session.frag_buf == nullptr) {
         const bool isMade = !m_carryOverOwners.IsFull();
-        refSession.frag_buf = _NewFragBuf();
-        if (refSession.frag_buf == nullptr) {
-            VEXA_LOG(LOG_ERROR, "failed to allocate memcory for fragment memory.");
+        session.frag_buf = NewFragBuf();
+        if (session.frag_buf == nullptr) {
+            VEXA_LOG_AS("_InitTcpSession", LOG_ERROR, "failed to allocate memcory for fragment memory.");
             return -1;
         }
-        m_carryOverOwners.Add(refSession);
+        m_carryOverOwners.Add(session);
         // One that changes hands was told when it was made: a scan of all ports would fill the log.
-        if (isMade) VEXA_LOG(LOG_DEBUG, " dstPort:%d frag_buf:%p", dstPort, static_cast<void*>(refSession.frag_buf));
+        if (isMade)
+            VEXA_LOG_AS("_InitTcpSession", LOG_DEBUG, " dstPort:%d frag_buf:%p", port,
+                        static_cast<void*>(session.frag_buf));
     }
     // What an earlier connection of this port left behind is no part of the new one's stream.
-    _FreeEarlySegments(refSession);
-    KeepNothing(refSession);
+    FreeEarlySegments(session);
+    KeepNothing(session);
     return 0;
 }
 
-void CVexaShfeMdApiImpl::ResetSession(tcp_session_t& refSession) {
-    _FreeEarlySegments(refSession);
-    std::free(_DetachFragBuf(refSession));
-    refSession = tcp_session_t{};
+void CReassembly::Reset(tcp_session_t& session) {
+    FreeEarlySegments(session);
+    std::free(DetachFragBuf(session));
+    session = tcp_session_t{};
 }
 
-void CVexaShfeMdApiImpl::_FreeEarlySegments(tcp_session_t& session) {
-    while (session.lost_buf_head != nullptr) std::free(_DetachFirstEarlySegment(session));
+void CReassembly::Clear() {
+    for (const uint16_t port : std::span(m_touched).first(m_touchedCount)) {
+        Reset(m_sessions[port]);
+        m_isTouched.reset(port);
+    }
+    m_touchedCount = 0;
+}
+
+void CReassembly::Touch(uint16_t port) {
+    if (m_isTouched.test(port)) return;
+    m_isTouched.set(port);
+    m_touched[m_touchedCount++] = port;
+}
+
+void CReassembly::FreeEarlySegments(tcp_session_t& session) {
+    while (session.lost_buf_head != nullptr) std::free(DetachFirstEarlySegment(session));
 }
 
 // Every port gets a buffer before its payload is looked at, so that strays must not keep one from a connection that
 // brings a feed. A buffer that changes hands keeps its bytes: nobody reads behind the new owner's offset.
-uint8_t* CVexaShfeMdApiImpl::_NewFragBuf() {
+uint8_t* CReassembly::NewFragBuf() {
     // calloc leaves fresh memory untouched: a buffer that is never filled costs next to nothing.
     if (!m_carryOverOwners.IsFull()) return static_cast<uint8_t*>(std::calloc(FRAG_BUF_SIZE, sizeof(uint8_t)));
     tcp_session_t* unused = m_carryOverOwners.OldestUnused();
-    return unused == nullptr ? nullptr : _DetachFragBuf(*unused);
+    return unused == nullptr ? nullptr : DetachFragBuf(*unused);
 }
 
 // The buffer is the caller's.
-uint8_t* CVexaShfeMdApiImpl::_DetachFragBuf(tcp_session_t& session) {
+uint8_t* CReassembly::DetachFragBuf(tcp_session_t& session) {
     uint8_t* buffer = session.frag_buf;
     if (buffer != nullptr) m_carryOverOwners.Remove(session);
     session.frag_buf = nullptr;
@@ -128,40 +149,58 @@ uint8_t* CVexaShfeMdApiImpl::_DetachFragBuf(tcp_session_t& session) {
     return buffer;
 }
 
-// ---- the checksum -------------------------------------------------------------------------------------------------
+// ---- a segment ----------------------------------------------------------------------------------------------------
 
-uint16_t CVexaShfeMdApiImpl::TcpCheckSum(void* data, int32_t len) {
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    uint32_t sum = 0;
-    for (; len >= 2; len -= 2, bytes += 2) sum += snapshot_frame::Raw<uint16_t>(bytes);
-    if (len == 1) {
-        const uint8_t lastWord[2] = {*bytes, 0};
-        sum += snapshot_frame::Raw<uint16_t>(lastWord);
-    }
-    while ((sum >> 16) != 0) sum = (sum & 0xFFFF) + (sum >> 16);
-    return static_cast<uint16_t>(~sum);
+CReassembly::EResult CReassembly::Receive(const SnapshotFrame& frame) {
+    tcp_session_t& session = m_sessions[frame.dstPort];
+    if (session.init == 1) return ReceiveOfConnection(session, frame);
+    BeginConnection(session, frame);
+    return EResult::Taken;
 }
 
-// ---- a segment of a connection in use -----------------------------------------------------------------------------
+void CReassembly::BeginConnection(tcp_session_t& session, const SnapshotFrame& frame) {
+    if (Open(session, frame.dstPort) != 0) {
+        m_counters.Add(ECounter::SegmentRefused);
+        return;
+    }
+    session.dst_host = frame.ipDst;
+    session.src_host = frame.ipSrc;
+    session.dst_port = frame.dstPort;
+    session.src_port = frame.srcPort;
+    if (!IsFirstPayload(frame)) {
+        m_counters.Add(ECounter::SegmentRefused);
+        return;
+    }
+    session.current_seq = frame.seq;
+    session.next_expt_seq = frame.seq + frame.payloadLength;
+    const IStreamHandler::Identity identity = m_handler.OnConnection(frame.payload, frame.payloadLength, frame.dstPort);
+    if (identity.isKnown) session.init = 1;
+    if (identity.isRefused) {
+        m_counters.Add(ECounter::SegmentRefused);
+        return;
+    }
+    DeliverMessages(session, frame, EMessageStep::FirstLength);
+}
 
-void CVexaShfeMdApiImpl::_ReceiveSegment(tcp_session_t& session, const SnapshotFrame& frame) {
+CReassembly::EResult CReassembly::ReceiveOfConnection(tcp_session_t& session, const SnapshotFrame& frame) {
     if (frame.ipDst != session.dst_host || frame.ipSrc != session.src_host) {
         m_counters.Add(ECounter::SegmentOtherHost);
     } else if (frame.seq == session.next_expt_seq) {
         session.next_expt_seq += frame.payloadLength;
-        _DeliverPayload(session, frame);
-        _DrainEarlySegments(session);
+        DeliverPayload(session, frame);
+        DrainEarlySegments(session);
     } else if (session.next_expt_seq > frame.seq) {
         m_counters.Add(ECounter::SegmentRepeated);
     } else {
-        _StoreEarlySegment(session, frame);
+        return StoreEarlySegment(session, frame);
     }
+    return EResult::Taken;
 }
 
 // False when the payload should have begun with a message and did not.
-bool CVexaShfeMdApiImpl::_DeliverPayload(tcp_session_t& session, const SnapshotFrame& frame) {
+bool CReassembly::DeliverPayload(tcp_session_t& session, const SnapshotFrame& frame) {
     if (session.frag_flag == 1) {
-        _DeliverBehindCarryOver(session, frame);
+        DeliverBehindCarryOver(session, frame);
         return true;
     }
     if (!IsMessageStart(frame.payload, frame.payloadLength)) {
@@ -172,19 +211,19 @@ bool CVexaShfeMdApiImpl::_DeliverPayload(tcp_session_t& session, const SnapshotF
     if (frame.payloadLength < HEADER_BYTES) {
         KeepTail(session, frame.payload, frame.payloadLength);
     } else {
-        _DeliverMessages(session, frame, EMessageStep::OwnLength);
+        DeliverMessages(session, frame, EMessageStep::OwnLength);
     }
     return true;
 }
 
 // The payload begins with a message's whole header. A connection's first segment is stepped through by the size of its
 // first message; what a later header of it says counts only against reading beyond what has arrived.
-void CVexaShfeMdApiImpl::_DeliverMessages(tcp_session_t& session, const SnapshotFrame& frame, EMessageStep step) {
+void CReassembly::DeliverMessages(tcp_session_t& session, const SnapshotFrame& frame, EMessageStep step) {
     const uint8_t* message = frame.payload;
     uint32_t arrived = frame.payloadLength;  // from `message` on
-    uint32_t size = MessageBytes(message);
+    uint32_t size = MdqpBytes(message);
     while (size <= arrived) {
-        _HandOver(message, arrived, session.dst_port);
+        HandOn(session, message, arrived);
         const uint32_t left = arrived - size;
         if (left == 0) return;
         if (left < HEADER_BYTES) {
@@ -195,20 +234,20 @@ void CVexaShfeMdApiImpl::_DeliverMessages(tcp_session_t& session, const Snapshot
         }
         message += size;
         arrived = left;
-        if (step == EMessageStep::OwnLength) size = MessageBytes(message);
+        if (step == EMessageStep::OwnLength) size = MdqpBytes(message);
     }
     KeepTail(session, message, arrived);
 }
 
 // Also behind a payload that is empty: a connection's first segment may leave whole messages here, down to the feed's
 // last one, behind which nothing but acknowledgements comes.
-void CVexaShfeMdApiImpl::_DeliverBehindCarryOver(tcp_session_t& session, const SnapshotFrame& frame) {
+void CReassembly::DeliverBehindCarryOver(tcp_session_t& session, const SnapshotFrame& frame) {
     if (session.frag_buf_offset + frame.payloadLength >= FRAG_BUF_LIMIT) {
-        SNAPSHOT_LOG(LOG_WARNING, "ignore tcp message!");
+        VEXA_LOG_AS("_TcpHandler", LOG_WARNING, "ignore tcp message!");
         m_counters.Add(ECounter::CarryOverGivenUp);
-        session.init = 0;
-        std::free(_DetachFragBuf(session));
-        _FreeEarlySegments(session);
+        Close(session);
+        std::free(DetachFragBuf(session));
+        FreeEarlySegments(session);
         return;
     }
     std::copy_n(frame.payload, frame.payloadLength, session.frag_buf + session.frag_buf_offset);
@@ -218,15 +257,15 @@ void CVexaShfeMdApiImpl::_DeliverBehindCarryOver(tcp_session_t& session, const S
         if (frame.payloadLength > 0) m_counters.Add(ECounter::PayloadNotMdqp);
         return;
     }
-    _DeliverCarryOver(session);
+    DeliverCarryOver(session);
 }
 
-void CVexaShfeMdApiImpl::_DeliverCarryOver(tcp_session_t& session) {
+void CReassembly::DeliverCarryOver(tcp_session_t& session) {
     const uint8_t* message = session.frag_buf;
     uint32_t arrived = session.frag_buf_offset;  // from `message` on
-    while (arrived >= HEADER_BYTES && MessageBytes(message) <= arrived) {
-        const uint32_t size = MessageBytes(message);
-        _HandOver(message, arrived, session.dst_port);
+    while (arrived >= HEADER_BYTES && MdqpBytes(message) <= arrived) {
+        const uint32_t size = MdqpBytes(message);
+        HandOn(session, message, arrived);
         message += size;
         arrived -= size;
     }
@@ -237,41 +276,31 @@ void CVexaShfeMdApiImpl::_DeliverCarryOver(tcp_session_t& session) {
     }
 }
 
-// A header that announces more than has arrived would be read past the end; of no feed, nothing behind the header is.
-void CVexaShfeMdApiImpl::_HandOver(const uint8_t* message, uint32_t arrived, uint16_t dstPort) {
-    EMDQPDataType feed{};
-    if (MessageBytes(message) > arrived && _FindFeed(dstPort, feed)) {
-        m_counters.Add(ECounter::FieldMalformed);
-        return;
-    }
-    // The decoder's records are writable by their types alone.
-    _ParseMdqp(reinterpret_cast<mdqp_t*>(const_cast<uint8_t*>(message)), dstPort, *this);
+void CReassembly::HandOn(tcp_session_t& session, const uint8_t* message, uint32_t arrived) {
+    if (m_handler.OnMessage(message, arrived, session.dst_port, session)) Close(session);
 }
 
 // ---- segments that came early -------------------------------------------------------------------------------------
 
-void CVexaShfeMdApiImpl::_StoreEarlySegment(tcp_session_t& session, const SnapshotFrame& frame) {
+CReassembly::EResult CReassembly::StoreEarlySegment(tcp_session_t& session, const SnapshotFrame& frame) {
     // Stored, a bare acknowledgement would make the data of the same number a repetition, and the stream would stall.
     if (frame.payloadLength == 0) {
         m_counters.Add(ECounter::SegmentEarlyDropped);
-        return;
-    }
-    if (session.lost_flag != 1) {
-        if (tcp_lost_buf_t* entry = _NewEarlySegment(frame)) LinkFirst(session, entry);
-        return;
-    }
-    if (session.lost_buf_size >= LOST_BUF_LIMIT) {
-        SNAPSHOT_LOG(LOG_WARNING, "break tcp seq detected. expt: %u, Got: %u", session.next_expt_seq, frame.seq);
+    } else if (session.lost_flag != 1) {
+        if (tcp_lost_buf_t* entry = NewEarlySegment(frame)) LinkFirst(session, entry);
+    } else if (session.lost_buf_size >= LOST_BUF_LIMIT) {
+        VEXA_LOG_AS("_TcpHandler", LOG_WARNING, "break tcp seq detected. expt: %u, Got: %u", session.next_expt_seq,
+                    frame.seq);
         m_counters.Add(ECounter::EarlyOverflow);
-        _Cleandata(*this);
-        SNAPSHOT_LOG(LOG_WARNING, "packet loss > 20 msg, free cache, init again.");
-        return;
+        return EResult::BeginAgain;
+    } else {
+        InsertEarlySegment(session, frame);
     }
-    _InsertEarlySegment(session, frame);
+    return EResult::Taken;
 }
 
 // Looks one entry ahead: what equals a later entry is stored in front of it and passed over when the list is drained.
-void CVexaShfeMdApiImpl::_InsertEarlySegment(tcp_session_t& session, const SnapshotFrame& frame) {
+void CReassembly::InsertEarlySegment(tcp_session_t& session, const SnapshotFrame& frame) {
     tcp_lost_buf_t* visited = session.lost_buf_head;
     uint32_t visitedSeq = SeqOf(*visited);
     if (visitedSeq == frame.seq) {
@@ -281,9 +310,9 @@ void CVexaShfeMdApiImpl::_InsertEarlySegment(tcp_session_t& session, const Snaps
     while (visitedSeq < frame.seq && visited->next != nullptr) {
         visited = visited->next;
         visitedSeq = SeqOf(*visited);
-        if (visitedSeq < frame.seq) SNAPSHOT_LOG(LOG_ERROR, "free the cache of packet loss.");
+        if (visitedSeq < frame.seq) VEXA_LOG_AS("_TcpHandler", LOG_ERROR, "free the cache of packet loss.");
     }
-    tcp_lost_buf_t* entry = _NewEarlySegment(frame);
+    tcp_lost_buf_t* entry = NewEarlySegment(frame);
     if (entry == nullptr) return;
     if (visitedSeq < frame.seq) {
         LinkAfterLast(session, visited, entry);
@@ -293,24 +322,24 @@ void CVexaShfeMdApiImpl::_InsertEarlySegment(tcp_session_t& session, const Snaps
 }
 
 // Null, with a line, when there is no room: in an entry, in the budget, or in the process.
-tcp_lost_buf_t* CVexaShfeMdApiImpl::_NewEarlySegment(const SnapshotFrame& frame) {
+tcp_lost_buf_t* CReassembly::NewEarlySegment(const SnapshotFrame& frame) {
     tcp_lost_buf_t* entry = nullptr;
-    if (frame.length <= EARLY_FRAME_CAPACITY && m_earlySegmentCount < EARLY_SEGMENT_BUDGET) {
+    if (frame.length <= EARLY_FRAME_CAPACITY && m_earlySegments < EARLY_SEGMENT_BUDGET) {
         entry = static_cast<tcp_lost_buf_t*>(std::calloc(1, sizeof(tcp_lost_buf_t)));
     }
     if (entry == nullptr) {
-        SNAPSHOT_LOG(LOG_ERROR, "failed to malloc buffer to store tcp_lost_buf_t");
+        VEXA_LOG_AS("_TcpHandler", LOG_ERROR, "failed to malloc buffer to store tcp_lost_buf_t");
         m_counters.Add(ECounter::SegmentEarlyDropped);
         return nullptr;
     }
     std::memcpy(entry->buf, frame.bytes, frame.length);
     entry->len = frame.length;
-    ++m_earlySegmentCount;
+    ++m_earlySegments;
     return entry;
 }
 
 // The entry is the caller's to free.
-tcp_lost_buf_t* CVexaShfeMdApiImpl::_DetachFirstEarlySegment(tcp_session_t& session) {
+tcp_lost_buf_t* CReassembly::DetachFirstEarlySegment(tcp_session_t& session) {
     tcp_lost_buf_t* first = session.lost_buf_head;
     session.lost_buf_head = first->next;
     if (session.lost_buf_head != nullptr) {
@@ -319,23 +348,23 @@ tcp_lost_buf_t* CVexaShfeMdApiImpl::_DetachFirstEarlySegment(tcp_session_t& sess
         session.lost_flag = 0;
         session.lost_buf_size = 0;
     }
-    --m_earlySegmentCount;
+    --m_earlySegments;
     return first;
 }
 
-void CVexaShfeMdApiImpl::_DrainEarlySegments(tcp_session_t& session) {
+void CReassembly::DrainEarlySegments(tcp_session_t& session) {
     while (session.lost_buf_head != nullptr) {
         if (SeqOf(*session.lost_buf_head) > session.next_expt_seq) return;
         // Detached before its delivery, which may free the list.
-        const std::unique_ptr<tcp_lost_buf_t, FreeEntry> entry(_DetachFirstEarlySegment(session));
+        const std::unique_ptr<tcp_lost_buf_t, FreeEntry> entry(DetachFirstEarlySegment(session));
         const SnapshotFrame frame = FrameOf(*entry);
         if (frame.seq < session.next_expt_seq) {
             m_counters.Add(ECounter::SegmentRepeated);
             continue;
         }
         session.next_expt_seq += frame.payloadLength;
-        if (!_DeliverPayload(session, frame)) {
-            SNAPSHOT_LOG(LOG_ERROR, "not a mdqp header, check program logic");
+        if (!DeliverPayload(session, frame)) {
+            VEXA_LOG_AS("_TcpHandler", LOG_ERROR, "not a mdqp header, check program logic");
             return;
         }
     }

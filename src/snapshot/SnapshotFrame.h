@@ -10,10 +10,8 @@
 #include <cstring>
 
 #include "common/FrameHeaders.h"
-#include "public/log/LogLine.h"
 
-/// Lines of the stages that a segment passes through name the handler that it came in by.
-#define SNAPSHOT_LOG(level, ...) WriteLogLine((level), LogBaseName(__FILE__), __LINE__, "_TcpHandler", __VA_ARGS__)
+constexpr int32_t TCP_LENGTH_LIMIT = 2036;  ///< bytes; a TCP header with its payload must be shorter
 
 struct SnapshotFrame {
     const uint8_t* bytes;  ///< from the Ethernet header on
@@ -86,5 +84,11 @@ inline bool ReadPayload(SnapshotFrame& frame) {
     frame.payloadLength = tcpLength - headerBytes;
     return true;
 }
+
+/// The Internet checksum of `length` bytes, in the machine's byte order, as a header holds it.
+uint16_t Checksum(const uint8_t* bytes, int32_t length);
+
+/// What the frame's checksum should be. Needs a captured TCP part below TCP_LENGTH_LIMIT.
+uint16_t TcpChecksum(const SnapshotFrame& frame);
 
 }  // namespace snapshot_frame

@@ -1,9 +1,25 @@
 /// The market-data record handed to the application. C++11, self-contained.
 ///
-/// One record is one instrument's whole state after an update. The board writes it; the library hands the
-/// same bytes on. Units: prices are signed integers in hundredths of the exchange's price (4321.5 is 432150), volumes
-/// are lots, amounts are hundredths of the currency unit. A book level whose price and volume are 0 is empty; the
-/// levels behind it are empty, too. All values are little-endian.
+/// One record is one instrument's whole state after an update: what the update did not tell stands as it was before,
+/// down to what the snapshot told. The board writes the record; the library hands the same 176 bytes on and looks at
+/// none of them. All values are little-endian and absolute: none is a difference to the record before.
+///
+/// Units. Prices are signed integers in hundredths of the exchange's price: 432150 is 4321.5. Volumes and open interest
+/// are lots. Turnover and amounts are hundredths of the currency unit. Times are the exchange's local time.
+///
+/// What 0 and the limits mean. The exchange marks an absent value in its snapshot by the largest double. It reaches the
+/// board's table, and so the record, as 0, as do a value that is no number and one that its field cannot hold: a price
+/// of 0 is "none". INT32_MAX, INT32_MIN and UINT32_MAX mark nothing. A price may lie anywhere between -21474836.48 and
+/// 21474836.47; one below 0 that is loaded from a snapshot comes out a hundredth nearer to 0.
+///
+/// The book, every price above the one to its right:
+///
+///     ask5 > ask4 > ask3 > ask2 > ask1  >  bid1 > bid2 > bid3 > bid4 > bid5
+///
+/// A level whose price and volume are 0 is empty, and so are the levels behind it; a side without an order is empty
+/// from its first level on. A snapshot whose books break this order or leave the day's limits is not used; with the key
+/// shield_price_check=1 it is, and the instrument is not subscribed. Trade-at-settlement instruments are not checked. A
+/// live price out of bounds is an event of the board, upon which the session is rebuilt.
 #pragma once
 
 #include <cstddef>
@@ -12,45 +28,81 @@
 #pragma pack(push, 1)
 
 struct VexaShfeMdType {
-    uint32_t inst_no;           ///< instrument number: the slot in its feed's table (SHFE < 16384, INE < 4096)
-    char inst_id[16];           ///< instrument identifier, NUL-terminated, at most 15 characters
-    uint32_t update_time;       ///< exchange time of this state, seconds since midnight
+    // ---- which instrument, when ----
+
+    /// Instrument number: the place of its slot in its feed's table, from 0 (SHFE < 16384, INE < 4096). Both exchanges
+    /// count from 0, so that a number alone names nothing: use inst_id. A number holds until the next snapshot is
+    /// loaded; the contract index file lists the numbers of the day.
+    uint32_t inst_no;
+
+    /// Instrument identifier such as "cu2612", "sc2612C500" or "sc2612TAS": NUL-terminated, at most 15 characters, a
+    /// longer one cut. What stands behind the NUL means nothing.
+    char inst_id[16];
+
+    /// Exchange time of this state, seconds since midnight, 0 to 86399: of the update, not of the receipt. It goes back
+    /// at midnight, in the middle of a night session; order an instrument's records by change_no. 0 is midnight, not
+    /// "none".
+    uint32_t update_time;
     uint16_t update_milli_sec;  ///< milliseconds of update_time, 0 to 999
-    uint16_t type;              ///< kind of record, set by the board; the software board leaves it 0
-    uint32_t change_no;         ///< the exchange's count of the instrument's changes
-    int32_t last_px;            ///< last price, hundredths
-    uint32_t volume;            ///< traded volume of the day, lots
-    int64_t turnover;           ///< turnover of the day, hundredths
-    int64_t open_interest;      ///< open interest, lots
-    int32_t bid1_px;            ///< best bid, hundredths
-    uint32_t bid1_vol;          ///< lots
-    int32_t bid2_px;            ///< second bid, hundredths
-    uint32_t bid2_vol;          ///< lots
-    int32_t bid3_px;            ///< third bid, hundredths
-    uint32_t bid3_vol;          ///< lots
-    int32_t bid4_px;            ///< fourth bid, hundredths
-    uint32_t bid4_vol;          ///< lots
-    int32_t bid5_px;            ///< fifth bid, hundredths
-    uint32_t bid5_vol;          ///< lots
-    int32_t ask1_px;            ///< best ask, hundredths
-    uint32_t ask1_vol;          ///< lots
-    int32_t ask2_px;            ///< second ask, hundredths
-    uint32_t ask2_vol;          ///< lots
-    int32_t ask3_px;            ///< third ask, hundredths
-    uint32_t ask3_vol;          ///< lots
-    int32_t ask4_px;            ///< fourth ask, hundredths
-    uint32_t ask4_vol;          ///< lots
-    int32_t ask5_px;            ///< fifth ask, hundredths
-    uint32_t ask5_vol;          ///< lots
-    uint32_t bid_volume;        ///< total bid volume over all orders, lots
-    int64_t bid_amount;         ///< total bid amount, hundredths; stands unaligned, so copy before taking its address
-    uint32_t ask_volume;        ///< total ask volume over all orders, lots
-    int64_t ask_amount;         ///< total ask amount, hundredths
-    int32_t high_price;         ///< highest price of the day, hundredths
-    int32_t low_price;          ///< lowest price of the day, hundredths
-    uint32_t max_inst_no;       ///< the feed's key *_max_inst_no, as the board was given it
-    bool last_tick_flag;        ///< set by the board, by the key last_tick_channel; the software board leaves it false
-    unsigned char reverse[3];   ///< reserved, zero
+
+    /// Kind of record, set by the board and neither read nor changed by the library; the software board leaves it 0.
+    uint16_t type;
+
+    /// The exchange's count of the instrument's changes. Never falls within a session. The software board sends a
+    /// record for each change, so that a step of more than 1 shows updates that this channel has not had.
+    uint32_t change_no;
+
+    // ---- trades of the day ----
+
+    int32_t last_px;        ///< price of the last trade, hundredths; 0: none is known
+    uint32_t volume;        ///< lots traded in the trading day so far, cumulative; 0: none yet
+    int64_t turnover;       ///< money traded in the trading day so far, hundredths, cumulative, contract size included
+    int64_t open_interest;  ///< lots open now, not cumulative: may rise and fall; 0: none, or not known
+
+    // ---- the book: five levels a side, the best first; an empty level is 0 and 0 ----
+
+    int32_t bid1_px;    ///< best bid: the highest price that somebody buys at, hundredths; 0: no bid
+    uint32_t bid1_vol;  ///< lots; 0 where the level is empty, here and below
+    int32_t bid2_px;    ///< second bid, below the best, hundredths; 0: empty
+    uint32_t bid2_vol;  ///< lots
+    int32_t bid3_px;    ///< third bid, hundredths; 0: empty
+    uint32_t bid3_vol;  ///< lots
+    int32_t bid4_px;    ///< fourth bid, hundredths; 0: empty
+    uint32_t bid4_vol;  ///< lots
+    int32_t bid5_px;    ///< fifth bid, the lowest shown, hundredths; 0: empty
+    uint32_t bid5_vol;  ///< lots
+    int32_t ask1_px;    ///< best ask: the lowest price that somebody sells at, hundredths; 0: no ask
+    uint32_t ask1_vol;  ///< lots
+    int32_t ask2_px;    ///< second ask, above the best, hundredths; 0: empty
+    uint32_t ask2_vol;  ///< lots
+    int32_t ask3_px;    ///< third ask, hundredths; 0: empty
+    uint32_t ask3_vol;  ///< lots
+    int32_t ask4_px;    ///< fourth ask, hundredths; 0: empty
+    uint32_t ask4_vol;  ///< lots
+    int32_t ask5_px;    ///< fifth ask, the highest shown, hundredths; 0: empty
+    uint32_t ask5_vol;  ///< lots
+
+    // ---- all orders, those behind the fifth level too; now, not cumulative ----
+
+    uint32_t bid_volume;  ///< lots of all bids
+    int64_t bid_amount;   ///< money in all bids, hundredths; stands unaligned, so copy before taking its address
+    uint32_t ask_volume;  ///< lots of all asks
+    int64_t ask_amount;   ///< money in all asks, hundredths
+
+    // ---- the day's range ----
+
+    int32_t high_price;  ///< highest price of the trading day so far, hundredths; 0: none is known
+    int32_t low_price;   ///< lowest price of the trading day so far, hundredths; 0: none is known
+
+    // ---- from the board ----
+
+    /// The configuration's key <feed>_max_inst_no of the record's feed, as the board was given it: 81000 for SHFE,
+    /// 85000 for INE unless configured otherwise. No count, and no bound of inst_no; where the keys differ, it tells
+    /// the feed.
+    uint32_t max_inst_no;
+
+    bool last_tick_flag;       ///< set by the board, by the key last_tick_channel; the software board leaves it false
+    unsigned char reverse[3];  ///< reserved, zero; do not look at it
 };
 
 #pragma pack(pop)

@@ -64,9 +64,10 @@ struct Varying {
     std::size_t bytesMin;
 };
 
-// Configurations name temporary files, so that their checksums vary too.
+// Configurations name temporary files and a processor that is there, so that their checksums vary too.
 constexpr Varying VARYING[] = {{"/", " ],:'\"", 0},  {"0x", " ],.", 12},   {"_VERSION[", "]", 0},
-                               {"frag_buf:", "", 0}, {"Crc is ", ",.", 0}, {"configCrc[", "]", 0}};
+                               {"frag_buf:", "", 0}, {"Crc is ", ",.", 0}, {"configCrc[", "]", 0},
+                               {"cpucore[", "]", 0}, {"CPU[", "]", 0},     {"addr[0x1001] value[", "", 0}};
 
 void AddLine(std::string_view line) {
     line.remove_prefix(std::min(line.find("]["), line.size()));

@@ -141,23 +141,27 @@ def other_text(literal):
 
 
 def log_line(source, cursor):
-    """A line of the log: away, at another level, with another text, with two values exchanged."""
-    if not re.fullmatch(r"[A-Z]+_LOG", cursor.spelling):
+    """A line of the log: away, of another operation, at another level, with another text, with two values exchanged."""
+    if not re.fullmatch(r"[A-Z]+_LOG(_AS)?", cursor.spelling):
         return
     start, end = cursor.extent.start.offset, cursor.extent.end.offset
     line = source.slice(start, end)
     arguments = split_arguments(without_comments(line)[len(cursor.spelling) + 1:-1])
     if source.slice(end, end + 1) != ";" or source.slice(source.text.rfind(b"\n", 0, start) + 1, start).startswith("#"):
         return
-    whole = lambda changed: f"{cursor.spelling}({', '.join(changed)})"
+    level = 1 if cursor.spelling.endswith("_AS") else 0
+    with_all = lambda changed: f"{cursor.spelling}({', '.join(changed)})"
+    whole = lambda place, text: with_all([*arguments[:place], text, *arguments[place + 1:]])
     changes = [""]
-    if arguments[0] in NEXT_LEVEL:
-        changes.append(whole([NEXT_LEVEL[arguments[0]], *arguments[1:]]))
-    if arguments[1].startswith('"'):
-        changes.append(whole([arguments[0], other_text(arguments[1]), *arguments[2:]]))
-    for i in range(2, len(arguments) - 1):
+    if level == 1 and arguments[0].startswith('"'):
+        changes.append(whole(0, other_text(arguments[0])))
+    if arguments[level] in NEXT_LEVEL:
+        changes.append(whole(level, NEXT_LEVEL[arguments[level]]))
+    if arguments[level + 1].startswith('"'):
+        changes.append(whole(level + 1, other_text(arguments[level + 1])))
+    for i in range(level + 2, len(arguments) - 1):
         if arguments[i] != arguments[i + 1] and "str()" not in arguments[i] + arguments[i + 1]:
-            changes.append(whole([*arguments[:i], arguments[i + 1], arguments[i], *arguments[i + 2:]]))
+            changes.append(with_all([*arguments[:i], arguments[i + 1], arguments[i], *arguments[i + 2:]]))
     for changed in changes:
         source.mutants.append(Mutant(source.path, start, end + 1, STATEMENT, line, changed, ""))
 

@@ -26,15 +26,6 @@ private:
     int64_t m_now = 0;
 };
 
-/// Opens the session's inside: the snapshot handler is measured alone.
-class BenchApi : public CVexaShfeMdApiImpl {
-public:
-    using CVexaShfeMdApiImpl::_Cleandata;
-    using CVexaShfeMdApiImpl::_TcpHandler;
-    using CVexaShfeMdApiImpl::m_finishedMask;
-    using CVexaShfeMdApiImpl::m_u50ConfigInfo;
-};
-
 /// A provider whose stream gives the same DMA_UDP message at every poll, or nothing.
 class ReplayProvider {
 public:

@@ -8,8 +8,11 @@
 #include <string>
 
 #include "bench/BenchSession.h"
+#include "exchange/Exchange.h"
 #include "public/log/CommonLog.h"
 #include "public/reg/BoardProviderLoader.h"
+#include "src/snapshot/SnapshotPhase.h"
+#include "testing/SnapshotUnits.h"
 
 namespace {
 
@@ -41,7 +44,7 @@ BENCHMARK(LimitCopyOf176Bytes);
 void EmptyStep(benchmark::State& state) {
     const ReplayProvider provider(true);
     const BenchConfig config(RECEIVER_KEYS);
-    const auto api = std::make_unique<BenchApi>();
+    const auto api = std::make_unique<CVexaShfeMdApiImpl>();
     CountingSpi spi;
     api->VexaStart(spi, config.Path());
     for (auto _ : state) benchmark::DoNotOptimize(api->VexaRecv());
@@ -51,7 +54,7 @@ BENCHMARK(EmptyStep);
 void DeliveredByCallback(benchmark::State& state) {
     const ReplayProvider provider(false);
     const BenchConfig config(RECEIVER_KEYS);
-    const auto api = std::make_unique<BenchApi>();
+    const auto api = std::make_unique<CVexaShfeMdApiImpl>();
     CountingSpi spi;
     api->VexaStart(spi, config.Path());
     for (auto _ : state) benchmark::DoNotOptimize(api->VexaRecv());
@@ -61,7 +64,7 @@ BENCHMARK(DeliveredByCallback);
 void DeliveredByPolling(benchmark::State& state) {
     const ReplayProvider provider(false);
     const BenchConfig config(RECEIVER_KEYS);
-    const auto api = std::make_unique<BenchApi>();
+    const auto api = std::make_unique<CVexaShfeMdApiImpl>();
     api->VexaStart(config.Path());
     VexaShfeMdType md{};
     for (auto _ : state) {
@@ -78,7 +81,7 @@ void DeliveredFromTheSoftwareBoard(benchmark::State& state) {
     software_board::InstallBoard(0, &board);
     UseBoardProvider(&software_board::Provider());
     const BenchConfig config("shfe2ps=enabled\nine2ps=enabled\nSRCIP=10.20.0.2\n");
-    auto api = std::make_unique<BenchApi>();
+    auto api = std::make_unique<CVexaShfeMdApiImpl>();
     CountingSpi spi;
     if (api->VexaStart(spi, config.Path()) != 0) state.SkipWithError("the start failed");
     for (auto _ : state) benchmark::DoNotOptimize(api->VexaRecv());
@@ -104,28 +107,90 @@ void SetFrameCounters(benchmark::State& state, const std::vector<std::vector<uin
                                                      benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
+/// What a snapshot is loaded with; of its two feeds one never comes, so that it is not complete inside the loop.
+std::unique_ptr<SnapshotState> SnapshotOfOneFeed() {
+    auto state = std::make_unique<SnapshotState>();
+    state->config.enabled_mask.enabled_mask = FeedBit(SHFE_2PS) | FeedBit(INE_2PS);
+    state->config.topicID.shfe2ps_topic_id = TraitsOf(SHFE_2PS).defaults.topicId;
+    state->config.snapTcpPort.shfe2ps_snap_port = TraitsOf(SHFE_2PS).defaults.snapPort;
+    state->config.log_level = LOG_NONE;
+    return state;
+}
+
+struct NoRegisters final : IRegisterWriter {
+    void Write(uint32_t index, uint32_t) override { benchmark::DoNotOptimize(index); }
+};
+
+bool IsDecoded(benchmark::State& state, const SnapshotState& snapshot) {
+    if (snapshot.finished.enabled_mask == FeedBit(SHFE_2PS)) return true;
+    state.SkipWithError("the snapshot was not decoded");
+    return false;
+}
+
 void SnapshotFrames(benchmark::State& state) {
-    const ReplayProvider provider(true);
     const auto messages = SnapshotDmaMessages(state.range(0) != 0);
-    const BenchConfig config("shfe2ps=enabled\nine2ps=enabled\n");
-    const auto api = std::make_unique<BenchApi>();
-    api->m_u50ConfigInfo.enabled_mask.enabled_mask = 5;  // the second feed never comes: no completion inside the loop
-    api->m_u50ConfigInfo.topicID.shfe2ps_topic_id = 1000;
-    api->m_u50ConfigInfo.snapTcpPort.shfe2ps_snap_port = 33022;
+    const auto snapshot = SnapshotOfOneFeed();
+    CCommonLog::GetInstance().SetLogLevel(LOG_NONE);
+    NoRegisters registers;
+    SnapshotUnits units(*snapshot, registers);
+    CSnapshotPhase phase({snapshot->config, CDrvRegEnyx::GetInstance(), CWriteShot::GetInstance(), snapshot->counters},
+                         {units.reassembly, units.store, snapshot->isLoaded, snapshot->priceErrors});
     for (auto _ : state) {
-        for (const auto& message : messages) {
-            BenchApi::_TcpHandler(message.data(), static_cast<unsigned int>(message.size()), api.get());
-        }
-        if (api->m_finishedMask.enabled_mask != 1) {
-            state.SkipWithError("the snapshot was not decoded");
-            break;
-        }
-        BenchApi::_Cleandata(*api);
+        for (const auto& message : messages) phase.Take(message.data(), static_cast<uint32_t>(message.size()));
+        if (!IsDecoded(state, *snapshot)) break;
+        phase.Clear();
     }
     SetFrameCounters(state, messages);
 }
 BENCHMARK(SnapshotFrames)->Arg(0)->ArgName("swapped");
 BENCHMARK(SnapshotFrames)->Arg(1)->ArgName("swapped");
+
+/// Takes messages and forgets them.
+struct Sink final : IStreamHandler {
+    Identity OnConnection(const uint8_t*, uint32_t, uint16_t) override { return {.isKnown = true, .isRefused = false}; }
+    bool OnMessage(const uint8_t* message, uint32_t arrived, uint16_t, const tcp_session_t&) override {
+        bytes += arrived < MdqpBytes(message) ? 0 : MdqpBytes(message);
+        return false;
+    }
+    uint64_t bytes = 0;
+};
+
+void ReassemblyAlone(benchmark::State& state) {
+    const auto messages = SnapshotDmaMessages(state.range(0) != 0);
+    const auto snapshot = SnapshotOfOneFeed();
+    Sink sink;
+    CReassembly reassembly(snapshot->sessions, snapshot->counters, sink);
+    std::vector<SnapshotFrame> frames(messages.size());
+    for (std::size_t i = 0; i < messages.size(); ++i) {
+        const auto length = static_cast<uint32_t>(messages[i].size() - DMA_TCP_FRAME_OFFSET);
+        snapshot_frame::ReadHeaders(messages[i].data() + DMA_TCP_FRAME_OFFSET, length, frames[i]);
+        snapshot_frame::ReadPayload(frames[i]);
+    }
+    for (auto _ : state) {
+        for (const SnapshotFrame& frame : frames) reassembly.Receive(frame);
+        reassembly.Clear();
+    }
+    if (sink.bytes == 0) state.SkipWithError("nothing was handed on");
+    SetFrameCounters(state, messages);
+}
+BENCHMARK(ReassemblyAlone)->Arg(0)->ArgName("swapped");
+BENCHMARK(ReassemblyAlone)->Arg(1)->ArgName("swapped");
+
+void DecoderAlone(benchmark::State& state) {
+    const auto messages = exchange::Exchange(exchange::ExchangeOptions{}).SnapshotMessages(SHFE_2PS);
+    const auto snapshot = SnapshotOfOneFeed();
+    CCommonLog::GetInstance().SetLogLevel(LOG_NONE);
+    NoRegisters registers;
+    CInstrumentStore store(snapshot->Instruments());
+    CMdqpDecoder decoder(store, registers, snapshot->counters);
+    for (auto _ : state) {
+        for (const auto& message : messages) decoder.Decode(SHFE_2PS, message.data());
+        if (!IsDecoded(state, *snapshot)) break;
+        store.Clear();
+    }
+    SetFrameCounters(state, messages);
+}
+BENCHMARK(DecoderAlone);
 
 void LimitCopyOfTheFrames(benchmark::State& state) {
     const auto messages = SnapshotDmaMessages(false);
@@ -167,7 +232,7 @@ void WholeStartUpInVirtualTime(benchmark::State& state) {
         software_board::SoftwareBoard board{software_board::BoardOptions{}};
         software_board::InstallBoard(0, &board);
         UseBoardProvider(&software_board::Provider());
-        auto api = std::make_unique<BenchApi>();
+        auto api = std::make_unique<CVexaShfeMdApiImpl>();
         CountingSpi spi;
         if (api->VexaStart(spi, config.Path()) != 0) state.SkipWithError("the start failed");
         api.reset();

@@ -22,7 +22,7 @@ int main(int argc, char** argv) {
     const bool isPolling = std::strcmp(argv[1], "polling") == 0;
     const ReplayProvider provider(std::strcmp(argv[1], "empty") == 0);
     const BenchConfig config("device=xilinx0:1\n");
-    const auto api = std::make_unique<BenchApi>();
+    const auto api = std::make_unique<CVexaShfeMdApiImpl>();
     NothingSpi spi;
     if ((isPolling ? api->VexaStart(config.Path()) : api->VexaStart(spi, config.Path())) != 0) return 1;
     VexaShfeMdType md{};

@@ -44,7 +44,7 @@ SnapshotWatch::SnapshotWatch(SnapshotReceiver& receiver) : m_receiver(receiver) 
 SnapshotWatch::~SnapshotWatch() { m_receiver.watch = nullptr; }
 
 SnapshotWatch::State SnapshotWatch::Look(uint16_t port) const {
-    return {m_receiver.state.counters, m_receiver.reassembly.EarlySegments(), m_receiver.state.sessions[port]};
+    return {m_receiver.state.counters, m_receiver.units.reassembly.EarlySegments(), m_receiver.state.sessions[port]};
 }
 
 uint64_t SnapshotWatch::Moved(const State& before, ECounter counter) const {
@@ -58,8 +58,8 @@ void SnapshotWatch::Hand(const std::vector<uint8_t>& message) {
             static_cast<CSnapshotPhase*>(phase)->Take(data, length);
         },
         &m_receiver.phase);
-    FUZZ_REQUIRE(m_receiver.reassembly.CarryOverBuffers() <= CARRY_OVER_BUFFERS);
-    FUZZ_REQUIRE(m_receiver.reassembly.EarlySegments() <= EARLY_SEGMENTS);
+    FUZZ_REQUIRE(m_receiver.units.reassembly.CarryOverBuffers() <= CARRY_OVER_BUFFERS);
+    FUZZ_REQUIRE(m_receiver.units.reassembly.EarlySegments() <= EARLY_SEGMENTS);
 }
 
 bool SnapshotWatch::WasStoppedByFilter(const State& before) const {
@@ -84,7 +84,7 @@ void SnapshotWatch::Send(Stream& stream, std::size_t begin, std::size_t end, EWr
         FUZZ_REQUIRE(!WasStoppedByFilter(before));
         if (wrong == EWrong::Reset) {
             FUZZ_REQUIRE(Moved(before, ECounter::ResetByPeer) + Moved(before, ECounter::PriceCheckFailed) == 1);
-            FUZZ_REQUIRE(m_receiver.reassembly.TouchedSessions() == 0);
+            FUZZ_REQUIRE(m_receiver.units.reassembly.TouchedSessions() == 0);
         } else if (wrong != EWrong::OtherHost) {
             RequireBalance(before, stream, begin, end);
         }
@@ -122,7 +122,7 @@ void SnapshotWatch::RequireOneCount(const State& before, EWrong wrong) const {
         const auto counter = static_cast<ECounter>(i);
         FUZZ_REQUIRE(Moved(before, counter) == (counter == stop ? 1 : 0));
     }
-    FUZZ_REQUIRE(m_receiver.reassembly.EarlySegments() == before.early);
+    FUZZ_REQUIRE(m_receiver.units.reassembly.EarlySegments() == before.early);
 }
 
 // Every sound segment is taken in order, kept, or counted.
@@ -133,7 +133,7 @@ void SnapshotWatch::RequireBalance(const State& before, const Stream& stream, st
     const uint64_t otherHost = Moved(before, ECounter::SegmentOtherHost);
     const uint64_t repeated = Moved(before, ECounter::SegmentRepeated);
     const uint64_t dropped = Moved(before, ECounter::SegmentEarlyDropped) + Moved(before, ECounter::EarlyOverflow);
-    const uint32_t early = m_receiver.reassembly.EarlySegments();
+    const uint32_t early = m_receiver.units.reassembly.EarlySegments();
     const tcp_session_t& session = before.session;
     if (session.init != 1) {
         FUZZ_REQUIRE(refused <= 1 && otherHost + repeated + dropped == 0);
@@ -171,9 +171,9 @@ void SnapshotWatch::RequireWhereabouts(const Stream& stream) const {
 
 void SnapshotWatch::Clear() {
     m_receiver.phase.Clear();
-    FUZZ_REQUIRE(m_receiver.reassembly.EarlySegments() == 0);
-    FUZZ_REQUIRE(m_receiver.reassembly.CarryOverBuffers() == 0);
-    FUZZ_REQUIRE(m_receiver.reassembly.TouchedSessions() == 0);
+    FUZZ_REQUIRE(m_receiver.units.reassembly.EarlySegments() == 0);
+    FUZZ_REQUIRE(m_receiver.units.reassembly.CarryOverBuffers() == 0);
+    FUZZ_REQUIRE(m_receiver.units.reassembly.TouchedSessions() == 0);
     for (const Stream& stream : streams) {
         const tcp_session_t empty{};
         FUZZ_REQUIRE(std::memcmp(&m_receiver.state.sessions[stream.port], &empty, sizeof empty) == 0);
@@ -228,10 +228,10 @@ SnapshotWatch::FieldCounts SnapshotWatch::CountFields(const uint8_t* bytes, EMDQ
 bool SnapshotWatch::Decode(const uint8_t* message, uint32_t arrived, uint16_t port, const tcp_session_t& session) {
     const uint32_t size = MdqpBytes(message);
     EMDQPDataType feed{};
-    const bool isOfFeed = m_receiver.store.Find(port, feed);
+    const bool isOfFeed = m_receiver.units.store.Find(port, feed);
     const State before = Look(port);
     if (isOfFeed && size > arrived) {
-        FUZZ_REQUIRE(!m_receiver.feeds.OnMessage(message, arrived, port, session));
+        FUZZ_REQUIRE(!m_receiver.units.feeds.OnMessage(message, arrived, port, session));
         FUZZ_REQUIRE(Moved(before, ECounter::FieldMalformed) == 1);
         return false;
     }
@@ -243,7 +243,7 @@ bool SnapshotWatch::Decode(const uint8_t* message, uint32_t arrived, uint16_t po
         stream.at += size;
     }
     const FieldCounts expected = isOfFeed ? CountFields(message, feed) : FieldCounts{};
-    const bool isLast = m_receiver.feeds.OnMessage(message, arrived, port, session);
+    const bool isLast = m_receiver.units.feeds.OnMessage(message, arrived, port, session);
     FUZZ_REQUIRE(isLast == (isOfFeed && message[0] == mdqp::FLAG_LAST));
     FUZZ_REQUIRE(Moved(before, ECounter::MessageOfNoFeed) == (isOfFeed ? 0 : 1));
     FUZZ_REQUIRE(Moved(before, ECounter::FieldMalformed) == expected.malformed);

@@ -7,9 +7,8 @@
 
 #include "fuzz/SnapshotStream.h"
 #include "src/board/RegisterWriter.h"
-#include "src/snapshot/FeedIdentification.h"
 #include "src/snapshot/SnapshotPhase.h"
-#include "tests/support/SnapshotState.h"
+#include "testing/SnapshotUnits.h"
 
 namespace fuzz {
 
@@ -18,19 +17,16 @@ class SnapshotWatch;
 /// The snapshot phase with all that it works on. What the reassembly hands on goes past a watch.
 struct SnapshotReceiver final : IStreamHandler {
     Identity OnConnection(const uint8_t* payload, uint32_t length, uint16_t port) override {
-        return feeds.OnConnection(payload, length, port);
+        return units.feeds.OnConnection(payload, length, port);
     }
     bool OnMessage(const uint8_t* message, uint32_t arrived, uint16_t port, const tcp_session_t& session) override;
 
     SnapshotState state;
     SnapshotWatch* watch = nullptr;
-    CInstrumentStore store{state.Instruments()};
     CRegisterWriter registers{CDrvRegEnyx::GetInstance()};
-    CMdqpDecoder decoder{store, registers, state.counters};
-    CFeedIdentification feeds{state.config, store, decoder, state.counters};
-    CReassembly reassembly{state.sessions, state.counters, *this};
+    SnapshotUnits units{state, registers, this};
     CSnapshotPhase phase{{state.config, CDrvRegEnyx::GetInstance(), CWriteShot::GetInstance(), state.counters},
-                         {reassembly, store, state.isLoaded, state.priceErrors}};
+                         {units.reassembly, units.store, state.isLoaded, state.priceErrors}};
 };
 
 class SnapshotWatch {

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "src/VexaShfeMdApiImpl.h"
-#include "tests/support/SnapshotState.h"
+#include "testing/SnapshotUnits.h"
 
 class TestableApi : public CVexaShfeMdApiImpl {
 public:

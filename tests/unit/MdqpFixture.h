@@ -14,11 +14,10 @@
 #include <vector>
 
 #include "exchange/MdqpWriter.h"
-#include "src/snapshot/FeedIdentification.h"
+#include "testing/SnapshotUnits.h"
 #include "tests/support/FilledSlot.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/RecordedWrites.h"
-#include "tests/support/SnapshotState.h"
 
 class MdqpFixture : public testing::Test {
 protected:
@@ -31,7 +30,7 @@ protected:
         const std::vector<uint8_t> bytes = message.Bytes();
         const std::unique_ptr<uint8_t[]> block(new uint8_t[bytes.size()]);
         std::copy(bytes.begin(), bytes.end(), block.get());
-        return feeds.OnMessage(block.get(), static_cast<uint32_t>(bytes.size()), port, state->sessions[port]);
+        return units.feeds.OnMessage(block.get(), static_cast<uint32_t>(bytes.size()), port, state->sessions[port]);
     }
     /// Eight bytes behind the last field, so that it does not begin in the message's last eight bytes.
     static exchange::MdqpWriter Padded(exchange::MdqpWriter message) {
@@ -53,7 +52,6 @@ protected:
     RecordedWrites board;
     LogCapture log;
     std::unique_ptr<SnapshotState> state = std::make_unique<SnapshotState>();
-    CInstrumentStore store{state->Instruments()};
-    CMdqpDecoder decoder{store, board, state->counters};
-    CFeedIdentification feeds{state->config, store, decoder, state->counters};
+    SnapshotUnits units{*state, board};
+    CMdqpDecoder& decoder = units.decoder;
 };

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "src/board/RegisterWriter.h"
-#include "src/snapshot/FeedIdentification.h"
 #include "src/snapshot/SnapshotPhase.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/VirtualClock.h"
@@ -28,7 +27,7 @@ protected:
         phase.Take(block.get(), static_cast<uint32_t>(message.size()));
     }
 
-    CReassembly& Reassembly() override { return reassembly; }
+    CReassembly& Reassembly() override { return units.reassembly; }
 
     std::vector<int32_t> Decoded() const override {
         std::vector<int32_t> numbers;
@@ -43,11 +42,8 @@ protected:
 
     VirtualClock clock;
     RecordingBoard board;
-    CInstrumentStore store{state->Instruments()};
     CRegisterWriter registers{CDrvRegEnyx::GetInstance()};
-    CMdqpDecoder decoder{store, registers, state->counters};
-    CFeedIdentification feeds{state->config, store, decoder, state->counters};
-    CReassembly reassembly{state->sessions, state->counters, feeds};
+    SnapshotUnits units{*state, registers};
     CSnapshotPhase phase{{state->config, CDrvRegEnyx::GetInstance(), CWriteShot::GetInstance(), state->counters},
-                         {reassembly, store, state->isLoaded, state->priceErrors}};
+                         {units.reassembly, units.store, state->isLoaded, state->priceErrors}};
 };

@@ -12,8 +12,8 @@
 #include "exchange/FrameWriter.h"
 #include "exchange/MdqpWriter.h"
 #include "src/snapshot/Reassembly.h"
+#include "testing/SnapshotUnits.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/SnapshotState.h"
 
 using Bytes = std::vector<uint8_t>;
 

@@ -3,7 +3,6 @@
 
 #include <cstring>
 
-#include "src/snapshot/FeedIdentification.h"
 #include "tests/support/RecordedWrites.h"
 #include "tests/unit/SnapshotTest.h"
 
@@ -17,10 +16,10 @@ protected:
         SnapshotFrame frame{};
         ASSERT_TRUE(snapshot_frame::ReadHeaders(block.get(), static_cast<uint32_t>(length), frame));
         ASSERT_TRUE(snapshot_frame::IsTcpCaptured(frame) && snapshot_frame::ReadPayload(frame));
-        result = reassembly.Receive(frame);
+        result = units.reassembly.Receive(frame);
     }
 
-    CReassembly& Reassembly() override { return reassembly; }
+    CReassembly& Reassembly() override { return units.reassembly; }
 
     std::vector<int32_t> Decoded() const override {
         std::vector<int32_t> numbers;
@@ -32,8 +31,7 @@ protected:
 
     CReassembly::EResult result = CReassembly::EResult::Taken;  ///< of the last segment
     RecordedWrites board;
-    CInstrumentStore store{state->Instruments()};
-    CMdqpDecoder decoder{store, board, state->counters};
-    CFeedIdentification feeds{state->config, store, decoder, state->counters};
-    CReassembly reassembly{state->sessions, state->counters, feeds};
+    SnapshotUnits units{*state, board};
+    CInstrumentStore& store = units.store;
+    CFeedIdentification& feeds = units.feeds;
 };

@@ -21,8 +21,10 @@ public:
     /// Puts `source` in place of the system's clocks; null goes back to them. `source` must outlive its use.
     static void Use(IClockSource* source);
 
-    static int64_t WallNanoseconds();
-    static int64_t MonotonicNanoseconds();
+    static int64_t WallNanoseconds();       ///< since the epoch; may be set
+    static int64_t MonotonicNanoseconds();  ///< never goes back
+
+    /// A signal may end it early.
     static void SleepSeconds(uint32_t seconds);
     static void SleepMicroseconds(uint32_t microseconds);
 

@@ -22,7 +22,7 @@ public:
     /// False when the file cannot be opened: missing, no permission, no regular file, or beyond 64 MiB.
     bool ReadConfig(const std::string& path);
 
-    // The value, or `def` when section or key is missing. Text that is no number reads as 0, or as its numeric prefix.
+    /// The value, or `def` when section or key is missing. Text that is no number reads as 0, or as its numeric prefix.
     std::string ReadString(const char* section, const char* key, const char* def);
     int32_t ReadInt32(const char* section, const char* key, int32_t def);
     uint32_t ReadUInt32(const char* section, const char* key, uint32_t def);  ///< -1 reads as 4294967295

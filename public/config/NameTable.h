@@ -23,6 +23,7 @@ public:
     /// Its number, or NONE.
     uint32_t Find(std::string_view name) const;
 
+    /// In the order of their numbers. Valid until the next one is added.
     const std::vector<std::string_view>& Names() const { return m_names; }
 
 private:

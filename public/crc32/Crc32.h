@@ -10,8 +10,8 @@ public:
     /// 0; -1 when `data` is null or `length` is negative (`crc` is then left alone).
     static int32_t calculate_crc32c(uint32_t& crc, const uint8_t* data, int32_t length);
 
-    static int32_t singletable_crc32c(uint32_t& crc, const uint8_t* data, int32_t length);
-    static int32_t multitable_crc32c(uint32_t& crc, const uint8_t* data, int32_t length);
+    static int32_t singletable_crc32c(uint32_t& crc, const uint8_t* data, int32_t length);  ///< one byte a step
+    static int32_t multitable_crc32c(uint32_t& crc, const uint8_t* data, int32_t length);   ///< four bytes a step
 
     /// Eight bytes a step, after `align` single bytes that bring `data` to the caller's alignment.
     static int32_t crc32c_sb8_64_bit(uint32_t& crc, const uint8_t* data, int32_t length, uint32_t align);

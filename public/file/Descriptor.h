@@ -15,7 +15,9 @@ public:
     CDescriptor(const CDescriptor&) = delete;
     CDescriptor& operator=(const CDescriptor&) = delete;
 
-    bool IsOpen() const { return m_descriptor >= 0; }
+    bool IsOpen() const { return m_descriptor >= 0; }  ///< not negative
+
+    /// For a call that does not close it.
     int Get() const { return m_descriptor; }
 
     /// From here on the caller's to close.

@@ -17,6 +17,7 @@ public:
     CReplacedFile(const CReplacedFile&) = delete;
     CReplacedFile& operator=(const CReplacedFile&) = delete;
 
+    /// Whether Add has where to write.
     bool IsOpen() const { return m_file.IsOpen(); }
 
     /// Never waits to be told: a failure shows in PutInPlace.

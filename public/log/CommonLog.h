@@ -16,6 +16,7 @@
 /// line end, and with control bytes as they were given. `line` is valid during the call.
 class ILogSink {
 public:
+    /// One text; from whichever thread or signal handler logs.
     virtual void OnLine(ELOGLEVEL level, const char* line, std::size_t length) = 0;
     virtual ~ILogSink() = default;
 };
@@ -26,6 +27,7 @@ public:
     static constexpr int NO_FILE = -1;
     static constexpr int STANDARD_ERROR = 2;
 
+    /// The process's one log.
     static CCommonLog& GetInstance();
 
     /// Empty: standard error. A directory, or a text ending in "/": vexa_shfe_md_<yyyymmdd>.log in it. Any other text
@@ -35,6 +37,7 @@ public:
     /// A mask of ELOGLEVEL bits.
     void SetLogLevel(int32_t mask) { m_mask.store(mask, std::memory_order_relaxed); }
 
+    /// Whether the mask has the level's bit.
     bool IsEnabled(ELOGLEVEL level) const { return (m_mask.load(std::memory_order_relaxed) & level) != 0; }
 
     /// Tests the level before anything is formatted; cuts a text beyond the line's capacity.

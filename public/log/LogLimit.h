@@ -22,6 +22,7 @@ class CLogLimit {
 public:
     static constexpr uint32_t LINES_PER_SECOND = 200;
 
+    /// Infos and debug lines pass, however many there are.
     static constexpr bool IsLimited(ELOGLEVEL level) { return level == LOG_ERROR || level == LOG_WARNING; }
 
     /// Whether the place may have had its lines of the second under way; then IsHeld decides. Needs no clock.

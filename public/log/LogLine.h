@@ -9,11 +9,13 @@
 
 constexpr std::size_t LOG_TEXT_CAPACITY = 4096;
 
+/// What stands behind the last "/"; valid as long as `path`.
 constexpr const char* LogBaseName(std::string_view path) {
     const std::size_t slash = path.rfind('/');
     return path.data() + (slash == std::string_view::npos ? 0 : slash + 1);
 }
 
+/// Formats nothing that is not kept. For VEXA_LOG and VEXA_LOG_AS, which name the place; a text is cut at the capacity.
 __attribute__((format(printf, 5, 6))) inline void WriteLogLine(ELOGLEVEL level, const char* file, int line,
                                                                const char* function, const char* format, ...) {
     CCommonLog& log = CCommonLog::GetInstance();

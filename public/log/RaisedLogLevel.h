@@ -13,6 +13,7 @@ public:
     CRaisedLogLevel(const CRaisedLogLevel&) = delete;
     CRaisedLogLevel& operator=(const CRaisedLogLevel&) = delete;
 
+    /// Puts the configured level in force before the section's end; again, it does nothing.
     void End() {
         if (m_isRaised) CCommonLog::GetInstance().SetLogLevel(m_configured);
         m_isRaised = false;

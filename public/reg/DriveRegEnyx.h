@@ -14,15 +14,17 @@
 /// The process's register area. At log level LOG_DEBUG_EX every access is traced; below it an access formats nothing.
 class CDrvRegEnyx {
 public:
+    /// The process's one register area, open or not.
     static CDrvRegEnyx& GetInstance();
 
     /// Loads the provider if none is loaded yet and opens the register core `core` of the board on bus `bus`. An area
     /// that is open already is closed first. 0, or negative with a log line that says what to do.
     int32_t Init(uint16_t bus, uint16_t core) const;
 
+    /// 0, or negative when no area is open or the board does not take it. `addr` counts 32-bit registers.
     int32_t WriteRegister(uint32_t addr, uint32_t value) const;
 
-    /// `value` is left alone when the read fails.
+    /// The same; `value` is left alone when the read fails.
     int32_t ReadRegister(uint32_t addr, uint32_t& value) const;
     int32_t ReadRegister(uint32_t addr, uint64_t& value) const;
 
@@ -89,6 +91,7 @@ public:
     /// not open. A failed stream is in order again with the first poll that succeeds.
     int32_t RecvOnce(VexaBoardMessageHandler handler, void* user);
 
+    /// Also while the stream has failed.
     bool IsOpen() const { return m_stream != nullptr || HasFailed(); }
 
     /// True from a poll that failed until one succeeds.

@@ -24,9 +24,13 @@ public:
         _MyCopy(lit);
     }
 
+    /// The empty text; what stands behind its end is left alone.
     void Clear() { m_value[0] = '\0'; }
-    std::size_t Length() const { return strnlen(m_value, N); }
-    std::size_t Size() const { return N; }
+
+    std::size_t Length() const { return strnlen(m_value, N); }  ///< characters of the text
+    std::size_t Size() const { return N; }                      ///< bytes of the array
+
+    /// The text itself, which changes with it.
     const char* data() const { return m_value; }
     operator const char*() const { return m_value; }  // NOLINT(google-explicit-constructor)
 
@@ -40,6 +44,7 @@ public:
         return *this;
     }
 
+    /// A literal that fits, the whole of it; an array of characters is terminated at its last place.
     template <std::size_t M>
     CQelCharArray& _MyCopy(const char (&lit)[M]) {
         static_assert(M <= N, "the literal must fit");
@@ -52,16 +57,19 @@ public:
         return *this;
     }
 
+    /// The same.
     template <std::size_t M>
     CQelCharArray& CopyFrom(const char (&lit)[M]) {
         return _MyCopy(lit);
     }
 
+    /// The text of `src`; a longer one is cut.
     template <std::size_t M>
     CQelCharArray& CopyFrom(const CQelCharArray<M>& src) {
         return CopyFrom(src, 0, M);
     }
 
+    /// At most `count` characters of it from index `pos` on; `src` may be this text.
     template <std::size_t M>
     CQelCharArray& CopyFrom(const CQelCharArray<M>& src, std::size_t pos, std::size_t count) {
         const std::size_t first = std::min(pos, src.Length());
@@ -71,8 +79,10 @@ public:
         return *this;
     }
 
+    /// Behind the text; what does not fit is cut.
     CQelCharArray& Append(char c) { return AppendText(&c, 1); }
 
+    /// At most `maxlen` characters.
     template <std::size_t M>
     CQelCharArray& Append(const char (&lit)[M], std::size_t maxlen = M) {
         return AppendText(lit, strnlen(lit, std::min(maxlen, M)));
@@ -88,6 +98,7 @@ public:
     /// Writes the digits against the end of the array, never below `pos`; returns the index before the first digit.
     int _ParseIntRight(uint64_t v, std::size_t pos) { return static_cast<int>(DigitsAtEnd(v, pos)) - 1; }
 
+    /// The number in decimal, behind the text. When it does not fit, the high digits are lost.
     CQelCharArray& Append(uint64_t v) { return ParseInt(v, Length()); }
     CQelCharArray& Append(int64_t v) {
         if (v >= 0) return Append(static_cast<uint64_t>(v));
@@ -133,10 +144,14 @@ public:
     /// Decimal digits of `v`, in place of the text that was there.
     CQelCharArray& _StupidItoA(uint32_t v) { return ParseFrom(v); }
 
+    /// The empty text.
     static CQelCharArray GetDefaultValue() { return CQelCharArray(); }
     static constexpr std::size_t SIZE = N;
 
+    /// Whether there is no character.
     bool IsEmpty() const { return m_value[0] == '\0'; }
+
+    /// The array, to be written by others: N bytes.
     char* Data() { return m_value; }
 
     /// First or last place of `c` in the text, null where there is none.
@@ -154,7 +169,10 @@ public:
         m_value[N - 1] = '\0';
     }
 
+    /// The first character; the terminator of an empty text.
     char ToChar() const { return m_value[0]; }
+
+    /// The decimal number that the text begins with, behind blanks; 0 where there is none. Cut to the type's low bits.
     int32_t ToInt32() const { return static_cast<int32_t>(ToInt64()); }
     /// The number that begins at index `pos`; 0 beyond the text.
     int32_t ToInt32(const std::size_t& pos) const {
@@ -162,9 +180,12 @@ public:
         tail.CopyFrom(*this, pos, N);
         return tail.ToInt32();
     }
-    uint16_t ToWord() const { return static_cast<uint16_t>(ToInt64()); }
+    uint16_t ToWord() const { return static_cast<uint16_t>(ToInt64()); }  ///< the same in 16 bits
+
+    /// The same of a number with a point or an exponent.
     double ToDouble() const { return std::strtod(Terminated().data(), nullptr); }
 
+    /// Without the blanks, tabs and line ends in front, at the end, on either side.
     CQelCharArray& TrimHeader() { return CopyFrom(*this, View().find_first_not_of(BLANKS), N); }
     CQelCharArray& TrimTail() {
         m_value[View().substr(0, N - 1).find_last_not_of(BLANKS) + 1] = '\0';  // none: the index wraps round to 0
@@ -172,6 +193,7 @@ public:
     }
     CQelCharArray& Trim() { return TrimTail().TrimHeader(); }
 
+    /// Of the letters of ASCII.
     CQelCharArray& StrToLowercase() { return Map('A', 'Z', 'a' - 'A'); }
     CQelCharArray& StrToUppercase() { return Map('a', 'z', 'A' - 'a'); }
 
@@ -192,6 +214,7 @@ public:
         return 0;
     }
 
+    /// The same with a literal.
     template <std::size_t M>
     int Comp(const char (&lit)[M]) const {
         return Comp(BuffCast(lit));
@@ -209,16 +232,19 @@ public:
         }
     }
 
+    /// An array of characters seen as a text, terminated or not.
     template <std::size_t M>
     static CQelCharArray<M>& BuffCast(char (&buf)[M]) {
         return reinterpret_cast<CQelCharArray<M>&>(buf);
     }
 
+    /// The same.
     template <std::size_t M>
     static const CQelCharArray<M>& BuffCast(const char (&buf)[M]) {
         return reinterpret_cast<const CQelCharArray<M>&>(buf);
     }
 
+    /// As ToInt32(), in 64 bits; what lies beyond them is the nearest one.
     int64_t ToInt64() const { return std::strtoll(Terminated().data(), nullptr, 10); }
 
 private:
@@ -279,6 +305,7 @@ public:
         return valid ? *m_pointer : reinterpret_cast<T&>(nothing);
     }
 
+    /// Whether it refers to nothing.
     bool IsInvalid() const { return m_pointer == nullptr; }
     /// Whether both refer to the same object, or both to none.
     bool operator==(CQELOptional<T> other) const { return m_pointer == other.m_pointer; }

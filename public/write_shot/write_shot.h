@@ -7,6 +7,7 @@
 
 class CWriteShot {
 public:
+    /// The process's one pair of captures.
     static const CWriteShot& GetInstance();
 
     /// Creates the next binary file beside the log; its name carries channel, date, time and process id. `logPath` is

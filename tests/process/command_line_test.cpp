@@ -150,7 +150,7 @@ const Wrong WRONG[] = {
     {"scripts/check_library", {}, "name one library, such as build/release/libvexa_shfe_md.so"},
     {"scripts/check_library", {"/no/such.so"}, "no file /no/such.so; build it with ./dev test"},
     {"scripts/check_messages.py", {"--nonsense"}, "takes --list, a folder and a document; run it without"},
-    {"scripts/lint.py", {"word"}, "takes no options, not 'word'; run it without"},
+    {"scripts/lint.py", {"word"}, "takes --self-test or nothing, not 'word'; run it without"},
 };
 
 std::string NameOf(const testing::TestParamInfo<Wrong>& info) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks what the compiler does not: docs/tests.md tells the rules, scripts/lint/ has them. `--self-test` checks the checks."""
+"""Checks what the compiler does not: scripts/lint/ has the rules. With --self-test, checks the checks."""
 import runpy
 import sys
 from pathlib import Path

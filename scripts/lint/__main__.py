@@ -1,5 +1,6 @@
-"""Checks what the compiler does not: docs/tests.md tells the rules. With --self-test, checks that they find what is planted.
-"""
+"""Checks what the compiler does not: docs/tests.md tells the rules.
+
+With --self-test, checks that the rules find what is planted."""
 import sys
 from pathlib import Path
 

@@ -130,11 +130,14 @@ def check_programs(tree):
 
 
 def known_keys(text):
-    """Keys of the reference; `a_b`, `c_…` in a row stands for c_b as well."""
+    """Keys of the reference. In a row that begins with `a_b_c`, `_d` stands for a_b_d and `d_…` for d_b_c."""
     keys = set()
     for row in re.findall(r"^\| (`.*?) \|", text, re.M):
         names = re.findall(r"`([^`]+)`", row)
-        keys.update(names)
+        for name in names:
+            if name.startswith("_"):
+                name = names[0].rpartition("_")[0] + name
+            keys.add(name.replace("_…", "_" + names[0].partition("_")[2]))
     return keys
 
 
@@ -143,8 +146,9 @@ def check_settings(tree):
     keys = known_keys(tree.documents.get(KEYS, ""))
     texts = [(path, block.text, block.line) for path, text in tree.documents.items()
              for block in blocks(text) if block.language == "ini"]
-    texts += [(path, text, 1) for path, text in tree.texts.items() if path.startswith("examples/") and path.endswith(".ini")]
+    texts += [(path, text, 1) for path, text in tree.texts.items() if re.fullmatch(r"examples/.*\.ini", path)]
     for path, text, first in texts:
         for found in re.finditer(r"^([A-Za-z]\w*)\s*=", text, re.M):
             if found[1] not in keys:
-                yield path, first + line_of(text, found.start()) - 1, f"{found[1]}: {KEYS} has no such key; add a row or mend it"
+                line = first + line_of(text, found.start()) - 1
+                yield path, line, f"{found[1]}: {KEYS} has no such key; add a row or mend it"

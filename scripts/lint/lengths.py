@@ -10,7 +10,7 @@ LONG_FUNCTIONS = {}  # (file, function) -> lines
 def too_long(lines, most, allowed, remedy):
     """The message, or None. A row of a list that is longer than it has to be is told as well."""
     if allowed is not None and lines < allowed:
-        return f"{lines} lines, and its row in scripts/lint/lengths.py says {allowed}; take the row down, or out at {most}"
+        return f"{lines} lines, and its row in scripts/lint/lengths.py says {allowed}; bring it down, out at {most}"
     if lines > (allowed or most):
         return f"{lines} lines, at most {allowed or most}; {remedy}"
     return None
@@ -51,7 +51,8 @@ def check_functions(tree):
         for name, first, last in bodies(source):
             seen.add((path, name))
             allowed = LONG_FUNCTIONS.get((path, name))
-            text = too_long(last - first + 1, FUNCTION_MAX, allowed, "leave its branches here, move the work to helpers")
+            remedy = "leave its branches here, move the work to helpers"
+            text = too_long(last - first + 1, FUNCTION_MAX, allowed, remedy)
             if text is not None:
                 yield path, first, f"{name}: {text}"
     for row in sorted(set(LONG_FUNCTIONS) - seen) if tree.is_whole else ():

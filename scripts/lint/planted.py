@@ -2,8 +2,8 @@
 
 A case is named RULE.WHAT.case. Its first line tells as what file its text is read and what its rule has to find there,
 nothing else and nothing less: "// as PATH: LINE: MESSAGE" or "// as PATH: nothing", more findings behind " && ". A
-message may be the part that matters. A document has the line as a comment of its own kind. "// and PATH" begins another file
-of the case; "// 70 times: TEXT" is so many lines of TEXT.
+message may be the part that matters. A document has the line as a comment of its own kind. "// and PATH" begins another
+file of the case; "// 70 times: TEXT" is so many lines of TEXT.
 """
 import re
 from dataclasses import dataclass

@@ -7,6 +7,7 @@ import unused
 import words
 
 RULES = {
+    "folders": folders.check_folders,
     "includes": folders.check_includes,
     "unused-headers": folders.check_headers,
     "line-length": lengths.check_lines,

@@ -11,6 +11,7 @@ LITERAL = (r'R"(?P<delimiter>[^(\s]*)\(.*?\)(?P=delimiter)"|"(?:[^"\\\n]|\\.)*"'
            r"|(?<![0-9A-Fa-f])'(?:[^'\\\n]|\\.)+'")
 COMMENT = r"//(?:[^\n\\]|\\.)*|/\*.*?\*/"
 COMMENT_OR_LITERAL = re.compile(f"(?P<comment>{COMMENT})|{LITERAL}", re.S)
+INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:"([^"\n]+)"|<([^>\n]+)>)', re.M)
 DIRECTIVE = re.compile(r"^[ \t]*#(?:[^\n\\]|\\.)*", re.M | re.S)
 
 
@@ -52,7 +53,7 @@ class Source:
     def includes(self):
         """(line, text between the quotes or brackets, whether it is quoted)"""
         rows = []
-        for found in re.finditer(r'^[ \t]*#[ \t]*include[ \t]*(?:"([^"\n]+)"|<([^>\n]+)>)', self.without_comments, re.M):
+        for found in INCLUDE.finditer(self.without_comments):
             rows.append((self.line_of(found.start(1 if found[1] else 2)), found[1] or found[2], found[1] is not None))
         return rows
 

@@ -14,9 +14,11 @@ class Ban:
 
 BANS = [
     Ban("unfinished", r"\b(?:TODO|FIXME|XXX)\b", "finish it, or say in an issue what is missing", reads="text"),
-    Ban("unseeded", r"\brandom_device\b|(?<![\w.>])(?:std::|::)?(?:s?rand|[dlm]rand48|srand48|srandom)\s*\(", "take a seed"),
+    Ban("unseeded", r"\brandom_device\b|(?<![\w.>])(?:std::|::)?(?:s?rand|[dlm]rand48|srand48|srandom)\s*\(",
+        "take a seed"),
     Ban("unbounded", r"\b(?:strcpy|strcat|sprintf|vsprintf|gets|stpcpy)\s*\(", "use a bounded call"),
-    Ban("nameless-register", r"\bm_drvRegEnyx\.\w+Register\(\s*0x", "name the register in common/RegisterMap.h", "src/"),
+    Ban("nameless-register", r"\bm_drvRegEnyx\.\w+Register\(\s*0x",
+        "name the register in common/RegisterMap.h", "src/"),
     Ban("threads-and-locks", r"\bstd::(?:jthread|thread|async|(?:\w+_)?mutex|lock_guard|unique_lock|scoped_lock"
         r"|shared_lock|condition_variable\w*)\b|\bpthread_(?:create|mutex\w*|cond\w*|rwlock\w*|spin\w*)\b",
         "the library creates no thread and takes no lock: use an atomic, or leave it to the caller",
@@ -26,8 +28,8 @@ BANS = [
 # Names that mean a clock or a sleep wherever they stand, and those that do when they are called.
 CLOCKS = re.compile(
     r"\b(?:(?:system|steady|high_resolution|utc|tai|gps)_clock|sleep_for|sleep_until|try_lock_for|try_lock_until"
-    r"|clock_gettime|clock_getres|gettimeofday|timespec_get|localtime(?:_[rs])?|gmtime(?:_[rs])?|mktime|timelocal|timegm"
-    r"|usleep|nanosleep|clock_nanosleep|thrd_sleep|setitimer|timer_create|timer_settime|timerfd_\w+|current_zone"
+    r"|clock_gettime|clock_getres|gettimeofday|timespec_get|localtime(?:_[rs])?|gmtime(?:_[rs])?|mktime|timelocal"
+    r"|timegm|usleep|nanosleep|clock_nanosleep|thrd_sleep|setitimer|timer_create|timer_settime|timerfd_\w+|current_zone"
     r"|zoned_time|pthread_cond_timedwait|sem_timedwait|sigtimedwait|epoll_p?wait|p?pselect|ppoll|_*rdtscp?"
     r"|_*builtin_ia32_rdtscp?|SYS_(?:clock_\w+|nanosleep|gettimeofday|time))\b")
 CALLED_CLOCKS = re.compile(
@@ -40,7 +42,8 @@ CLOCK_FOLDER = "public/clock/"
 # File or folder -> (the names it needs, why).
 CLOCK_USERS = {
     "bench/": ({"*"}, "measures real time"),
-    "tests/process/": ({"clock_gettime", "clock_nanosleep", "nanosleep", "poll", "SYS_clock_gettime", "SYS_clock_nanosleep"},
+    "tests/process/": ({"clock_gettime", "clock_nanosleep", "nanosleep", "poll", "SYS_clock_gettime",
+                        "SYS_clock_nanosleep"},
                        "clocks put in front of real programs, and a wait for what a real program prints"),
     "tests/unit/clock_test.cpp": ({"clock_gettime"}, "holds public/clock against the system"),
     "public/file/WriteWhole.cpp": ({"sigtimedwait"}, "takes a pending signal and does not wait"),
@@ -91,8 +94,8 @@ def check_clocks(tree):
             if user is not None:
                 used[user].add(name)
             if user is None or not CLOCK_USERS[user][0] & {"*", name}:
-                yield path, source.line_of(offset), (f"{name}: use public/clock, or give the file a reason in CLOCK_USERS "
-                                                     "of scripts/lint/words.py")
+                yield path, source.line_of(offset), (f"{name}: use public/clock, or give the file a reason in "
+                                                     "CLOCK_USERS of scripts/lint/words.py")
     for user, (names, _) in CLOCK_USERS.items() if tree.is_whole else ():
         for name in sorted(names - used[user] - {"*"}):
             yield "scripts/lint/words.py", 1, f"CLOCK_USERS need not allow {user} {name} any more; take it out"

@@ -114,6 +114,8 @@ constexpr std::size_t IndexOf(EMDQPDataType feed) { return static_cast<std::size
 
 constexpr const FeedTraits& TraitsOf(EMDQPDataType feed) { return FEEDS[IndexOf(feed)]; }
 
+constexpr bool IsShfe(EMDQPDataType feed) { return feed == SHFE_2PS || feed == SHFE_4PS; }
+
 constexpr uint8_t FeedBit(EMDQPDataType feed) { return static_cast<uint8_t>(1U << feed); }
 
 inline bool HasFeed(const UEnabledMask& mask, EMDQPDataType feed) { return (mask.enabled_mask & FeedBit(feed)) != 0; }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace mdqp {
 constexpr uint8_t FLAG_LAST = 0x01;  ///< the last message of a feed's snapshot
@@ -155,3 +156,10 @@ WIRE_FIELD_AT(order_statistics_info_t, bid_amount, 8);
 WIRE_FIELD_AT(order_statistics_info_t, ask_volume, 16);
 WIRE_FIELD_AT(order_statistics_info_t, ask_amount, 20);
 #undef WIRE_FIELD_AT
+
+/// The whole message's size, by its header, which may lie at any offset.
+inline uint32_t MdqpBytes(const uint8_t* message) {
+    uint16_t length = 0;
+    std::memcpy(&length, message + offsetof(mdqp_t, length), sizeof length);
+    return static_cast<uint32_t>(sizeof(mdqp_t)) + length;
+}

@@ -30,10 +30,10 @@ BoardEngine::BoardEngine(const BoardOptions& options, BoardMemory& memory)
       m_market(options.exchange),
       m_snapshot(m_options, m_market, memory.statistics),
       m_ringLines(std::min(RING_LINES, options.ringMessages * RING_LINES_MIN + 1)),
-      m_plan(options.faults, options.lostPacketAfter) {
+      m_faultSchedule(options.faults, options.lostPacketAfter) {
     for (ChannelMemory& channel : memory.channels) m_rings.emplace_back(channel.ring, m_ringLines);
     Store(memory.registers.hardwareVersion, options.hardwareVersion);
-    LetDueFaultsHappen();
+    ApplyDueFaults();
 }
 
 // ---- commands -------------------------------------------------------------------------------------------------------
@@ -54,7 +54,7 @@ void BoardEngine::Execute(uint32_t index, uint32_t value) {
 
 void BoardEngine::BringUp() {
     Add(m_memory.statistics.bringUps, uint64_t{1});
-    EnterPhase(EPhase::Memory);
+    EnterPhase(EBoardPhase::Memory);
     m_isLive = false;
     m_isSnapshotOpen = false;
     m_snapshot.Close();
@@ -74,7 +74,7 @@ void BoardEngine::Refuse(uint32_t index, uint64_t& count) {
     Store(m_memory.registers.values[index], 0U);
 }
 
-void BoardEngine::EnterPhase(EPhase phase) {
+void BoardEngine::EnterPhase(EBoardPhase phase) {
     m_phase = phase;
     Store(m_memory.registers.phase, static_cast<uint32_t>(phase));
 }
@@ -82,8 +82,8 @@ void BoardEngine::EnterPhase(EPhase phase) {
 // The host opens the phase first and programs sessions and groups afterwards, at its own pace. What an earlier attempt
 // left in the registers says nothing about this one.
 void BoardEngine::OpenSnapshot() {
-    if (m_phase == EPhase::Idle) return Refuse(reg::SNAPSHOT_CONTROL, m_memory.statistics.refusedSnapshotOpens);
-    EnterPhase(EPhase::Snapshot);
+    if (m_phase == EBoardPhase::Idle) return Refuse(reg::SNAPSHOT_CONTROL, m_memory.statistics.refusedSnapshotOpens);
+    EnterPhase(EBoardPhase::Snapshot);
     m_market.Relist(m_options.faults.Has(exchange::EFault::ChangingList) ? ++m_lists : 0);
     m_isSnapshotOpen = true;
     m_snapshot.Close();
@@ -94,7 +94,7 @@ void BoardEngine::OpenSnapshot() {
 }
 
 void BoardEngine::CloseSnapshot() {
-    if (m_isSnapshotOpen) EnterPhase(EPhase::Tables);
+    if (m_isSnapshotOpen) EnterPhase(EBoardPhase::Tables);
     m_isSnapshotOpen = false;
     m_snapshot.Close();
     m_frame.clear();
@@ -117,12 +117,12 @@ void BoardEngine::ConnectProgrammedFeeds() {
 
 // An engine may be started again while it runs: a host does so whose session object is started a second time.
 void BoardEngine::StartEngine(uint32_t index) {
-    if (m_phase != EPhase::Tables && m_phase != EPhase::Live) {
+    if (m_phase != EBoardPhase::Tables && m_phase != EBoardPhase::Live) {
         return Refuse(index, m_memory.statistics.refusedEngineStarts);
     }
     const auto& values = m_memory.registers.values;
     if (Load(values[reg::LOGICAL_START_2PS]) != 1 || Load(values[reg::LOGICAL_START_4PS]) != 1) return;
-    EnterPhase(EPhase::Live);
+    EnterPhase(EBoardPhase::Live);
     m_isLive = true;
     m_liveSince = CClock::MonotonicNanoseconds();
     m_updatesSinceLive = 0;
@@ -236,9 +236,9 @@ bool BoardEngine::LiveStep() {
     }
     CountUpdates(1);
     ++m_updatesSinceLive;
-    Note(update.feed);
-    Apply(update);
-    LetDueFaultsHappen();
+    CountPacket(update.feed);
+    ApplyUpdate(update);
+    ApplyDueFaults();
     return true;
 }
 
@@ -274,14 +274,14 @@ bool BoardEngine::NextOfSweep(exchange::LiveUpdate& update) {
     return false;
 }
 
-void BoardEngine::Note(EMDQPDataType feed) {
+void BoardEngine::CountPacket(EMDQPDataType feed) {
     const auto index = static_cast<std::size_t>(feed);
     Add(m_memory.registers.packets[index], uint64_t{1});
     Store(m_memory.registers.lastUpdate[index],
           static_cast<uint64_t>(CClock::WallNanoseconds() / NANOSECONDS_PER_SECOND));
 }
 
-void BoardEngine::Apply(const exchange::LiveUpdate& update) {
+void BoardEngine::ApplyUpdate(const exchange::LiveUpdate& update) {
     SInstTableType& shared = board_tables::Slot(m_memory, update.feed, update.instNo);
     const SInstTableType before = board_tables::CopyOf(shared);
     SInstTableType slot = before;
@@ -305,7 +305,7 @@ void BoardEngine::Apply(const exchange::LiveUpdate& update) {
 }
 
 void BoardEngine::LosePackets(uint32_t updates) {
-    for (uint32_t i = 0; i < updates; ++i) Note(m_market.Next().feed);
+    for (uint32_t i = 0; i < updates; ++i) CountPacket(m_market.Next().feed);
     CountUpdates(updates);
     Add(m_memory.statistics.lostUpdates, uint64_t{updates});
     PutEventToAll(LOST_EVENT);

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "exchange/Exchange.h"
-#include "software_board/BoardFaultPlan.h"
+#include "software_board/BoardFaultSchedule.h"
 #include "software_board/BoardMemory.h"
 #include "software_board/BoardOptions.h"
 #include "software_board/DmaRing.h"
@@ -60,7 +60,7 @@ private:
     bool MayAcknowledge();
     void StartEngine(uint32_t index);
     void Refuse(uint32_t index, uint64_t& count);
-    void EnterPhase(EPhase phase);
+    void EnterPhase(EBoardPhase phase);
 
     void PutEventToAll(const U50Event& event);
     void Drop(std::size_t channel);
@@ -69,13 +69,13 @@ private:
     void CountUpdates(uint32_t updates);
     bool IsDue() const;
     bool NextOfSweep(exchange::LiveUpdate& update);
-    void Note(EMDQPDataType feed);
-    void Apply(const exchange::LiveUpdate& update);
+    void CountPacket(EMDQPDataType feed);
+    void ApplyUpdate(const exchange::LiveUpdate& update);
 
     // ---- faults (BoardFaults.cpp) ----
-    void LetDueFaultsHappen();
-    void Happen(exchange::EFault fault);
-    void Break(EBroken what);
+    void ApplyDueFaults();
+    void ApplyFault(exchange::EFault fault);
+    void MarkBroken(EBroken what);
     void StopTheMarketAt(int hour, int minute);
 
     BoardOptions m_options;
@@ -86,8 +86,8 @@ private:
     std::vector<RingProducer> m_rings;
     std::vector<uint8_t> m_frame;  ///< the next one to arrive; empty when it has to be fetched
 
-    std::optional<int64_t> m_memoryReadyAt;  ///< on the monotonic clock; none before the first bring-up, or once told
-    EPhase m_phase = EPhase::Idle;           ///< the host is told, not asked
+    std::optional<int64_t> m_memoryReadyAt;   ///< on the monotonic clock; none before the first bring-up, or once told
+    EBoardPhase m_phase = EBoardPhase::Idle;  ///< the host is told, not asked
     bool m_isSnapshotOpen = false;
     uint64_t m_lists = 0;                            ///< of instruments, where they change
     std::bitset<FEED_COUNT> m_connected;             ///< feeds, since the snapshot phase was opened
@@ -96,7 +96,7 @@ private:
     int64_t m_liveSince = 0;
     uint64_t m_updates = 0;  ///< of the exchange
     uint64_t m_updatesSinceLive = 0;
-    BoardFaultPlan m_plan;
+    BoardFaultSchedule m_faultSchedule;
     uint32_t m_quietSteps = 0;  ///< steps for which the exchange stays silent
     uint32_t m_dropRecords = 0;
     bool m_isFinishing = false;

@@ -30,28 +30,28 @@ bool BoardEngine::Inject(std::string_view names, std::string& error) {
         switch (row.place) {
             case exchange::EFaultPlace::EveryConnection: m_options.faults.Set(row.kind, moment); break;
             case exchange::EFaultPlace::OneConnection: m_snapshot.AddOneShot({row.kind, moment}); break;
-            case exchange::EFaultPlace::Board: m_plan.Add(row.kind, m_updates + moment.value_or(0)); break;
+            case exchange::EFaultPlace::Board: m_faultSchedule.Add(row.kind, m_updates + moment.value_or(0)); break;
         }
     }
-    LetDueFaultsHappen();
+    ApplyDueFaults();
     return true;
 }
 
 void BoardEngine::ClearFaults() {
     m_options.faults = exchange::Faults();
     m_snapshot.ClearOneShots();
-    m_plan.Clear();
+    m_faultSchedule.Clear();
     m_quietSteps = 0;
     m_dropRecords = 0;
     Store(m_memory.registers.broken, 0U);
     Store(m_memory.registers.hardwareVersion, m_options.hardwareVersion);
 }
 
-void BoardEngine::LetDueFaultsHappen() {
-    while (const auto fault = m_plan.TakeDue(m_updates)) Happen(*fault);
+void BoardEngine::ApplyDueFaults() {
+    while (const auto fault = m_faultSchedule.TakeDue(m_updates)) ApplyFault(*fault);
 }
 
-void BoardEngine::Happen(EFault fault) {
+void BoardEngine::ApplyFault(EFault fault) {
     switch (fault) {
         case EFault::PacketLost: return LosePackets(LOST_UPDATES);
         case EFault::PriceError: return PutEventToAll(EventOf(0, EVENT_PRICE_ERROR & 1U));
@@ -61,17 +61,17 @@ void BoardEngine::Happen(EFault fault) {
         case EFault::EventStorm:
             for (uint32_t event = 0; event < STORM_EVENTS; ++event) PutEventToAll(EventOf(EVENT_LOST & EVENT_GROUP, 0));
             return;
-        case EFault::MemoryNotReady: return Break(BROKEN_MEMORY);
+        case EFault::MemoryNotReady: return MarkBroken(BROKEN_MEMORY);
         case EFault::OldFirmware: return Store(m_memory.registers.hardwareVersion, OLD_FIRMWARE);
-        case EFault::VersionWriteLost: return Break(BROKEN_VERSION_WRITE);
-        case EFault::RegisterAllOnes: return Break(BROKEN_CARD);
-        case EFault::StreamOpenFails: return Break(BROKEN_STREAMS);
-        case EFault::RegistersOpenFail: return Break(BROKEN_REGISTERS);
+        case EFault::VersionWriteLost: return MarkBroken(BROKEN_VERSION_WRITE);
+        case EFault::RegisterAllOnes: return MarkBroken(BROKEN_CARD);
+        case EFault::StreamOpenFails: return MarkBroken(BROKEN_STREAMS);
+        case EFault::RegistersOpenFail: return MarkBroken(BROKEN_REGISTERS);
         default: return;
     }
 }
 
-void BoardEngine::Break(EBroken what) {
+void BoardEngine::MarkBroken(EBroken what) {
     Store(m_memory.registers.broken, Load(m_memory.registers.broken) | static_cast<uint32_t>(what));
 }
 

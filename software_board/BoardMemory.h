@@ -51,10 +51,10 @@ struct BoardStatistics {
     uint64_t refusedEngineStarts = 0;   ///< without a bring-up and a snapshot phase before
 };
 
-enum class EPhase : uint32_t { Idle = 0, Memory = 1, Snapshot = 2, Tables = 3, Live = 4 };
+enum class EBoardPhase : uint32_t { Idle = 0, Memory = 1, Snapshot = 2, Tables = 3, Live = 4 };
 
 /// The registers of one table's two-step access.
-struct TablePort {
+struct TablePortState {
     uint32_t writeData = 0;
     uint32_t readAddress = 0;
     uint32_t isOpen = 0;
@@ -83,10 +83,10 @@ struct BoardRegisters {
     uint32_t broken;  ///< EBroken
     uint32_t hardwareVersion;
     uint32_t isMemoryReady;
-    uint32_t phase;  ///< EPhase
+    uint32_t phase;  ///< EBoardPhase
     /// For each feed what the host has written of its connection since the snapshot phase was opened (EProgrammed).
     std::array<uint32_t, FEED_COUNT> programmed;
-    std::array<TablePort, FEED_COUNT> ports;
+    std::array<TablePortState, FEED_COUNT> ports;
     std::array<uint64_t, FEED_COUNT> packets;
     std::array<uint64_t, FEED_COUNT> lastUpdate;  ///< seconds since the epoch
     uint64_t events;

@@ -67,7 +67,7 @@ bool BoardServer::AnswerInjection() {
     const uint32_t request = Waiting(box);
     if (request == 0) return false;
     std::string error;
-    const bool isDone = LetHappen(box, error);
+    const bool isDone = ExecuteInjection(box, error);
     const std::size_t length = std::min<std::size_t>(error.size(), REQUEST_TEXT_CAPACITY - 1);
     std::memcpy(box.text, error.c_str(), length);
     box.text[length] = '\0';
@@ -76,7 +76,7 @@ bool BoardServer::AnswerInjection() {
     return true;
 }
 
-bool BoardServer::LetHappen(const RequestBox& box, std::string& error) {
+bool BoardServer::ExecuteInjection(const RequestBox& box, std::string& error) {
     switch (Load(box.index)) {
         case INJECT_FAULTS: return m_engine->Inject(TextOf(box), error);
         case CLEAR_FAULTS: m_engine->ClearFaults(); return true;

@@ -24,7 +24,7 @@ public:
 private:
     bool AnswerCommand();
     bool AnswerInjection();
-    bool LetHappen(const RequestBox& box, std::string& error);
+    bool ExecuteInjection(const RequestBox& box, std::string& error);
     void TakeChannelsBack();
 
     SharedMapping m_mapping;

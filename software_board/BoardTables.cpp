@@ -22,7 +22,7 @@ static_assert(TraitsOf(SHFE_4PS).registers.table.writeAddr == ENGINE_4PS);
 static_assert(TraitsOf(INE_2PS).registers.table.writeAddr == (ENGINE_2PS | INE_PORT_BIT));
 static_assert(TraitsOf(INE_4PS).registers.table.writeAddr == (ENGINE_4PS | INE_PORT_BIT));
 
-EMDQPDataType FeedOf(uint32_t index) {
+EMDQPDataType FeedOfPort(uint32_t index) {
     const bool isIne = (index & INE_PORT_BIT) != 0;
     const bool is4ps = (index & ENGINE_MASK) == ENGINE_4PS;
     return isIne ? (is4ps ? INE_4PS : INE_2PS) : (is4ps ? SHFE_4PS : SHFE_2PS);
@@ -40,7 +40,7 @@ bool IsInTable(EMDQPDataType feed, uint32_t word) {
     return word / WORDS_PER_SLOT < static_cast<uint32_t>(TraitsOf(feed).capacity);
 }
 
-TablePort& PortOf(BoardMemory& memory, EMDQPDataType feed) { return memory.registers.ports[IndexOf(feed)]; }
+TablePortState& PortOf(BoardMemory& memory, EMDQPDataType feed) { return memory.registers.ports[IndexOf(feed)]; }
 
 /// A slot as the host and the tools see it: words, whatever members they make up.
 using SlotWord [[gnu::may_alias]] = uint32_t;
@@ -52,7 +52,7 @@ const SlotWord* WordsOf(const SInstTableType& slot) { return reinterpret_cast<co
 SlotWord* WordsOf(SInstTableType& slot) { return reinterpret_cast<SlotWord*>(&slot); }
 
 bool WriteWord(BoardMemory& memory, EMDQPDataType feed, uint32_t word) {
-    TablePort& port = PortOf(memory, feed);
+    TablePortState& port = PortOf(memory, feed);
     if (Load(port.isOpen) == 0) return false;
     const uint32_t value = Load(port.writeData);
     if (word == reg::PORT_CLOSE_ADDRESS) {
@@ -70,7 +70,7 @@ bool WriteWord(BoardMemory& memory, EMDQPDataType feed, uint32_t word) {
 bool IsPort(uint32_t index) { return (index & ENGINE_MASK) == ENGINE_2PS || (index & ENGINE_MASK) == ENGINE_4PS; }
 
 bool Write(BoardMemory& memory, uint32_t index, uint32_t value) {
-    const EMDQPDataType feed = FeedOf(index);
+    const EMDQPDataType feed = FeedOfPort(index);
     switch (index & PORT_MASK) {
         case WRITE_DATA: Store(PortOf(memory, feed).writeData, value); return true;
         case WRITE_ADDRESS: return WriteWord(memory, feed, value);
@@ -80,7 +80,7 @@ bool Write(BoardMemory& memory, uint32_t index, uint32_t value) {
 }
 
 uint32_t Read(const BoardMemory& memory, uint32_t index) {
-    const EMDQPDataType feed = FeedOf(index);
+    const EMDQPDataType feed = FeedOfPort(index);
     const uint32_t word = Load(memory.registers.ports[IndexOf(feed)].readAddress);
     if ((index & PORT_MASK) != READ_DATA || !IsInTable(feed, word)) return 0;
     const SInstTableType& slot = memory.slots[FirstSlot(feed) + word / WORDS_PER_SLOT];
@@ -105,7 +105,7 @@ void Assign(SInstTableType& shared, const SInstTableType& before, const SInstTab
 }
 
 void OpenPorts(BoardMemory& memory) {
-    for (TablePort& port : memory.registers.ports) Store(port.isOpen, 1U);
+    for (TablePortState& port : memory.registers.ports) Store(port.isOpen, 1U);
 }
 
 bool IsOpen(const BoardMemory& memory, EMDQPDataType feed) {

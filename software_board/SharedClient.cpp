@@ -53,7 +53,7 @@ void GiveBack(uint64_t& place) {
 
 }  // namespace
 
-bool Ask(const SharedMapping& board, RequestBox& box, uint32_t index, uint32_t value, std::string& text) {
+bool AskServer(const SharedMapping& board, RequestBox& box, uint32_t index, uint32_t value, std::string& text) {
     if (text.size() >= REQUEST_TEXT_CAPACITY) {
         text = "a request has at most " + std::to_string(REQUEST_TEXT_CAPACITY - 1) + " characters, this one " +
                std::to_string(text.size());
@@ -108,7 +108,7 @@ bool SharedRegisters::Write(uint32_t index, uint32_t value) {
     if (!IsThere(IsCommand(index)) && (!isBringUp || !Open(m_bus, text))) return false;
     if (!WriteRegister(m_mapping->memory, index, value)) return true;
     text.clear();
-    if (Ask(m_mapping, m_mapping->command, index, value, text)) return true;
+    if (AskServer(m_mapping, m_mapping->command, index, value, text)) return true;
     IsThere(true);  // the accesses that follow know
     return false;
 }

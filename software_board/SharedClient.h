@@ -76,6 +76,6 @@ private:
 
 /// Asks the serving process to act: on a register write (`text` empty), or on faults put in from outside. False when it
 /// is refused, or nobody answers; `text` then says why.
-bool Ask(const SharedMapping& board, RequestBox& box, uint32_t index, uint32_t value, std::string& text);
+bool AskServer(const SharedMapping& board, RequestBox& box, uint32_t index, uint32_t value, std::string& text);
 
 }  // namespace software_board

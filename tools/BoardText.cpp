@@ -96,7 +96,7 @@ void PrintSlot(const SInstTableType& slot, int32_t instNo) {
 }
 
 const char* PhaseOf(const SharedBoard& board) {
-    return PhaseName(static_cast<software_board::EPhase>(Load(board.memory.registers.phase)));
+    return BoardPhaseName(static_cast<software_board::EBoardPhase>(Load(board.memory.registers.phase)));
 }
 
 std::bitset<CHANNEL_SIZE> HeldChannels(const SharedBoard& board) {
@@ -139,13 +139,13 @@ std::string Printable(std::string text) {
     return text;
 }
 
-const char* PhaseName(software_board::EPhase phase) {
+const char* BoardPhaseName(software_board::EBoardPhase phase) {
     switch (phase) {
-        case software_board::EPhase::Idle: return "idle";
-        case software_board::EPhase::Memory: return "memory";
-        case software_board::EPhase::Snapshot: return "snapshot";
-        case software_board::EPhase::Tables: return "tables";
-        case software_board::EPhase::Live: return "live";
+        case software_board::EBoardPhase::Idle: return "idle";
+        case software_board::EBoardPhase::Memory: return "memory";
+        case software_board::EBoardPhase::Snapshot: return "snapshot";
+        case software_board::EBoardPhase::Tables: return "tables";
+        case software_board::EBoardPhase::Live: return "live";
     }
     return "unknown";
 }

@@ -8,7 +8,7 @@
 /// What no terminal takes for a command: any process of this user may have written it.
 std::string Printable(std::string text);
 
-const char* PhaseName(software_board::EPhase phase);
+const char* BoardPhaseName(software_board::EBoardPhase phase);
 
 /// "live      600+200 instruments  2000 updates/s  channels 0-1 3  delivered 1200  dropped 0", or as much of that as
 /// goes into so many columns.

@@ -77,7 +77,8 @@ void Inject(const Arguments& arguments) {
     Attach(board, arguments.bus, false);
     std::string text = arguments.fault;
     const auto request = arguments.areCleared ? software_board::CLEAR_FAULTS : software_board::INJECT_FAULTS;
-    if (!software_board::Ask(board, board->injection, request, 0, text)) throw std::runtime_error(Printable(text));
+    if (!software_board::AskServer(board, board->injection, request, 0, text))
+        throw std::runtime_error(Printable(text));
     std::printf("%s\n", arguments.areCleared ? "all faults cleared" : arguments.fault.c_str());
 }
 

@@ -128,7 +128,7 @@ void ServedWorld::Pass(double seconds) const {
 }
 
 bool ServedWorld::IsLive() const {
-    return Load(board->memory.registers.phase) == static_cast<uint32_t>(software_board::EPhase::Live);
+    return Load(board->memory.registers.phase) == static_cast<uint32_t>(software_board::EBoardPhase::Live);
 }
 
 uint64_t ServedWorld::BringUps() const { return Load(board->memory.statistics.bringUps); }

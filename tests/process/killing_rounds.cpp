@@ -19,7 +19,7 @@
 #include "exchange/Random.h"
 #include "tests/process/ServedWorld.h"
 
-using software_board::EPhase;
+using software_board::EBoardPhase;
 using software_board::Load;
 
 namespace {
@@ -72,7 +72,7 @@ private:
     void End(Application& application, int signal);
     void NoteUpdates() { m_updates = std::max(m_updates, m_world.Updates()); }
     Application& Chosen() { return m_applications[m_reader]; }
-    EPhase Phase() const { return static_cast<EPhase>(Load(m_world.board->memory.registers.phase)); }
+    EBoardPhase Phase() const { return static_cast<EBoardPhase>(Load(m_world.board->memory.registers.phase)); }
     void Pause(uint32_t longest) { m_world.Pass(m_chance.Below(longest) / 1000.0); }
     template <typename Question>
     static void Await(Question isTrue, const std::string& what) {
@@ -146,7 +146,7 @@ void KillingRounds::BeginStart(Moment moment, int number) {
         };
         return Await(isOpen, "a manager that compares counters");
     }
-    const EPhase phase = moment == Moment::MemoryWait ? EPhase::Memory : EPhase::Snapshot;
+    const EBoardPhase phase = moment == Moment::MemoryWait ? EBoardPhase::Memory : EBoardPhase::Snapshot;
     Await([&] { return m_world.BringUps() > before && Phase() >= phase; }, "a start that has come so far");
 }
 

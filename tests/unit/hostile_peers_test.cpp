@@ -124,8 +124,8 @@ protected:
             SharedMapping board;
             if (!board.Attach(bus, false, error)) continue;
             std::string text = FAULTS[turn % std::size(FAULTS)];
-            Ask(board, board->injection, INJECT_FAULTS, 0, text);
-            Ask(board, board->injection, CLEAR_FAULTS, 0, text);
+            AskServer(board, board->injection, INJECT_FAULTS, 0, text);
+            AskServer(board, board->injection, CLEAR_FAULTS, 0, text);
         }
     }
 

@@ -247,7 +247,7 @@ protected:
             while (!isOver) board->Step();
         });
         text = request;
-        const bool isDone = Ask(asker, asker->injection, kind, 0, text);
+        const bool isDone = AskServer(asker, asker->injection, kind, 0, text);
         isOver = true;
         serving.join();
         return isDone;

@@ -9,24 +9,24 @@
 
 namespace software_board {
 
-class BoardFaultPlan {
+class BoardFaultSchedule {
 public:
     /// Of the faults without a moment, those that a session meets while it runs come `apart` updates after each other;
     /// those of a board that is broken from the beginning come at once.
-    BoardFaultPlan(const exchange::Faults& faults, uint32_t apart);
+    BoardFaultSchedule(const exchange::Faults& faults, uint32_t apart);
 
     void Add(exchange::EFault fault, uint64_t afterUpdates);
-    void Clear() { m_planned.clear(); }
+    void Clear() { m_scheduled.clear(); }
 
     /// A fault that is due once there were so many updates; each is taken once.
     std::optional<exchange::EFault> TakeDue(uint64_t updates);
 
 private:
-    struct Planned {
+    struct ScheduledFault {
         exchange::EFault fault;
         uint64_t afterUpdates;
     };
-    std::vector<Planned> m_planned;  ///< the next one last
+    std::vector<ScheduledFault> m_scheduled;  ///< the next one last
 };
 
 }  // namespace software_board

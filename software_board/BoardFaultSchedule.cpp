@@ -1,4 +1,4 @@
-#include "software_board/BoardFaultPlan.h"
+#include "software_board/BoardFaultSchedule.h"
 
 #include <algorithm>
 
@@ -21,7 +21,7 @@ bool IsFromTheBeginning(EFault fault) {
 
 }  // namespace
 
-BoardFaultPlan::BoardFaultPlan(const exchange::Faults& faults, uint32_t apart) {
+BoardFaultSchedule::BoardFaultSchedule(const exchange::Faults& faults, uint32_t apart) {
     uint64_t next = apart;
     for (const exchange::FaultRow& row : exchange::FaultTable()) {
         if (row.place != exchange::EFaultPlace::Board || !faults.Has(row.kind)) continue;
@@ -36,16 +36,16 @@ BoardFaultPlan::BoardFaultPlan(const exchange::Faults& faults, uint32_t apart) {
     }
 }
 
-void BoardFaultPlan::Add(EFault fault, uint64_t afterUpdates) {
-    const auto later = [&](const Planned& planned) { return planned.afterUpdates > afterUpdates; };
-    const auto place = std::find_if_not(m_planned.begin(), m_planned.end(), later);
-    m_planned.insert(place, {fault, afterUpdates});
+void BoardFaultSchedule::Add(EFault fault, uint64_t afterUpdates) {
+    const auto later = [&](const ScheduledFault& scheduled) { return scheduled.afterUpdates > afterUpdates; };
+    const auto place = std::find_if_not(m_scheduled.begin(), m_scheduled.end(), later);
+    m_scheduled.insert(place, {fault, afterUpdates});
 }
 
-std::optional<EFault> BoardFaultPlan::TakeDue(uint64_t updates) {
-    if (m_planned.empty() || m_planned.back().afterUpdates > updates) return {};
-    const EFault fault = m_planned.back().fault;
-    m_planned.pop_back();
+std::optional<EFault> BoardFaultSchedule::TakeDue(uint64_t updates) {
+    if (m_scheduled.empty() || m_scheduled.back().afterUpdates > updates) return {};
+    const EFault fault = m_scheduled.back().fault;
+    m_scheduled.pop_back();
     return fault;
 }
 

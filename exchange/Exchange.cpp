@@ -111,7 +111,7 @@ Exchange::Exchange(const ExchangeOptions& options)
 }
 
 void Exchange::OpenFeed(EMDQPDataType feed, int32_t topicId, std::vector<Instrument> instruments) {
-    Feed& opened = m_feeds[static_cast<std::size_t>(feed)];
+    FeedState& opened = m_feeds[static_cast<std::size_t>(feed)];
     Random random(m_options.seed, feed == SHFE_2PS ? "shfe books" : "ine books");
     opened.topicId = topicId;
     if (m_options.hasNarrowLimits) NarrowLimits(instruments, Random(m_options.seed * FEED_COUNT + feed, "limits"));
@@ -130,16 +130,16 @@ void Exchange::OpenFeed(EMDQPDataType feed, int32_t topicId, std::vector<Instrum
     }
 }
 
-const Exchange::Feed& Exchange::FeedOf(EMDQPDataType feed) const {
+const Exchange::FeedState& Exchange::StateOf(EMDQPDataType feed) const {
     const auto index = static_cast<std::size_t>(feed);
     return index < m_feeds.size() ? m_feeds[index] : m_feeds[SHFE_4PS];
 }
 
-const std::vector<Instrument>& Exchange::Instruments(EMDQPDataType feed) const { return FeedOf(feed).instruments; }
+const std::vector<Instrument>& Exchange::Instruments(EMDQPDataType feed) const { return StateOf(feed).instruments; }
 
 const VexaShfeMdType& Exchange::Truth(EMDQPDataType feed, int32_t instNo) const {
     static const VexaShfeMdType NOTHING{};
-    const std::vector<VexaShfeMdType>& truth = FeedOf(feed).truth;
+    const std::vector<VexaShfeMdType>& truth = StateOf(feed).truth;
     const auto index = static_cast<std::size_t>(instNo);
     return index < truth.size() ? truth[index] : NOTHING;
 }
@@ -171,13 +171,13 @@ void Exchange::Relist(uint64_t number) {
 }
 
 bool Exchange::IsListed(EMDQPDataType feed, int32_t instNo) const {
-    const std::vector<bool>& isListed = FeedOf(feed).isListed;
+    const std::vector<bool>& isListed = StateOf(feed).isListed;
     const auto index = static_cast<std::size_t>(instNo);
     return index < isListed.size() && isListed[index];
 }
 
 int32_t Exchange::ListedEnd(EMDQPDataType feed) const {
-    auto end = static_cast<int32_t>(FeedOf(feed).isListed.size());
+    auto end = static_cast<int32_t>(StateOf(feed).isListed.size());
     while (end > 0 && !IsListed(feed, end - 1)) --end;
     return end;
 }
@@ -187,9 +187,9 @@ LiveUpdate Exchange::Move(EMDQPDataType feed, int32_t instNo) {
     update.feed = feed;
     update.instNo = instNo;
     const auto index = static_cast<std::size_t>(instNo);
-    if (index >= FeedOf(feed).instruments.size()) return update;
+    if (index >= StateOf(feed).instruments.size()) return update;
 
-    Feed& moved = m_feeds[static_cast<std::size_t>(feed)];
+    FeedState& moved = m_feeds[static_cast<std::size_t>(feed)];
     const Instrument& instrument = moved.instruments[index];
     Book& book = moved.books[index];
     const uint32_t what = m_moves.Below(6);  // a third each: a trade, new quotes, both

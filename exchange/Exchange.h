@@ -86,7 +86,7 @@ public:
     std::vector<std::vector<uint8_t>> UnaskedMessages(EMDQPDataType feed);
 
 private:
-    struct Feed {
+    struct FeedState {
         int32_t topicId = 0;
         std::vector<Instrument> instruments;
         std::vector<Book> books;
@@ -97,14 +97,14 @@ private:
     };
 
     void OpenFeed(EMDQPDataType feed, int32_t topicId, std::vector<Instrument> instruments);
-    const Feed& FeedOf(EMDQPDataType feed) const;
+    const FeedState& StateOf(EMDQPDataType feed) const;
     std::vector<std::vector<uint8_t>> MessagesOf(EMDQPDataType feed, const Faults& faults, int32_t topic);
     void ForgetSomePrices(EMDQPDataType feed);
     void AdvanceTime();
     void Stamp(LiveUpdate& update, uint32_t changeNo) const;
 
     ExchangeOptions m_options;
-    std::array<Feed, FEED_COUNT> m_feeds;
+    std::array<FeedState, FEED_COUNT> m_feeds;
     Random m_moves;
     uint32_t m_timeMs;  ///< the exchange's own time since midnight
 };

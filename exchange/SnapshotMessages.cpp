@@ -274,7 +274,7 @@ Messages WriteMessages(MdqpWriter first, const Listed& listed, SnapshotFaults& w
 // ---- a feed ---------------------------------------------------------------------------------------------------------
 
 Messages Exchange::SnapshotMessages(EMDQPDataType feed, const Faults& faults) {
-    return MessagesOf(feed, faults, faults.Has(EFault::WrongTopic) ? UNKNOWN_TOPIC : FeedOf(feed).topicId);
+    return MessagesOf(feed, faults, faults.Has(EFault::WrongTopic) ? UNKNOWN_TOPIC : StateOf(feed).topicId);
 }
 
 Messages Exchange::UnaskedMessages(EMDQPDataType feed) {
@@ -282,8 +282,8 @@ Messages Exchange::UnaskedMessages(EMDQPDataType feed) {
 }
 
 Messages Exchange::MessagesOf(EMDQPDataType feed, const Faults& faults, int32_t topic) {
-    if (FeedOf(feed).instruments.empty()) return {};
-    Feed& told = m_feeds[static_cast<std::size_t>(feed)];
+    if (StateOf(feed).instruments.empty()) return {};
+    FeedState& told = m_feeds[static_cast<std::size_t>(feed)];
     const uint64_t seed = m_options.seed + static_cast<uint64_t>(++told.snapNo);
     Random cuts(seed, feed == SHFE_2PS ? "shfe snap" : "ine snap");
     if (faults.Has(EFault::AbsentValues)) ForgetSomePrices(feed);

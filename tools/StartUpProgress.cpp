@@ -11,7 +11,7 @@ namespace {
 constexpr int64_t REDRAW_NS = 100'000'000;
 }
 
-const std::array<const char*, StartUpProgress::PHASE_COUNT> StartUpProgress::PHASE_NAMES{
+const std::array<const char*, StartUpProgress::STAGE_COUNT> StartUpProgress::STAGE_NAMES{
     "comparing packet counters",
     "waiting for the board's memory",
     "loading the snapshots",
@@ -25,7 +25,7 @@ void StartUpProgress::Begin() { Enter(COUNTERS); }
 void StartUpProgress::OnWrite(uint32_t index, uint32_t value) {
     switch (index) {
         case reg::BRING_UP_START:
-            if (m_phase == LIVE) {
+            if (m_stage == LIVE) {
                 ++m_losses;
                 std::printf("loss: clearing everything and starting again\n");
             }
@@ -33,20 +33,20 @@ void StartUpProgress::OnWrite(uint32_t index, uint32_t value) {
         case reg::SNAPSHOT_CONTROL: return Enter(value == reg::SNAPSHOT_OPEN ? SNAPSHOT : TABLES);
         case reg::SOFTWARE_VERSION: return Enter(VERSION);
         case TraitsOf(SHFE_2PS).registers.table.readAddr:
-            if (m_phase == VERSION) Enter(SUBSCRIPTION);
+            if (m_stage == VERSION) Enter(SUBSCRIPTION);
             return;
         case reg::LOGICAL_START_4PS: ++m_engineStarts; return Enter(LIVE);
         default:
-            if (m_phase == TABLES && (index & 0xFU) == 0) Redraw();
+            if (m_stage == TABLES && (index & 0xFU) == 0) Redraw();
     }
 }
 
-void StartUpProgress::Enter(Phase phase) {
+void StartUpProgress::Enter(Stage stage) {
     if (m_isCounterShown) Draw();
     if (m_isCounterShown) std::printf("\n");
-    m_phase = phase;
+    m_stage = stage;
     m_isCounterShown = false;
-    std::printf("[%zu/%zu] %s\n", phase + std::size_t{1}, std::size_t{PHASE_COUNT}, PHASE_NAMES[phase]);
+    std::printf("[%zu/%zu] %s\n", stage + std::size_t{1}, std::size_t{STAGE_COUNT}, STAGE_NAMES[stage]);
     std::fflush(stdout);
 }
 

@@ -1,4 +1,4 @@
-/// Shows the phases of a start-up as the board sees them pass: one line each, with a counter that moves on a terminal.
+/// Shows the stages of a start-up as the board sees them pass: one line each, with a counter that moves on a terminal.
 #pragma once
 
 #include <array>
@@ -10,7 +10,7 @@ class StartUpProgress {
 public:
     StartUpProgress(software_board::SoftwareBoard& board, bool isTerminal) : m_board(board), m_isTerminal(isTerminal) {}
 
-    /// To be called before the start: its first phase only reads.
+    /// To be called before the start: its first stage only reads.
     void Begin();
 
     /// To be called for every register write, before it takes effect.
@@ -19,20 +19,20 @@ public:
     /// To be called now and then; redraws the moving counter on a terminal, at most ten times a second.
     void Redraw();
 
-    bool IsLive() const { return m_phase == LIVE; }
+    bool IsLive() const { return m_stage == LIVE; }
     uint64_t EngineStarts() const { return m_engineStarts; }
     uint64_t Losses() const { return m_losses; }
 
 private:
-    enum Phase : std::size_t { COUNTERS, MEMORY, SNAPSHOT, TABLES, VERSION, SUBSCRIPTION, LIVE, PHASE_COUNT };
-    static const std::array<const char*, PHASE_COUNT> PHASE_NAMES;
+    enum Stage : std::size_t { COUNTERS, MEMORY, SNAPSHOT, TABLES, VERSION, SUBSCRIPTION, LIVE, STAGE_COUNT };
+    static const std::array<const char*, STAGE_COUNT> STAGE_NAMES;
 
-    void Enter(Phase phase);
+    void Enter(Stage stage);
     void Draw();
 
     software_board::SoftwareBoard& m_board;
     bool m_isTerminal;
-    Phase m_phase = COUNTERS;
+    Stage m_stage = COUNTERS;
     bool m_isCounterShown = false;
     uint64_t m_engineStarts = 0;
     uint64_t m_losses = 0;

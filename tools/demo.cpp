@@ -144,9 +144,9 @@ private:
 };
 
 /// Takes the quotes of either form.
-class Receiver : public CVexaShfeMdSpi {
+class QuoteReceiver : public CVexaShfeMdSpi {
 public:
-    explicit Receiver(QuoteDisplay& display) : m_display(display) {}
+    explicit QuoteReceiver(QuoteDisplay& display) : m_display(display) {}
 
     void OnVexaShfeMd(VexaShfeMdType& md) override { m_display.OnQuote(md); }
 
@@ -174,8 +174,8 @@ enum class EEnd { Complete, Interrupted, ReaderGone, Failed };
 
 /// Receives until the time is up (then the market stands still and what is under way is taken) or the session ends.
 /// Complete: the market was brought to a stand and everything has arrived.
-EEnd ReceiveLive(CVexaShfeMdApi& api, Receiver& receiver, QuoteDisplay& display, software_board::SoftwareBoard& board,
-                 std::optional<double> seconds) {
+EEnd ReceiveLive(CVexaShfeMdApi& api, QuoteReceiver& receiver, QuoteDisplay& display,
+                 software_board::SoftwareBoard& board, std::optional<double> seconds) {
     constexpr int LOOK_EVERY = 256;  // steps between two looks at the clock
     const int64_t start = DemoClock::RealNanoseconds();
     bool isFinishing = false;
@@ -311,7 +311,7 @@ private:
     QuoteDisplay m_display;
     InstalledBoard m_installed;
     ApiHandle m_api;
-    Receiver m_receiver;
+    QuoteReceiver m_receiver;
 };
 
 int ParseAndRun(int argc, char** argv) {

@@ -49,21 +49,21 @@ int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoa
     return Inner().open_stream(argument, bus, name, stream);
 }
 
-struct Receiver {
+struct WatchedHandler {
     VexaBoardMessageHandler handler;
     void* user;
 };
 
 void HandOver(const unsigned char* data, unsigned int length, void* user) {
     const Watch watch(true);
-    const auto* receiver = static_cast<const Receiver*>(user);
-    receiver->handler(data, length, receiver->user);
+    const auto* watched = static_cast<const WatchedHandler*>(user);
+    watched->handler(data, length, watched->user);
 }
 
 int32_t Receive(VexaBoardStream* stream, VexaBoardMessageHandler handler, void* user) {
     const Watch pause(false);
-    Receiver receiver{handler, user};
-    return Inner().receive(stream, HandOver, &receiver);
+    WatchedHandler watched{handler, user};
+    return Inner().receive(stream, HandOver, &watched);
 }
 
 const VexaBoardProvider& UnlimitedBoard() {

@@ -10,7 +10,7 @@
 #include <set>
 #include <string>
 
-#include "tests/unit/SnapshotReceiver.h"
+#include "tests/unit/SnapshotReader.h"
 
 namespace exchange {
 namespace {

@@ -35,7 +35,7 @@ protected:
         const auto* bytes = reinterpret_cast<const uint8_t*>(&event);
         board.messages.emplace_back(bytes, bytes + sizeof event);
     }
-    const char* Receiver() { return file.Path().c_str(); }
+    const char* ReceiverConfig() { return file.Path().c_str(); }
 
     VirtualClock clock;
     RecordingBoard board;
@@ -47,7 +47,7 @@ protected:
 
 TEST_F(SessionDriver, OpensTheBoardAndReadsItsIdentityInOrder) {
     board.answers = {{5, 0x20260420}, {4, 7}, {0x1002, 0x0A0B0C0D}, {0x1003, 0x0E0F1011}, {0x1004, 0x12131415}};
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     EXPECT_EQ(board.bus, 2);
     EXPECT_EQ(board.core, 474);
     EXPECT_EQ(board.streamName, "CUSTOM_CHAN3_DATA");
@@ -59,16 +59,16 @@ TEST_F(SessionDriver, OpensTheBoardAndReadsItsIdentityInOrder) {
 
 TEST_F(SessionDriver, IdentityThatCannotBeReadIsZeroAlsoBehindOneThatCould) {
     board.answers = {{5, 0x20260420}, {4, 7}, {0x1002, 0x0A0B0C0D}, {0x1003, 0x0E0F1011}, {0x1004, 0x12131415}};
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     log.lines.clear();
     board.accessResult = -1;
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     EXPECT_TRUE(log.Has(LOG_INFO, "FPGA COMPILE_DATE[00000000] COMPILE_VER[00000000]"));
     EXPECT_TRUE(log.Has(LOG_INFO, "DNA [00000000:00000000:00000000] [00:00:00:00:00:00]"));
 }
 
 TEST_F(SessionDriver, SessionThatHasEndedHoldsNoSnapshot) {
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     api->m_isTcpInitFinished = true;
     api->VexaStop();
     EXPECT_EQ(api->VexaRecv(), -1);
@@ -76,7 +76,7 @@ TEST_F(SessionDriver, SessionThatHasEndedHoldsNoSnapshot) {
 }
 
 TEST_F(SessionDriver, TellsItsVersion) {
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     const std::string version = CVexaShfeMdApiImpl::VEXA_U50_VERSION.data();
     EXPECT_THAT(version, testing::EndsWith(" V1.1.1.33"));
     EXPECT_TRUE(log.Has(LOG_INFO, "VEXA_U50_VERSION[" + version + "]"));
@@ -84,7 +84,7 @@ TEST_F(SessionDriver, TellsItsVersion) {
 
 TEST_F(SessionDriver, RegistersThatCannotBeOpenedFailTheStart) {
     board.registersResult = -7;
-    EXPECT_EQ(api->VexaStart(spi, Receiver()), -2);
+    EXPECT_EQ(api->VexaStart(spi, ReceiverConfig()), -2);
     EXPECT_TRUE(log.Has(LOG_ERROR, "Reg Init failed"));
     EXPECT_TRUE(log.Has(LOG_ERROR, "_Init error"));
     EXPECT_EQ(board.openStreams, 0);
@@ -92,7 +92,7 @@ TEST_F(SessionDriver, RegistersThatCannotBeOpenedFailTheStart) {
 
 TEST_F(SessionDriver, StreamThatCannotBeOpenedFailsTheStart) {
     board.streamResult = -7;
-    EXPECT_EQ(api->VexaStart(Receiver()), -2);
+    EXPECT_EQ(api->VexaStart(ReceiverConfig()), -2);
     EXPECT_TRUE(log.Has(LOG_ERROR, "DMA Init failed"));
     EXPECT_TRUE(log.Has(LOG_ERROR, "_Init error"));
 }
@@ -106,7 +106,7 @@ TEST_F(SessionDriver, UnreadableConfigurationIsToldOnStandardOutput) {
 }
 
 TEST_F(SessionDriver, InitTellsItsFailuresApart) {
-    api->m_configFileName.UnSafeCopyFrom(Receiver());
+    api->m_configFileName.UnSafeCopyFrom(ReceiverConfig());
     board.registersResult = -1;
     EXPECT_EQ(api->Init(), -4);
     board.registersResult = 0;
@@ -115,8 +115,8 @@ TEST_F(SessionDriver, InitTellsItsFailuresApart) {
 }
 
 TEST_F(SessionDriver, SecondStartClosesAndReopensTheStream) {
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     EXPECT_EQ(board.openStreams, 1);
     EXPECT_EQ(board.openRegisters, 1);
 }
@@ -135,13 +135,13 @@ TEST_F(SessionDriver, RecvStartContinuesOnZeroAndOneAndStopsOnMinusOne) {
     board.onPoll = [this](RecordingBoard& self) {
         if (self.polls == 6) api->VexaStop();
     };
-    EXPECT_EQ(api->VexaRecvStart(spi, Receiver()), 0);
+    EXPECT_EQ(api->VexaRecvStart(spi, ReceiverConfig()), 0);
     EXPECT_EQ(spi.updates, 2);
     EXPECT_EQ(board.polls, 6U);
 }
 
 TEST_F(SessionDriver, OtherChannelsAreNeverRebuilt) {
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     api->m_isAllInitFinished = false;
     board.Forget();
     EXPECT_EQ(api->VexaRecv(), 0);
@@ -159,7 +159,7 @@ TEST_F(SessionDriver, FailedRebuildOfTheManagingChannelEndsTheStepWithoutCleanin
 }
 
 TEST_F(SessionDriver, StopClearsTheSessionAtTheNextStep) {
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     api->m_finishedMask.enabled_mask = 5;
     api->m_store.Slot(INE_2PS, 9)->volume = 1;
     api->m_setPriceErrorInstId.insert("cu2612");
@@ -172,11 +172,11 @@ TEST_F(SessionDriver, StopClearsTheSessionAtTheNextStep) {
 }
 
 TEST_F(SessionDriver, SignalEndsEveryStepAndNoStartUndoesIt) {
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     raise(SIGINT);
     EXPECT_FALSE(api->m_isStopflag);
     EXPECT_EQ(api->VexaRecv(), -1);
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     EXPECT_EQ(api->VexaRecv(), -1);
 }
 
@@ -184,7 +184,7 @@ TEST_F(SessionDriver, ExceptionOfTheApplicationPassesThrough) {
     struct Throwing : CVexaShfeMdSpi {
         void OnVexaShfeMd(VexaShfeMdType&) override { throw std::runtime_error("application"); }
     } throwing;
-    ASSERT_EQ(api->VexaStart(throwing, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(throwing, ReceiverConfig()), 0);
     PutUpdate();
     EXPECT_THROW(api->VexaRecv(), std::runtime_error);
     EXPECT_EQ(api->VexaRecv(), 0);
@@ -204,7 +204,7 @@ TEST_F(SessionDriver, ReceivingWithoutAStartEndsWithOneLineAndTouchesNoRegister)
 
 TEST_F(SessionDriver, ReceivingAfterAStartWithoutAStreamTouchesNoRegister) {
     const TempFile manager{"[config]\ndevice=xilinx2:0\n"};
-    for (const char* path : {Receiver(), manager.Path().c_str()}) {
+    for (const char* path : {ReceiverConfig(), manager.Path().c_str()}) {
         board.streamResult = -7;
         ASSERT_EQ(api->VexaStart(spi, path), -2);
         board.streamResult = 0;
@@ -228,7 +228,7 @@ TEST_F(SessionDriver, ReceivingAfterAStartWithoutAConfigurationTouchesNoRegister
 }
 
 TEST_F(SessionDriver, SecondBoardOfTheProcessIsRefusedAndTheFirstLeftAlone) {
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     board.Forget();
     const TempFile elsewhere{"[config]\ndevice=xilinx5:3\n"};
     const auto other = MakeApi();
@@ -247,7 +247,7 @@ TEST_F(SessionDriver, BoardIsTheProcessesUntilItsLastSessionEnds) {
     const TempFile second{"[config]\ndevice=xilinx2:4\n"};
     const TempFile elsewhere{"[config]\ndevice=xilinx5:3\n"};
     auto other = MakeApi();
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     board.registersResult = -7;  // of an area opened once more
     ASSERT_EQ(other->VexaStart(spi, second.Path().c_str()), 0);
     board.registersResult = 0;
@@ -264,7 +264,7 @@ TEST_F(SessionDriver, BoardIsTheProcessesUntilItsLastSessionEnds) {
 
 TEST_F(SessionDriver, FailedStartLeavesTheRegistersOfOthersAlone) {
     const TempFile second{"[config]\ndevice=xilinx2:4\n"};
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     auto other = MakeApi();
     board.streamResult = -7;
     ASSERT_EQ(other->VexaStart(spi, second.Path().c_str()), -2);
@@ -275,7 +275,7 @@ TEST_F(SessionDriver, FailedStartLeavesTheRegistersOfOthersAlone) {
 }
 
 TEST_F(SessionDriver, OutageIsToldOnceAndItsEndOnce) {
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     log.lines.clear();
     board.pollResult = -9;
     board.lastError = "no board is served on bus 2";
@@ -294,7 +294,7 @@ TEST_F(SessionDriver, OutageIsToldOnceAndItsEndOnce) {
 
 TEST_F(SessionDriver, ClosingLineTellsFailedPollsAndAccesses) {
     const uint64_t before = CDrvRegEnyx::GetInstance().FailedAccesses();  // of the whole process
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     board.pollResult = -1;
     for (int step = 0; step < 3; ++step) EXPECT_EQ(api->VexaRecv(), 0);
     board.accessResult = -1;
@@ -350,7 +350,7 @@ TEST_F(SessionDriver, StreamLostInARebuildEndsTheStepIdle) {
 }
 
 TEST_F(SessionDriver, ReceiveStepTakesAtMostOneMessage) {
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     PutUpdate();
     PutUpdate();
     EXPECT_EQ(api->VexaRecv(), 1);

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "exchange/Exchange.h"
-#include "tests/unit/SnapshotReceiver.h"
+#include "tests/unit/SnapshotReader.h"
 
 namespace exchange {
 namespace {
@@ -40,12 +40,12 @@ TEST_F(SyntheticSnapshot, SmallestExchangeHasAWholeSnapshot) {
     options.ineInstruments = 1;
     Exchange smallest(options);
     ExpectSnapshotTellsTheTruth(smallest, SHFE_2PS);
-    EXPECT_EQ(Receiver(smallest.SnapshotMessages(SHFE_2PS)).Flags(),
+    EXPECT_EQ(SnapshotReader(smallest.SnapshotMessages(SHFE_2PS)).Flags(),
               (std::vector<uint8_t>{mdqp::FLAG_MORE, mdqp::FLAG_LAST}));
 }
 
 TEST_F(SyntheticSnapshot, OnlyTheLastMessageClosesTheFeed) {
-    std::vector<uint8_t> flags = Receiver(market.SnapshotMessages(SHFE_2PS)).Flags();
+    std::vector<uint8_t> flags = SnapshotReader(market.SnapshotMessages(SHFE_2PS)).Flags();
     EXPECT_EQ(flags.back(), mdqp::FLAG_LAST);
     flags.pop_back();
     EXPECT_THAT(flags, testing::Each(mdqp::FLAG_MORE));
@@ -54,7 +54,7 @@ TEST_F(SyntheticSnapshot, OnlyTheLastMessageClosesTheFeed) {
 TEST_F(SyntheticSnapshot, FirstMessageNamesTopicAndPacket) {
     for (int i = 0; i < 7; ++i) market.Move(INE_2PS, i);
     const Messages messages = market.SnapshotMessages(INE_2PS);
-    const Receiver first({messages.front()});
+    const SnapshotReader first({messages.front()});
     EXPECT_EQ(int{first.Snap().topic_id}, market.Options().ineTopicId);
     EXPECT_EQ(int32_t{first.Snap().snap_no}, 1);
     EXPECT_EQ(int32_t{first.PacketNo().packet_no}, 7);
@@ -64,7 +64,7 @@ TEST_F(SyntheticSnapshot, FirstMessageNamesTopicAndPacket) {
 
 TEST_F(SyntheticSnapshot, NoFieldBeginsInTheLastBytesOfItsMessage) {
     for (const EMDQPDataType feed : QUOTED_FEEDS) {
-        EXPECT_GT(Receiver(market.SnapshotMessages(feed)).ShortestTail(), sizeof(mdqp_t));
+        EXPECT_GT(SnapshotReader(market.SnapshotMessages(feed)).ShortestTail(), sizeof(mdqp_t));
     }
 }
 
@@ -78,9 +78,9 @@ TEST_F(SyntheticSnapshot, SomeMessagesAreLongerThanASegmentAndNoneIsHuge) {
 }
 
 TEST_F(SyntheticSnapshot, CrossedSnapshotHoldsOneCrossedFuture) {
-    const Receiver receiver(market.SnapshotMessages(SHFE_2PS, Only(EFault::CrossedBook)));
+    const SnapshotReader reader(market.SnapshotMessages(SHFE_2PS, Only(EFault::CrossedBook)));
     int crossed = 0;
-    for (const auto& [instNo, seen] : receiver.Instruments()) {
+    for (const auto& [instNo, seen] : reader.Instruments()) {
         const VexaShfeMdType& truth = market.Truth(SHFE_2PS, instNo);
         if (seen.bids == Bids(truth) && seen.asks == Asks(truth)) continue;
         ++crossed;
@@ -100,8 +100,8 @@ TEST_F(SyntheticSnapshot, EvenTheSmallestExchangeCanBeCrossed) {
     ExchangeOptions options;
     options.shfeInstruments = 1;
     Exchange smallest(options);
-    const Receiver receiver(smallest.SnapshotMessages(SHFE_2PS, Only(EFault::CrossedBook)));
-    const Seen& seen = receiver.Instruments().at(0);
+    const SnapshotReader reader(smallest.SnapshotMessages(SHFE_2PS, Only(EFault::CrossedBook)));
+    const Seen& seen = reader.Instruments().at(0);
     EXPECT_GT(seen.bids[0].first, seen.asks[0].first);
 }
 
@@ -112,9 +112,9 @@ int32_t InstrumentsOf(const Exchange& market, EMDQPDataType feed) {
 }
 
 TEST_F(SyntheticSnapshot, OutsideLimitsRaisesOneFuturesLastAsk) {
-    const Receiver receiver(market.SnapshotMessages(SHFE_2PS, Only(EFault::OutsideLimits)));
+    const SnapshotReader reader(market.SnapshotMessages(SHFE_2PS, Only(EFault::OutsideLimits)));
     int outside = 0;
-    for (const auto& [instNo, seen] : receiver.Instruments()) {
+    for (const auto& [instNo, seen] : reader.Instruments()) {
         const Instrument& instrument = market.Instruments(SHFE_2PS)[static_cast<std::size_t>(instNo)];
         const VexaShfeMdType& truth = market.Truth(SHFE_2PS, instNo);
         EXPECT_EQ(seen.bids, Bids(truth));
@@ -131,19 +131,19 @@ TEST_F(SyntheticSnapshot, OutsideLimitsRaisesOneFuturesLastAsk) {
 }
 
 TEST_F(SyntheticSnapshot, UnknownFieldsStandBetweenInstrumentsAndTouchNone) {
-    const Receiver receiver(market.SnapshotMessages(SHFE_2PS, Only(EFault::UnknownField)));
-    EXPECT_GT(receiver.UnknownFields().size(), 20U);
-    EXPECT_EQ(receiver.Instruments().size(), market.Instruments(SHFE_2PS).size());
-    ExpectTruth(receiver, market, SHFE_2PS);
+    const SnapshotReader reader(market.SnapshotMessages(SHFE_2PS, Only(EFault::UnknownField)));
+    EXPECT_GT(reader.UnknownFields().size(), 20U);
+    EXPECT_EQ(reader.Instruments().size(), market.Instruments(SHFE_2PS).size());
+    ExpectTruth(reader, market, SHFE_2PS);
 }
 
 TEST_F(SyntheticSnapshot, StrayInstrumentsLieBelowAndBehindTheTable) {
     for (const auto& [feed, capacity] :
          {std::pair(SHFE_2PS, SHFE_INST_CAPACITY), std::pair(INE_2PS, INE_INST_CAPACITY)}) {
-        const Receiver receiver(market.SnapshotMessages(feed, Only(EFault::InstrumentOutOfRange)));
+        const SnapshotReader reader(market.SnapshotMessages(feed, Only(EFault::InstrumentOutOfRange)));
         int below = 0;
         int behind = 0;
-        for (const auto& [instNo, seen] : receiver.Instruments()) {
+        for (const auto& [instNo, seen] : reader.Instruments()) {
             below += instNo < 0;
             behind += instNo >= capacity;
             EXPECT_EQ(Copy(seen.info.inst_no), instNo);
@@ -151,16 +151,15 @@ TEST_F(SyntheticSnapshot, StrayInstrumentsLieBelowAndBehindTheTable) {
         }
         EXPECT_GT(below, 0);
         EXPECT_GT(behind, 0);
-        EXPECT_EQ(receiver.Instruments().size(),
-                  static_cast<std::size_t>(InstrumentsOf(market, feed) + below + behind));
-        ExpectTruth(receiver, market, feed);
+        EXPECT_EQ(reader.Instruments().size(), static_cast<std::size_t>(InstrumentsOf(market, feed) + below + behind));
+        ExpectTruth(reader, market, feed);
     }
 }
 
 TEST_F(SyntheticSnapshot, AbsentPricesAreZeroInTheTruthToo) {
-    const Receiver receiver(market.SnapshotMessages(SHFE_2PS, Only(EFault::AbsentValues)));
+    const SnapshotReader reader(market.SnapshotMessages(SHFE_2PS, Only(EFault::AbsentValues)));
     int absent = 0;
-    for (const auto& [instNo, seen] : receiver.Instruments()) {
+    for (const auto& [instNo, seen] : reader.Instruments()) {
         EXPECT_EQ(double{seen.deal.open_price}, DBL_MAX);
         const bool isAbsent = seen.deal.last_price == DBL_MAX;
         absent += isAbsent;
@@ -170,7 +169,7 @@ TEST_F(SyntheticSnapshot, AbsentPricesAreZeroInTheTruthToo) {
     }
     EXPECT_GT(absent, 30);
     EXPECT_LT(absent, 120);
-    ExpectTruth(receiver, market, SHFE_2PS);
+    ExpectTruth(reader, market, SHFE_2PS);
 }
 
 TEST_F(SyntheticSnapshot, NextDealBringsAbsentPricesBack) {
@@ -194,15 +193,15 @@ TEST_F(SyntheticSnapshot, SamePricesAreAbsentEachTime) {
 }
 
 TEST_F(SyntheticSnapshot, WrongTopicIsNeitherExchanges) {
-    const Receiver receiver(market.SnapshotMessages(SHFE_2PS, Only(EFault::WrongTopic)));
-    EXPECT_EQ(int{receiver.Snap().topic_id}, -1);
-    ExpectTruth(receiver, market, SHFE_2PS);
+    const SnapshotReader reader(market.SnapshotMessages(SHFE_2PS, Only(EFault::WrongTopic)));
+    EXPECT_EQ(int{reader.Snap().topic_id}, -1);
+    ExpectTruth(reader, market, SHFE_2PS);
 }
 
 TEST_F(SyntheticSnapshot, UnaskedOneTellsTheSameUnderTheOtherTopic) {
-    const Receiver receiver(market.UnaskedMessages(INE_2PS));
-    EXPECT_EQ(int{receiver.Snap().topic_id}, 5101);
-    ExpectTruth(receiver, market, INE_2PS);
+    const SnapshotReader reader(market.UnaskedMessages(INE_2PS));
+    EXPECT_EQ(int{reader.Snap().topic_id}, 5101);
+    ExpectTruth(reader, market, INE_2PS);
 }
 
 TEST_F(SyntheticSnapshot, TailsBeginAtEachOfTheLastTwelveBytes) {
@@ -223,8 +222,8 @@ TEST_F(SyntheticSnapshot, WrongBooksHaveEveryDepthAndAreWrongByAUnitOrATick) {
     std::set<std::pair<int, int>> depths;
     std::set<std::string> wrongs;
     for (int snapshot = 0; snapshot < 400; ++snapshot) {
-        const Receiver receiver(market.SnapshotMessages(INE_2PS, Only(EFault::WrongBook)));
-        for (const auto& [instNo, seen] : receiver.Instruments()) {
+        const SnapshotReader reader(market.SnapshotMessages(INE_2PS, Only(EFault::WrongBook)));
+        for (const auto& [instNo, seen] : reader.Instruments()) {
             const Instrument& instrument = market.Instruments(INE_2PS)[static_cast<std::size_t>(instNo)];
             const auto cents = [](double yuan) { return static_cast<int32_t>(yuan * 100 + 0.5); };
             const int32_t upper = cents(seen.deal.upper_limit_price);
@@ -257,9 +256,9 @@ TEST_F(SyntheticSnapshot, WrongBooksHaveEveryDepthAndAreWrongByAUnitOrATick) {
 }
 
 TEST_F(SyntheticSnapshot, SettlementLimitsAreImpossibleAndTheOthersTrue) {
-    const Receiver receiver(market.SnapshotMessages(SHFE_2PS, Only(EFault::SettlementLimits)));
+    const SnapshotReader reader(market.SnapshotMessages(SHFE_2PS, Only(EFault::SettlementLimits)));
     int impossible = 0;
-    for (const auto& [instNo, seen] : receiver.Instruments()) {
+    for (const auto& [instNo, seen] : reader.Instruments()) {
         const bool isTas = market.Instruments(SHFE_2PS)[static_cast<std::size_t>(instNo)].kind == InstrumentKind::Tas;
         EXPECT_EQ(seen.deal.upper_limit_price < seen.deal.lower_limit_price, isTas) << instNo;
         impossible += isTas ? 1 : 0;
@@ -271,11 +270,11 @@ TEST_F(SyntheticSnapshot, ListsChangeWithTheirNumberAndKeepTheFirst) {
     std::set<std::size_t> sizes;
     for (uint64_t number = 1; number <= 20; ++number) {
         market.Relist(number);
-        const Receiver receiver(market.SnapshotMessages(SHFE_2PS));
-        sizes.insert(receiver.Instruments().size());
+        const SnapshotReader reader(market.SnapshotMessages(SHFE_2PS));
+        sizes.insert(reader.Instruments().size());
         EXPECT_TRUE(market.IsListed(SHFE_2PS, 0));
-        EXPECT_EQ(receiver.Instruments().rbegin()->first + 1, market.ListedEnd(SHFE_2PS));
-        for (const auto& [instNo, seen] : receiver.Instruments()) EXPECT_TRUE(market.IsListed(SHFE_2PS, instNo));
+        EXPECT_EQ(reader.Instruments().rbegin()->first + 1, market.ListedEnd(SHFE_2PS));
+        for (const auto& [instNo, seen] : reader.Instruments()) EXPECT_TRUE(market.IsListed(SHFE_2PS, instNo));
         for (int move = 0; move < 50; ++move) {
             const LiveUpdate update = market.Next();
             EXPECT_TRUE(market.IsListed(update.feed, update.instNo));
@@ -292,7 +291,7 @@ TEST_F(SyntheticSnapshot, OversizedMessageEndsTheStreamHalfWay) {
     const Messages messages = market.SnapshotMessages(SHFE_2PS, Only(EFault::OversizedMessage));
     EXPECT_EQ(messages.size(), whole / 2 + 1);
     EXPECT_EQ(messages.back().size(), sizeof(mdqp_t) + UINT16_MAX);
-    EXPECT_THAT(Receiver(messages).Flags(), testing::Each(mdqp::FLAG_MORE));
+    EXPECT_THAT(SnapshotReader(messages).Flags(), testing::Each(mdqp::FLAG_MORE));
 }
 
 TEST_F(SyntheticSnapshot, FaultsOfContentsMoveNoMessageEnd) {

@@ -47,7 +47,7 @@ inline Levels Asks(const VexaShfeMdType& record) {
 /// An absent value counts as 0.
 inline int64_t Hundredths(double value) { return value == DBL_MAX ? 0 : static_cast<int64_t>(value * 100.0 + 0.5); }
 
-/// What a receiver knows of one instrument once a snapshot has been read.
+/// What a reader knows of one instrument once a snapshot has been read.
 struct Seen {
     inst_info_t info{};
     deal_info_t deal{};
@@ -57,9 +57,9 @@ struct Seen {
 };
 
 /// Reads a snapshot the plain way: a price level goes to the first place that is empty or no better than it.
-class Receiver {
+class SnapshotReader {
 public:
-    explicit Receiver(const Messages& messages) {
+    explicit SnapshotReader(const Messages& messages) {
         for (const std::vector<uint8_t>& message : messages) Read(message);
     }
 
@@ -166,19 +166,19 @@ inline void ExpectSame(const Seen& seen, const Instrument& instrument, const Vex
 }
 
 /// Records of numbers outside the list are passed over.
-inline void ExpectTruth(const Receiver& receiver, const Exchange& market, EMDQPDataType feed) {
+inline void ExpectTruth(const SnapshotReader& reader, const Exchange& market, EMDQPDataType feed) {
     for (const Instrument& instrument : market.Instruments(feed)) {
         SCOPED_TRACE(instrument.id);
-        ASSERT_EQ(receiver.Instruments().count(instrument.instNo), 1U);
-        ExpectSame(receiver.Instruments().at(instrument.instNo), instrument, market.Truth(feed, instrument.instNo));
+        ASSERT_EQ(reader.Instruments().count(instrument.instNo), 1U);
+        ExpectSame(reader.Instruments().at(instrument.instNo), instrument, market.Truth(feed, instrument.instNo));
     }
 }
 
 inline void ExpectSnapshotTellsTheTruth(Exchange& market, EMDQPDataType feed) {
-    const Receiver receiver(market.SnapshotMessages(feed));
-    EXPECT_EQ(receiver.Instruments().size(), market.Instruments(feed).size());
-    EXPECT_TRUE(receiver.UnknownFields().empty());
-    ExpectTruth(receiver, market, feed);
+    const SnapshotReader reader(market.SnapshotMessages(feed));
+    EXPECT_EQ(reader.Instruments().size(), market.Instruments(feed).size());
+    EXPECT_TRUE(reader.UnknownFields().empty());
+    ExpectTruth(reader, market, feed);
 }
 
 }  // namespace exchange

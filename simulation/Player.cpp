@@ -17,12 +17,12 @@ struct Killed {};
 }  // namespace
 
 void Player::Play() {
-    m_manager = std::make_unique<Party>(m_world, 0);
+    m_manager = std::make_unique<CheckedApplication>(m_world, 0);
     Start(m_plan.isPolling);
     for (const Step& step : m_plan.steps) {
         if (m_plan.isMemoryDead) break;
         m_world.Note(EEvent::Script, 0, static_cast<uint64_t>(step.kind), step.at);
-        Do(step);
+        PlayStep(step);
     }
     Close();
 }
@@ -48,7 +48,7 @@ void Player::EndObject() {
 
 void Player::NewObject(bool isPolling, const std::string& remark) {
     EndObject();
-    m_manager = std::make_unique<Party>(m_world, 0);
+    m_manager = std::make_unique<CheckedApplication>(m_world, 0);
     Start(isPolling, remark);
 }
 
@@ -76,13 +76,13 @@ void Player::Recover() {
     }
 }
 
-void Player::At(const Step& step, const char* what, std::function<void()> action) {
+void Player::SetTriggerAt(const Step& step, const char* what, std::function<void()> action) {
     m_world.SetTrigger({step.phase, step.at, what, std::move(action)});
 }
 
 void Player::Lose(const Step& step) {
     if (step.kind == EStep::LoseLater) {
-        At(step, "loss in recovery", [this, step] { m_world.Lose(static_cast<uint32_t>(step.count)); });
+        SetTriggerAt(step, "loss in recovery", [this, step] { m_world.Lose(static_cast<uint32_t>(step.count)); });
     }
     ++m_losses;
     m_world.Lose(static_cast<uint32_t>(step.count));
@@ -111,7 +111,7 @@ void Player::RaiseTimeOuts() {
 
 // ---- the script -----------------------------------------------------------------------------------------------------
 
-void Player::Do(const Step& step) {
+void Player::PlayStep(const Step& step) {
     MakeLive();
     m_world.Reached().Note(StepName(step.kind), m_world.Order().Phase());
     switch (step.kind) {
@@ -128,23 +128,24 @@ void Player::Do(const Step& step) {
         case EStep::OutOfMemoryLater: return RunOutOfMemory(step);
         case EStep::SetWallClock:
             return m_world.Clock().SetWall(m_world.Clock().Wall() + step.count * NANOSECONDS_PER_MINUTE);
-        default: return DoEnding(step);
+        default: return PlayEndingStep(step);
     }
 }
 
-void Player::DoEnding(const Step& step) {
+void Player::PlayEndingStep(const Step& step) {
     switch (step.kind) {
         case EStep::StopAndStart: return StopAndStart(step);
         case EStep::StopInStart: return StopInStarts(step);
         case EStep::Kill:
         case EStep::KillInRecovery: return Kill(step);
         case EStep::StopInRecovery:
-            At(step, "stop in recovery", [this] { m_manager->Stop(); });
+            SetTriggerAt(step, "stop in recovery", [this] { m_manager->Stop(); });
             m_world.Lose(1);
             Recover();
             break;
         case EStep::Signal:
-            At(step, step.count % 2 == 0 ? "signal in start" : "signal in recovery", [this] { m_manager->Signal(); });
+            SetTriggerAt(step, step.count % 2 == 0 ? "signal in start" : "signal in recovery",
+                         [this] { m_manager->Signal(); });
             if (step.count % 2 == 0) NewObject(m_plan.isPolling, m_remark);
             m_world.Lose(1);
             if (!m_manager->IsEnding()) Recover();
@@ -162,7 +163,7 @@ void Player::DoEnding(const Step& step) {
 // What a process holds goes with it; what it wrote to the board stays.
 void Player::Kill(const Step& step) {
     const bool isInRecovery = step.kind == EStep::KillInRecovery;
-    At(step, isInRecovery ? "kill in recovery" : "kill in start", [] { throw Killed(); });
+    SetTriggerAt(step, isInRecovery ? "kill in recovery" : "kill in start", [] { throw Killed(); });
     try {
         if (isInRecovery) {
             m_world.Lose(1);
@@ -186,7 +187,7 @@ void Player::RunOutOfMemory(const Step& step) {
         return Recover();
     }
     EndObject();
-    m_manager = std::make_unique<Party>(m_world, 0);
+    m_manager = std::make_unique<CheckedApplication>(m_world, 0);
     m_manager->RunOutOfMemory(number, failure);
     Start(m_plan.isPolling, m_remark);
 }
@@ -200,7 +201,7 @@ void Player::NewObjectWithoutIndex(const Step& step) {
 // A fresh start of the same object may be stopped again, until its attempts are used up; one of the polling form keeps
 // the stop.
 void Player::StopInStarts(const Step& step) {
-    const auto stopAt = [&] { At(step, "stop in start", [this] { m_manager->Stop(); }); };
+    const auto stopAt = [&] { SetTriggerAt(step, "stop in start", [this] { m_manager->Stop(); }); };
     stopAt();
     NewObject(step.count / 6 % 2 == 0, m_remark);
     for (int32_t again = step.count % 6; again > 0 && m_manager->IsEnding(); --again) {
@@ -221,7 +222,7 @@ void Player::StopAndStart(const Step& step) {
 }
 
 void Player::OtherChannel(int32_t steps) {
-    Party other(m_world, m_plan.otherChannel);
+    CheckedApplication other(m_world, m_plan.otherChannel);
     m_world.OnOtherSession();
     other.Start(steps % 2 == 0);
     for (int32_t step = 0; step < steps; ++step) {
@@ -242,7 +243,7 @@ void Player::CloseRound() {
         if (m_manager->Step() == -1) return;
     }
     if (m_plan.hasWitness) {
-        m_witness = std::make_unique<Party>(m_world, m_plan.otherChannel);
+        m_witness = std::make_unique<CheckedApplication>(m_world, m_plan.otherChannel);
         m_world.OnOtherSession();
         m_witness->Start(!m_plan.isPolling);
     }

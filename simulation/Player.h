@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "simulation/Party.h"
+#include "simulation/CheckedApplication.h"
 #include "simulation/world/Holdings.h"
 #include "simulation/world/World.h"
 
@@ -15,7 +15,7 @@ namespace simulation {
 
 class Player {
 public:
-    Player(const Plan& plan, World& world) : m_plan(plan), m_world(world) {}
+    Player(const SessionPlan& plan, World& world) : m_plan(plan), m_world(world) {}
 
     /// Every step of the script, then the end.
     void Play();
@@ -23,8 +23,8 @@ public:
     uint64_t Losses() const { return m_losses; }
 
 private:
-    void Do(const Step& step);
-    void DoEnding(const Step& step);
+    void PlayStep(const Step& step);
+    void PlayEndingStep(const Step& step);
     void Start(bool isPolling, const std::string& remark = "");
     void EndObject();
     void NewObject(bool isPolling, const std::string& remark = "");
@@ -39,16 +39,16 @@ private:
     void NewObjectWithoutIndex(const Step& step);
     void StopInStarts(const Step& step);
     void OtherChannel(int32_t steps);
-    void At(const Step& step, const char* what, std::function<void()> action);
+    void SetTriggerAt(const Step& step, const char* what, std::function<void()> action);
     void Close();
     void CloseRound();
     bool StepAll();
 
-    const Plan& m_plan;
+    const SessionPlan& m_plan;
     World& m_world;
-    std::unique_ptr<Party> m_manager;
-    std::unique_ptr<Party> m_witness;      ///< receives another channel in the closing round
-    std::optional<Holdings> m_heldByNone;  ///< while no object lives, after the first one
+    std::unique_ptr<CheckedApplication> m_manager;
+    std::unique_ptr<CheckedApplication> m_witness;  ///< receives another channel in the closing round
+    std::optional<Holdings> m_heldByNone;           ///< while no object lives, after the first one
     std::string m_remark;
     uint64_t m_losses = 0;
 };

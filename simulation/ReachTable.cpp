@@ -6,23 +6,26 @@
 
 #include "exchange/Faults.h"
 #include "simulation/base/Edges.h"
-#include "simulation/base/Plan.h"
+#include "simulation/base/SessionPlan.h"
 #include "simulation/rules/StartDecision.h"
 
 namespace simulation {
 namespace {
 
-using Phases = std::initializer_list<EPhase>;
+using Phases = std::initializer_list<ESessionPhase>;
 
-constexpr Phases LOADING{EPhase::Loading};
-constexpr Phases LIVE{EPhase::Live};
-constexpr Phases IDENTITY{EPhase::Identity};
-constexpr Phases RECOVERY{EPhase::Memory,   EPhase::Programming, EPhase::Loading, EPhase::Tables,
-                          EPhase::Versions, EPhase::Subscribing, EPhase::Engines};
-constexpr Phases START{EPhase::Identity, EPhase::Memory,   EPhase::Programming, EPhase::Loading,
-                       EPhase::Tables,   EPhase::Versions, EPhase::Subscribing, EPhase::Engines};
-constexpr Phases OPEN{EPhase::Identity, EPhase::Memory,      EPhase::Programming, EPhase::Loading, EPhase::Tables,
-                      EPhase::Versions, EPhase::Subscribing, EPhase::Engines,     EPhase::Live};
+constexpr Phases LOADING{ESessionPhase::Loading};
+constexpr Phases LIVE{ESessionPhase::Live};
+constexpr Phases IDENTITY{ESessionPhase::Identity};
+constexpr Phases RECOVERY{ESessionPhase::Memory, ESessionPhase::Programming, ESessionPhase::Loading,
+                          ESessionPhase::Tables, ESessionPhase::Versions,    ESessionPhase::Subscribing,
+                          ESessionPhase::Engines};
+constexpr Phases START{ESessionPhase::Identity,    ESessionPhase::Memory, ESessionPhase::Programming,
+                       ESessionPhase::Loading,     ESessionPhase::Tables, ESessionPhase::Versions,
+                       ESessionPhase::Subscribing, ESessionPhase::Engines};
+constexpr Phases OPEN{ESessionPhase::Identity,    ESessionPhase::Memory,  ESessionPhase::Programming,
+                      ESessionPhase::Loading,     ESessionPhase::Tables,  ESessionPhase::Versions,
+                      ESessionPhase::Subscribing, ESessionPhase::Engines, ESessionPhase::Live};
 
 /// Rows of one kind: where they can happen, and why nowhere else.
 struct Kind {
@@ -83,12 +86,12 @@ std::string Holes(const Reach& reach, uint64_t sessions) {
     const uint64_t due = std::max<uint64_t>(1, TIMES_DUE * sessions / SESSIONS_DUE);
     std::string holes;
     for (const Row& row : AllRows()) {
-        for (const EPhase phase : row.kind->phases) {
+        for (const ESessionPhase phase : row.kind->phases) {
             for (const EForm form : {EForm::Callback, EForm::Polling}) {
                 if (form == EForm::Polling && !row.kind->hasPolling) continue;
                 const uint64_t count = reach.Count(row.what, phase, form);
                 if (count >= due) continue;
-                holes += row.what + " in phase " + PhaseName(phase) +
+                holes += row.what + " in phase " + SessionPhaseName(phase) +
                          (form == EForm::Callback ? " by callback: " : " by polling: ") + std::to_string(count) +
                          " of " + std::to_string(due) + "\n";
             }

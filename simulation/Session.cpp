@@ -16,7 +16,7 @@ void CollectCounts(World& world, const Player& player, Outcome& outcome) {
     world.Quirks().AddTo(outcome.quirks);
 }
 
-Outcome PlayOnce(const Plan& plan, Canary canary, std::FILE* file, uint8_t filler) {
+Outcome PlayOnce(const SessionPlan& plan, Canary canary, std::FILE* file, uint8_t filler) {
     Outcome outcome;
     EventTrace trace(file);
     try {
@@ -38,7 +38,7 @@ Outcome PlayOnce(const Plan& plan, Canary canary, std::FILE* file, uint8_t fille
 
 }  // namespace
 
-Outcome RunSession(const Plan& plan, int canaryNumber, std::FILE* file) {
+Outcome RunSession(const SessionPlan& plan, int canaryNumber, std::FILE* file) {
     Canary canary(canaryNumber);
     Outcome outcome = PlayOnce(plan, canary, file, FILLER);
     if (outcome.breach || !plan.isRepeated) return outcome;

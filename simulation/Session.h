@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "simulation/base/Plan.h"
 #include "simulation/base/Reach.h"
+#include "simulation/base/SessionPlan.h"
 #include "simulation/rules/Invariants.h"
-#include "simulation/rules/Ledger.h"
+#include "simulation/rules/QuirkLedger.h"
 
 namespace simulation {
 
@@ -26,6 +26,6 @@ struct Outcome {
 };
 
 /// `canary`: the number of the rule to break by a lie, or 0. `trace` may be null.
-Outcome RunSession(const Plan& plan, int canary, std::FILE* trace);
+Outcome RunSession(const SessionPlan& plan, int canary, std::FILE* trace);
 
 }  // namespace simulation

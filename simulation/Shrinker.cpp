@@ -5,15 +5,15 @@
 namespace simulation {
 namespace {
 
-bool StillBreaks(const Plan& plan, int canary, int invariant) {
+bool StillBreaks(const SessionPlan& plan, int canary, int invariant) {
     const Outcome outcome = RunSession(plan, canary, nullptr);
     return outcome.breach && outcome.breach->invariant == invariant;
 }
 
 template <typename Element>
-void ShrinkList(Plan& plan, std::vector<Element> Plan::*list, int canary, int invariant) {
+void ShrinkList(SessionPlan& plan, std::vector<Element> SessionPlan::*list, int canary, int invariant) {
     for (std::size_t at = (plan.*list).size(); at-- > 0;) {
-        Plan smaller = plan;
+        SessionPlan smaller = plan;
         (smaller.*list).erase((smaller.*list).begin() + static_cast<std::ptrdiff_t>(at));
         if (StillBreaks(smaller, canary, invariant)) plan = smaller;
     }
@@ -21,9 +21,9 @@ void ShrinkList(Plan& plan, std::vector<Element> Plan::*list, int canary, int in
 
 }  // namespace
 
-Plan Shrink(Plan plan, int canary, int invariant) {
-    ShrinkList(plan, &Plan::faults, canary, invariant);
-    ShrinkList(plan, &Plan::steps, canary, invariant);
+SessionPlan Shrink(SessionPlan plan, int canary, int invariant) {
+    ShrinkList(plan, &SessionPlan::faults, canary, invariant);
+    ShrinkList(plan, &SessionPlan::steps, canary, invariant);
     return plan;
 }
 

@@ -2,10 +2,10 @@
 /// same.
 #pragma once
 
-#include "simulation/base/Plan.h"
+#include "simulation/base/SessionPlan.h"
 
 namespace simulation {
 
-Plan Shrink(Plan plan, int canary, int invariant);
+SessionPlan Shrink(SessionPlan plan, int canary, int invariant);
 
 }  // namespace simulation

@@ -45,23 +45,23 @@ void Add(const Outcome& outcome, Totals& totals) {
     totals.reach.Add(outcome.reach);
 }
 
-void TellPlan(std::ostream& out, const Plan& plan) {
+void TellPlan(std::ostream& out, const SessionPlan& plan) {
     out << "faults: " << (plan.faults.empty() ? "none" : plan.FaultList()) << "\n";
     for (const Step& step : plan.steps) out << "step: " << step.Text() << "\n";
 }
 
 }  // namespace
 
-Totals RunSessions(const Wish& wish) {
-    CheckFaults(wish.faults);
+Totals RunSessions(const RunOptions& options) {
+    CheckFaults(options.faults);
     setenv("TZ", "UTC", 1);  // the quiet windows are local time
     tzset();
     Totals totals;
     const double start = RealSeconds();
-    for (uint64_t session = 0; session < wish.sessions && !totals.broken; ++session) {
-        if (wish.minutes > 0 && RealSeconds() - start >= wish.minutes * 60) break;
-        const Plan plan = MakePlan(wish.seed + session, {wish.faults});
-        const Outcome outcome = RunSession(plan, wish.canary, wish.trace);
+    for (uint64_t session = 0; session < options.sessions && !totals.broken; ++session) {
+        if (options.minutes > 0 && RealSeconds() - start >= options.minutes * 60) break;
+        const SessionPlan plan = MakePlan(options.seed + session, options.faults);
+        const Outcome outcome = RunSession(plan, options.canary, options.trace);
         Add(outcome, totals);
         if (!outcome.breach) continue;
         totals.broken = plan;
@@ -71,7 +71,7 @@ Totals RunSessions(const Wish& wish) {
     return totals;
 }
 
-std::string TellBreach(const Totals& totals, const Wish& wish) {
+std::string TellBreach(const Totals& totals, const RunOptions& options) {
     const Breach& breach = *totals.outcome.breach;
     std::ostringstream out;
     out << "the last events:\n";
@@ -80,10 +80,10 @@ std::string TellBreach(const Totals& totals, const Wish& wish) {
     out << "\nbroken: " << breach.invariant << " (" << rule->name << "): " << rule->rule << "\n  " << breach.what
         << "\n";
     out << "seed " << totals.broken->seed << "; again with: " << PROGRAM << " --seed " << totals.broken->seed
-        << " --faults " << (wish.faults.empty() ? "\"\"" : wish.faults);
-    if (wish.canary != 0) out << " --canary " << wish.canary;
+        << " --faults " << (options.faults.empty() ? "\"\"" : options.faults);
+    if (options.canary != 0) out << " --canary " << options.canary;
     out << "\n\nthe least that breaks it:\n";
-    TellPlan(out, Shrink(*totals.broken, wish.canary, breach.invariant));
+    TellPlan(out, Shrink(*totals.broken, options.canary, breach.invariant));
     return out.str();
 }
 

@@ -9,11 +9,12 @@
 
 namespace simulation {
 
-struct Wish {
+/// What a run of sessions is asked for.
+struct RunOptions {
     uint64_t seed = 1;
     uint64_t sessions = 1;
     double minutes = 0;  ///< 0: no limit; of real time
-    std::string faults = "all";
+    std::string faults = ALL_FAULTS;
     int canary = 0;
     std::FILE* trace = nullptr;
 };
@@ -27,15 +28,15 @@ struct Totals {
     Reach reach;
     double seconds = 0;
     uint64_t traceHash = 0;
-    std::optional<Plan> broken;  ///< the plan of the session that broke a rule
-    Outcome outcome;             ///< of that session
+    std::optional<SessionPlan> broken;  ///< the plan of the session that broke a rule
+    Outcome outcome;                    ///< of that session
 };
 
-/// Session k has the seed `wish.seed` + k. Throws std::invalid_argument for a fault that is not known.
-Totals RunSessions(const Wish& wish);
+/// Session k has the seed `options.seed` + k. Throws std::invalid_argument for a fault that is not known.
+Totals RunSessions(const RunOptions& options);
 
 /// Seed, command, last events and rule, then what is left of the plan after shrinking.
-std::string TellBreach(const Totals& totals, const Wish& wish);
+std::string TellBreach(const Totals& totals, const RunOptions& options);
 
 /// The cells that were not met as often as they should have been; empty when there is none.
 std::string TellHoles(const Totals& totals);

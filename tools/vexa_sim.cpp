@@ -21,7 +21,7 @@ struct CloseFile {
 using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
 
 struct SimOptions {
-    simulation::Wish wish;
+    simulation::RunOptions run;
     std::string trace;
     bool isVerbose = false;
     bool isReachDue = false;
@@ -37,12 +37,12 @@ FilePtr OpenTrace(const std::string& path) {
 
 int Run(SimOptions& options) {
     const FilePtr trace = OpenTrace(options.trace);
-    options.wish.trace = trace.get();
-    const simulation::Totals totals = simulation::RunSessions(options.wish);
+    options.run.trace = trace.get();
+    const simulation::Totals totals = simulation::RunSessions(options.run);
     if (trace != nullptr && (std::fflush(trace.get()) != 0 || std::ferror(trace.get()) != 0)) {
         throw std::runtime_error("--trace " + options.trace + ": could not be written whole");
     }
-    if (totals.broken) std::fputs(simulation::TellBreach(totals, options.wish).c_str(), stdout);
+    if (totals.broken) std::fputs(simulation::TellBreach(totals, options.run).c_str(), stdout);
     if (options.isVerbose || options.isReachDue) std::fputs(simulation::TellReach(totals).c_str(), stdout);
     const std::string holes = options.isReachDue && !totals.broken ? simulation::TellHoles(totals) : "";
     if (!holes.empty()) std::printf("\nmet too seldom:\n%s\n", holes.c_str());
@@ -69,19 +69,19 @@ int ParseAndRun(int argc, char** argv) {
         "restarts drawn from the seed, and checks every rule after every step. The same seed gives the same trace.\n"
         "Exit status: 0 when every rule held, 1 when one was broken or --reach found a gap, 2 for wrong options.");
     app.name(NAME);
-    app.add_option("--seed", options.wish.seed, "of the first session; session k has this plus k")
+    app.add_option("--seed", options.run.seed, "of the first session; session k has this plus k")
         ->required()
         ->check(WholeNumber(0, UINT64_MAX));
-    CLI::Option* sessions = app.add_option("--sessions", options.wish.sessions, "how many")
+    CLI::Option* sessions = app.add_option("--sessions", options.run.sessions, "how many")
                                 ->check(WholeNumber(1, uint64_t{1} << 40))
                                 ->capture_default_str();
-    CLI::Option* minutes = app.add_option("--minutes", options.wish.minutes, "end after this much real time")
-                               ->check(Decimal(0.01, 100000));
-    app.add_option("--faults", options.wish.faults,
+    CLI::Option* minutes =
+        app.add_option("--minutes", options.run.minutes, "end after this much real time")->check(Decimal(0.01, 100000));
+    app.add_option("--faults", options.run.faults,
                    "\"all\": each fault in half of the sessions; or a list: " + exchange::FaultNames())
         ->check(FaultList())
         ->capture_default_str();
-    app.add_option("--canary", options.wish.canary, "tell the checks one lie about the rule of this number")
+    app.add_option("--canary", options.run.canary, "tell the checks one lie about the rule of this number")
         ->check(CheckCanary);
     app.add_option("--trace", options.trace, "write every event to this file");
     app.add_flag(
@@ -90,7 +90,7 @@ int ParseAndRun(int argc, char** argv) {
         "once in a shorter run");
     app.add_flag("--verbose", options.isVerbose, "tell what was tried in which phase, and the quirks booked");
     if (!ParseCommandLine(app, argc, argv)) return 0;
-    if (minutes->count() > 0 && sessions->count() == 0) options.wish.sessions = UINT64_MAX;
+    if (minutes->count() > 0 && sessions->count() == 0) options.run.sessions = UINT64_MAX;
     return Run(options);
 }
 

@@ -12,7 +12,8 @@ constexpr uint32_t BITS = 32;
 constexpr uint32_t SINGLES_BEFORE_TABLES = 12;
 constexpr uint32_t PAIRS_BEFORE_TABLES = 3;
 constexpr uint32_t HARMLESS_LATE = 16;
-constexpr std::array LATE{EPhase::Tables, EPhase::Versions, EPhase::Subscribing, EPhase::Engines, EPhase::Live};
+constexpr std::array LATE{ESessionPhase::Tables, ESessionPhase::Versions, ESessionPhase::Subscribing,
+                          ESessionPhase::Engines, ESessionPhase::Live};
 
 struct Bit {
     uint32_t word;
@@ -121,7 +122,7 @@ std::vector<EventCard> AllPairs() {
     return cards;
 }
 
-std::vector<EventCard> DealBeforeTables(uint64_t seed, EPhase phase) {
+std::vector<EventCard> DealBeforeTables(uint64_t seed, ESessionPhase phase) {
     std::vector<EventCard> cards;
     const uint64_t turn = seed / 4 * 2 + seed % 2;  // of the seed's form
     const uint64_t first = turn * SINGLES_BEFORE_TABLES + 37 * static_cast<uint64_t>(phase);

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "common/FpgaStructCommon.h"
-#include "simulation/base/Phase.h"
+#include "simulation/base/SessionPhase.h"
 
 namespace simulation {
 
@@ -22,11 +22,11 @@ std::vector<EventCard> AllSingles();
 std::vector<EventCard> AllPairs();
 
 /// Events of phases in which none of them counts: many of both kinds.
-std::vector<EventCard> DealBeforeTables(uint64_t seed, EPhase phase);
+std::vector<EventCard> DealBeforeTables(uint64_t seed, ESessionPhase phase);
 
 /// Events that wait until the session is live: many that mean nothing, and a last one that may be a loss.
 struct LateDeal {
-    EPhase phase;
+    ESessionPhase phase;
     std::vector<EventCard> cards;
 };
 /// Two for each session, one behind the other.

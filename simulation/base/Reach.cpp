@@ -14,7 +14,7 @@ void Reach::Add(const Reach& other) {
     }
 }
 
-uint64_t Reach::Count(const std::string& what, EPhase phase, EForm form) const {
+uint64_t Reach::Count(const std::string& what, ESessionPhase phase, EForm form) const {
     const auto found = m_counts.find(what);
     if (found == m_counts.end()) return 0;
     return found->second[static_cast<std::size_t>(phase)][static_cast<std::size_t>(form)];

@@ -6,7 +6,7 @@
 #include <map>
 #include <string>
 
-#include "simulation/base/Phase.h"
+#include "simulation/base/SessionPhase.h"
 
 namespace simulation {
 
@@ -18,11 +18,11 @@ class Reach {
 public:
     /// Of the managing session, from here on.
     void SetForm(EForm form) { m_form = form; }
-    void Note(const std::string& what, EPhase phase) {
+    void Note(const std::string& what, ESessionPhase phase) {
         ++m_counts[what][static_cast<std::size_t>(phase)][static_cast<std::size_t>(m_form)];
     }
     void Add(const Reach& other);
-    uint64_t Count(const std::string& what, EPhase phase, EForm form) const;
+    uint64_t Count(const std::string& what, ESessionPhase phase, EForm form) const;
     std::string Text() const;
 
 private:

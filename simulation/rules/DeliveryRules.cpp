@@ -11,7 +11,7 @@ std::string IdOf(const VexaShfeMdType& record) {
     return {record.inst_id, strnlen(record.inst_id, sizeof record.inst_id)};
 }
 
-DeliveryRules::DeliveryRules(const Plan& plan, const TruthHistory& truth, Ledger& ledger, int32_t channel)
+DeliveryRules::DeliveryRules(const SessionPlan& plan, const TruthHistory& truth, QuirkLedger& ledger, int32_t channel)
     : m_plan(plan), m_truth(truth), m_ledger(ledger), m_channel(channel) {}
 
 void DeliveryRules::OnSession() {
@@ -21,18 +21,18 @@ void DeliveryRules::OnSession() {
 
 void DeliveryRules::OnRecord(const VexaShfeMdType& record) {
     ++m_records;
-    const EMDQPDataType feed = FeedOf(record);
+    const EMDQPDataType feed = RequireFeed(record);
     CheckTruth(feed, record);
     CheckSubscribed(record);
     CheckOrder(feed, record);
     m_last[{feed, record.inst_no}] = record;
 }
 
-EMDQPDataType DeliveryRules::FeedOf(const VexaShfeMdType& record) const {
+EMDQPDataType DeliveryRules::RequireFeed(const VexaShfeMdType& record) const {
     for (const EMDQPDataType feed : {SHFE_2PS, INE_2PS}) {
         if (record.max_inst_no == static_cast<uint32_t>(m_plan.settings.maxInstNo[feed])) return feed;
     }
-    Break(1, "a record with max_inst_no " + std::to_string(record.max_inst_no));
+    ThrowBreach(1, "a record with max_inst_no " + std::to_string(record.max_inst_no));
 }
 
 void DeliveryRules::CheckTruth(EMDQPDataType feed, const VexaShfeMdType& record) {
@@ -42,9 +42,9 @@ void DeliveryRules::CheckTruth(EMDQPDataType feed, const VexaShfeMdType& record)
         expected.max_inst_no = record.max_inst_no;
         if (std::memcmp(&record, &expected, sizeof record) == 0) return;
     }
-    if (m_ledger.Explains(feed, static_cast<int32_t>(record.inst_no))) return;
-    Break(1, IdOf(record) + " change " + std::to_string(record.change_no) +
-                 (found == nullptr ? " never was" : " differs from the exchange's state"));
+    if (m_ledger.IsDifferenceExpected(feed, static_cast<int32_t>(record.inst_no))) return;
+    ThrowBreach(1, IdOf(record) + " change " + std::to_string(record.change_no) +
+                       (found == nullptr ? " never was" : " differs from the exchange's state"));
 }
 
 void DeliveryRules::CheckSubscribed(const VexaShfeMdType& record) const {
@@ -82,8 +82,8 @@ void DeliveryRules::CheckComplete() const {
             VexaShfeMdType expected = m_truth.Latest(feed, instNo);
             expected.max_inst_no = static_cast<uint32_t>(m_plan.settings.maxInstNo[feed]);
             const bool isSame = last != m_last.end() && std::memcmp(&last->second, &expected, sizeof expected) == 0;
-            if (isSame || m_ledger.Explains(feed, instNo)) continue;
-            Break(5, IdOf(expected) + (last == m_last.end() ? " never arrived" : " differs from the truth"));
+            if (isSame || m_ledger.IsDifferenceExpected(feed, instNo)) continue;
+            ThrowBreach(5, IdOf(expected) + (last == m_last.end() ? " never arrived" : " differs from the truth"));
         }
     }
 }

@@ -6,15 +6,15 @@
 #include <map>
 #include <utility>
 
-#include "simulation/base/Plan.h"
-#include "simulation/rules/Ledger.h"
+#include "simulation/base/SessionPlan.h"
+#include "simulation/rules/QuirkLedger.h"
 #include "simulation/rules/TruthHistory.h"
 
 namespace simulation {
 
 class DeliveryRules {
 public:
-    DeliveryRules(const Plan& plan, const TruthHistory& truth, Ledger& ledger, int32_t channel);
+    DeliveryRules(const SessionPlan& plan, const TruthHistory& truth, QuirkLedger& ledger, int32_t channel);
 
     void OnRecord(const VexaShfeMdType& record);
 
@@ -50,15 +50,15 @@ public:
 private:
     using Key = std::pair<int32_t, uint32_t>;  ///< feed, instrument number
 
-    EMDQPDataType FeedOf(const VexaShfeMdType& record) const;
+    EMDQPDataType RequireFeed(const VexaShfeMdType& record) const;
     void CheckTruth(EMDQPDataType feed, const VexaShfeMdType& record);
     void CheckSubscribed(const VexaShfeMdType& record) const;
     void CheckOrder(EMDQPDataType feed, const VexaShfeMdType& record);
     bool IsExpectedComplete(EMDQPDataType feed, int32_t instNo) const;
 
-    const Plan& m_plan;
+    const SessionPlan& m_plan;
     const TruthHistory& m_truth;
-    Ledger& m_ledger;
+    QuirkLedger& m_ledger;
     int32_t m_channel;
     std::map<Key, VexaShfeMdType> m_last;
     std::map<Key, bool> m_isContinuous;

@@ -53,7 +53,7 @@ const Invariant* FindInvariant(int number) {
     return found == std::end(ALL) ? nullptr : found;
 }
 
-void Break(int invariant, const std::string& what) { throw Breach{invariant, what}; }
+void ThrowBreach(int invariant, const std::string& what) { throw Breach{invariant, what}; }
 
 std::string Hex(uint64_t value) {
     char text[24];

@@ -25,13 +25,13 @@ struct Breach {
     std::string what;
 };
 
-[[noreturn]] void Break(int invariant, const std::string& what);
+[[noreturn]] void ThrowBreach(int invariant, const std::string& what);
 
 /// `what` is built only when the rule is broken.
 template <typename What>
 void Require(bool holds, int invariant, What what) {
     if (!holds) [[unlikely]]
-        Break(invariant, what());
+        ThrowBreach(invariant, what());
 }
 
 std::string Hex(uint64_t value);

@@ -47,7 +47,7 @@ Shape ShapeOf(uint32_t id) {
 }  // namespace
 
 // A field that begins within the last eight bytes is left alone.
-bool SnapshotContents::Read(EMDQPDataType feed, const uint8_t* message, std::vector<Told>& told) {
+bool SnapshotContents::Read(EMDQPDataType feed, const uint8_t* message, std::vector<RegisterWrite>& told) {
     const uint32_t length = At<uint16_t>(message, 2);
     uint32_t before = 0;
     for (uint32_t at = HEADER; at < length;) {
@@ -71,7 +71,7 @@ SInstTableType* SnapshotContents::Slot(EMDQPDataType feed, int32_t instNo) {
 }
 
 void SnapshotContents::ReadField(EMDQPDataType feed, uint32_t id, const uint8_t* data, bool isBookNew,
-                                 std::vector<Told>& told) {
+                                 std::vector<RegisterWrite>& told) {
     if (id == PACKET_NO) told.push_back({board::FEEDS[Index(feed)].packetNo, At<uint32_t>(data, 0)});
     if (id < INSTRUMENT || id > ORDERS) return;
     SInstTableType* slot = Slot(feed, At<int32_t>(data, ShapeOf(id).numberAt));

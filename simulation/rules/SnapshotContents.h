@@ -16,7 +16,7 @@ namespace simulation {
 class SnapshotContents {
 public:
     /// A register that a message lets the host write.
-    struct Told {
+    struct RegisterWrite {
         uint32_t index;
         uint32_t value;
     };
@@ -24,7 +24,7 @@ public:
     void Clear() { *this = SnapshotContents(); }
 
     /// A whole message of a feed; what it has told the board is added to `told`. True when it ends the feed.
-    bool Read(EMDQPDataType feed, const uint8_t* message, std::vector<Told>& told);
+    bool Read(EMDQPDataType feed, const uint8_t* message, std::vector<RegisterWrite>& told);
 
     /// Slots from 0 to the highest number that was described.
     const std::vector<SInstTableType>& Slots(EMDQPDataType feed) const { return m_slots[Index(feed)]; }
@@ -40,7 +40,8 @@ public:
 private:
     static std::size_t Index(EMDQPDataType feed) { return static_cast<std::size_t>(feed); }
     SInstTableType* Slot(EMDQPDataType feed, int32_t instNo);
-    void ReadField(EMDQPDataType feed, uint32_t id, const uint8_t* data, bool isBookNew, std::vector<Told>& told);
+    void ReadField(EMDQPDataType feed, uint32_t id, const uint8_t* data, bool isBookNew,
+                   std::vector<RegisterWrite>& told);
     void Describe(EMDQPDataType feed, const uint8_t* data);
     static void PutDeal(SInstTableType& slot, const uint8_t* data);
     static void PutLevel(SInstTableType& slot, const uint8_t* data, bool isBookNew);

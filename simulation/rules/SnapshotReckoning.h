@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "simulation/base/Plan.h"
+#include "simulation/base/SessionPlan.h"
 #include "simulation/rules/SnapshotContents.h"
 
 namespace simulation {
@@ -29,7 +29,7 @@ public:
     };
     const Dropped& LastDropped() const { return m_dropped; }
 
-    explicit SnapshotReckoning(const Plan& plan) : m_plan(plan) {}
+    explicit SnapshotReckoning(const SessionPlan& plan) : m_plan(plan) {}
 
     void OnBringUp();
     /// From here to the next bring-up nothing is known: memory ran out, or the stream loses its place by itself.
@@ -42,7 +42,7 @@ public:
     EOutcome OnFrame(const uint8_t* frame);
 
     /// Registers that the last frame lets the host write, in order.
-    const std::vector<SnapshotContents::Told>& Told() const { return m_told; }
+    const std::vector<SnapshotContents::RegisterWrite>& RegisterWrites() const { return m_told; }
     const SnapshotContents& Contents() const { return m_contents; }
     uint8_t FinishedMask() const { return m_contents.FinishedMask(); }
 
@@ -74,14 +74,14 @@ private:
     void Drain(uint16_t port, Connection& connection);
     void Hand(uint16_t port, const uint8_t* message);
 
-    const Plan& m_plan;
+    const SessionPlan& m_plan;
     bool m_isKnown = true;
     bool m_isUsedAndCleared = false;
     std::map<uint16_t, Connection> m_connections;  ///< by local port
     std::array<uint16_t, FEED_COUNT> m_portOf{};   ///< 0: none
     SnapshotContents m_contents;
     std::set<std::pair<int32_t, int32_t>> m_insane;
-    std::vector<SnapshotContents::Told> m_told;
+    std::vector<SnapshotContents::RegisterWrite> m_told;
     Dropped m_dropped;
 };
 

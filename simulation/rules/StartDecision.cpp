@@ -46,7 +46,7 @@ uint64_t StartDecision::Shift(std::size_t counter) const {
     return isFlow && counter == m_flowing ? 1 : 0;
 }
 
-uint64_t StartDecision::Told(uint32_t index, uint64_t value) {
+uint64_t StartDecision::ShownValue(uint32_t index, uint64_t value) {
     if (index == board::CHECKSUM) m_isSameFile = static_cast<uint32_t>(value) == m_fileChecksum;
     const auto* packets = std::find(std::begin(board::PACKETS), std::end(board::PACKETS), index);
     if (packets == std::end(board::PACKETS) && index != board::EVENTS) return value;

@@ -22,7 +22,7 @@ public:
     void OnStart(bool isAsked, uint32_t fileChecksum, bool isRunning);
 
     /// What the host is to see in a register that is about to be read, of which the board says `value`.
-    uint64_t Told(uint32_t index, uint64_t value);
+    uint64_t ShownValue(uint32_t index, uint64_t value);
 
     bool MayLeaveAlone() const { return m_isAsked && m_isSameFile && m_hasFlowed && !m_hasEvent; }
     /// What the samples show, for the reach.

@@ -7,8 +7,8 @@
 #include <optional>
 #include <vector>
 
-#include "simulation/base/Phase.h"
-#include "simulation/base/Plan.h"
+#include "simulation/base/SessionPhase.h"
+#include "simulation/base/SessionPlan.h"
 #include "simulation/rules/RegisterRules.h"
 
 namespace simulation {
@@ -16,25 +16,25 @@ namespace simulation {
 struct Stop {
     EAccess access;
     uint32_t index;
-    EPhase phase;                   ///< entered here
+    ESessionPhase phase;            ///< entered here
     std::optional<uint32_t> value;  ///< of a write; none: told by the rules of another file
 };
 
 class StartScript {
 public:
-    explicit StartScript(const Plan& plan);
+    explicit StartScript(const SessionPlan& plan);
 
     const std::vector<Stop>& Stops() const { return m_stops; }
     std::size_t BringUpStop() const { return m_bringUpStop; }  ///< where recoveries begin
 
 private:
-    void Read(EPhase phase, std::initializer_list<uint32_t> indices);
-    void Read64(EPhase phase, std::initializer_list<uint32_t> indices);
-    void Write(EPhase phase, uint32_t index, std::optional<uint32_t> value);
+    void Read(ESessionPhase phase, std::initializer_list<uint32_t> indices);
+    void Read64(ESessionPhase phase, std::initializer_list<uint32_t> indices);
+    void Write(ESessionPhase phase, uint32_t index, std::optional<uint32_t> value);
 
     void Identity();
     void Programming(const Settings& settings);
-    void Groups(const Plan& plan);
+    void Groups(const SessionPlan& plan);
     void Engines(const Settings& settings);
 
     std::vector<Stop> m_stops;

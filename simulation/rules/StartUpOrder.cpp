@@ -19,7 +19,7 @@ bool IsSnapshotField(uint32_t index) {
 
 }  // namespace
 
-StartUpOrder::StartUpOrder(const Plan& plan)
+StartUpOrder::StartUpOrder(const SessionPlan& plan)
     : m_script(plan), m_waitSeconds(plan.waitSeconds), m_attemptsMax(plan.attempts) {}
 
 bool StartUpOrder::IsAnnounced(EAccess access, uint32_t index, uint32_t value) {
@@ -40,12 +40,13 @@ void StartUpOrder::RequireNothingAnnounced() {
 }
 
 bool StartUpOrder::IsFree(EAccess access, uint32_t index) const {
-    return m_isSnapshotUnknown && m_phase == EPhase::Loading && access == EAccess::Write && IsSnapshotField(index);
+    return m_isSnapshotUnknown && m_phase == ESessionPhase::Loading && access == EAccess::Write &&
+           IsSnapshotField(index);
 }
 
 bool StartUpOrder::IsNext(EAccess access, uint32_t index) {
     const std::vector<Stop>& stops = m_script.Stops();
-    if (m_phase == EPhase::Closed || m_next >= stops.size()) return false;
+    if (m_phase == ESessionPhase::Closed || m_next >= stops.size()) return false;
     const auto isAt = [&](std::size_t at) { return stops[at].access == access && stops[at].index == index; };
     // A recovery leaves the checksum out.
     const bool isLeftOut = m_fileChecksum == 0 && stops[m_next].access == EAccess::Write &&
@@ -55,12 +56,14 @@ bool StartUpOrder::IsNext(EAccess access, uint32_t index) {
 }
 
 // A step after a start that failed tries once more.
-bool StartUpOrder::MayBringUp() const { return IsLoading() || m_phase == EPhase::Live || m_phase == EPhase::Closed; }
+bool StartUpOrder::MayBringUp() const {
+    return IsLoading() || m_phase == ESessionPhase::Live || m_phase == ESessionPhase::Closed;
+}
 
 void StartUpOrder::OnAccess(EAccess access, uint32_t index, uint32_t value, int64_t now) {
     if (IsAnnounced(access, index, value)) return;
     if (access == EAccess::Write && index == board::BRING_UP && MayBringUp()) {
-        if (m_phase == EPhase::Live && !m_isRecoveryDue) OutOfOrder(access, index);
+        if (m_phase == ESessionPhase::Live && !m_isRecoveryDue) OutOfOrder(access, index);
         m_next = m_script.BringUpStop();
     } else if (!IsNext(access, index)) {
         if (IsFree(access, index)) return;
@@ -87,7 +90,7 @@ void StartUpOrder::CheckValue(const Stop& stop, uint32_t value) const {
 void StartUpOrder::Enter(const Stop& stop, int64_t now) {
     const bool isMemoryTold = stop.index == board::MEMORY_STATUS;
     if (stop.index == board::BRING_UP || m_phase != stop.phase || isMemoryTold) {
-        CheckWait(now, stop.phase == EPhase::Memory);
+        CheckWait(now, stop.phase == ESessionPhase::Memory);
     }
     if (stop.index == board::BRING_UP) BeginBringUp();
     if (stop.index == board::SOFTWARE) m_attempts = 0;
@@ -96,7 +99,7 @@ void StartUpOrder::Enter(const Stop& stop, int64_t now) {
         m_isBoardWhole = true;
         ++m_engineStarts;
     }
-    if (stop.index == board::BRING_UP || (m_phase != stop.phase && stop.phase == EPhase::Loading)) m_since = now;
+    if (stop.index == board::BRING_UP || (m_phase != stop.phase && stop.phase == ESessionPhase::Loading)) m_since = now;
     m_phase = stop.phase;
 }
 
@@ -113,20 +116,20 @@ void StartUpOrder::BeginBringUp() {
 // waited for in full where nothing else has ended the wait.
 void StartUpOrder::CheckWait(int64_t now, bool isInFull) const {
     int64_t limit = 0;
-    if (m_phase == EPhase::Memory) limit = MEMORY_SECONDS;
+    if (m_phase == ESessionPhase::Memory) limit = MEMORY_SECONDS;
     if (IsLoading()) limit = m_waitSeconds + 1;
     if (limit == 0) return;
     const int64_t waited = now - m_since;
     const int64_t full = limit * NANOSECONDS_PER_SECOND;
     Require(waited <= full + ONE_POLL_NS && (!isInFull || waited >= full), 17, [=, this] {
-        return std::string(PhaseName(m_phase)) + " took " + std::to_string(waited / 1'000'000) + " ms of " +
+        return std::string(SessionPhaseName(m_phase)) + " took " + std::to_string(waited / 1'000'000) + " ms of " +
                std::to_string(limit) + " s";
     });
 }
 
 void StartUpOrder::OnNewObject() {
     m_attempts = 0;
-    m_phase = EPhase::Closed;
+    m_phase = ESessionPhase::Closed;
     m_isRecoveryDue = false;
     m_isWaitGoingOn = false;
     ForgetAnnounced();
@@ -139,7 +142,7 @@ void StartUpOrder::ForgetAnnounced() {
 
 void StartUpOrder::OnStart(uint32_t fileChecksum) {
     m_fileChecksum = fileChecksum;
-    m_phase = EPhase::Identity;
+    m_phase = ESessionPhase::Identity;
     m_next = 0;
 }
 
@@ -147,25 +150,25 @@ bool StartUpOrder::OnReturn(bool isOver, int64_t now) {
     CheckWait(now, false);
     m_fileChecksum = 0;
     if (isOver) {
-        m_phase = EPhase::Closed;
+        m_phase = ESessionPhase::Closed;
         m_isWaitGoingOn = false;
         ForgetAnnounced();
     }
-    if (isOver || m_phase == EPhase::Live) return false;
-    Require(m_phase == EPhase::Identity && m_next == m_script.BringUpStop(), 8,
-            [this] { return std::string("a start or step came back in the middle of ") + PhaseName(m_phase); });
-    m_phase = EPhase::Live;
+    if (isOver || m_phase == ESessionPhase::Live) return false;
+    Require(m_phase == ESessionPhase::Identity && m_next == m_script.BringUpStop(), 8,
+            [this] { return std::string("a start or step came back in the middle of ") + SessionPhaseName(m_phase); });
+    m_phase = ESessionPhase::Live;
     m_isRecoveryDue = false;
     return true;
 }
 
 void StartUpOrder::OutOfOrder(EAccess access, uint32_t index) const {
     std::string expected;
-    if (m_phase != EPhase::Closed && m_next < m_script.Stops().size()) {
+    if (m_phase != ESessionPhase::Closed && m_next < m_script.Stops().size()) {
         expected = ", next is " + Hex(m_script.Stops()[m_next].index);
     }
-    Break(8, std::string(access == EAccess::Write ? "write of " : "read of ") + Hex(index) + " in phase " +
-                 PhaseName(m_phase) + expected);
+    ThrowBreach(8, std::string(access == EAccess::Write ? "write of " : "read of ") + Hex(index) + " in phase " +
+                       SessionPhaseName(m_phase) + expected);
 }
 
 }  // namespace simulation

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "simulation/base/Phase.h"
+#include "simulation/base/SessionPhase.h"
 #include "simulation/rules/RegisterRules.h"
 #include "simulation/rules/StartScript.h"
 
@@ -13,7 +13,7 @@ namespace simulation {
 
 class StartUpOrder {
 public:
-    explicit StartUpOrder(const Plan& plan);
+    explicit StartUpOrder(const SessionPlan& plan);
 
     void OnAccess(EAccess access, uint32_t index, uint32_t value, int64_t now);
 
@@ -34,9 +34,9 @@ public:
     /// What has just been used was cleared again with the same segment: the wait for a snapshot goes on.
     void OnCleared() { m_isWaitGoingOn = true; }
 
-    EPhase Phase() const { return m_phase; }
+    ESessionPhase Phase() const { return m_phase; }
     /// Messages go to the snapshot's handler.
-    bool IsLoading() const { return m_phase == EPhase::Loading || m_isWaitGoingOn; }
+    bool IsLoading() const { return m_phase == ESessionPhase::Loading || m_isWaitGoingOn; }
     bool IsRecoveryDue() const { return m_isRecoveryDue; }
     int32_t Attempts() const { return m_attempts; }
     /// The last bring-up came to its end.
@@ -69,7 +69,7 @@ private:
     std::size_t m_announcedDone = 0;
     bool m_isSnapshotUnknown = false;
     std::size_t m_next = 0;
-    EPhase m_phase = EPhase::Closed;
+    ESessionPhase m_phase = ESessionPhase::Closed;
     int64_t m_since = 0;           ///< of the wait at hand
     bool m_isWaitGoingOn = false;  ///< although the tables have been written
     bool m_isRecoveryDue = false;

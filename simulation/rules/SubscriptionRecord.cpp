@@ -131,7 +131,8 @@ void SubscriptionRecord::OnWrite(uint32_t index, uint32_t value) {
             return;
         case EDue::Nothing: break;
     }
-    Break(33, "channel " + std::to_string(m_channel) + " writes register " + Hex(index) + " behind its last slot");
+    ThrowBreach(33,
+                "channel " + std::to_string(m_channel) + " writes register " + Hex(index) + " behind its last slot");
 }
 
 void SubscriptionRecord::OnRead(uint32_t index) {

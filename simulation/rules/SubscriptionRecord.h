@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "simulation/base/Plan.h"
+#include "simulation/base/SessionPlan.h"
 #include "simulation/rules/BoardMap.h"
 
 namespace simulation {
@@ -19,7 +19,7 @@ class SubscriptionRecord {
 public:
     using Slots = std::set<std::pair<int32_t, int32_t>>;  ///< feed, slot
 
-    explicit SubscriptionRecord(const Plan& plan) : m_plan(plan) {}
+    explicit SubscriptionRecord(const SessionPlan& plan) : m_plan(plan) {}
 
     /// What the tables hold: the id of each used slot of each feed, and which of them failed the price check.
     void OnTables(std::array<std::vector<std::string>, FEED_COUNT> ids, const Slots& refused);
@@ -59,7 +59,7 @@ private:
     void Expect(EDue due, uint32_t index, uint32_t value, uint32_t toldIndex, uint32_t toldValue) const;
     uint32_t WithChannel() const;
 
-    const Plan& m_plan;
+    const SessionPlan& m_plan;
     std::array<std::vector<std::string>, FEED_COUNT> m_ids;
     Slots m_refused;
     int32_t m_channel = -1;

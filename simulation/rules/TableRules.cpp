@@ -26,7 +26,7 @@ std::string TableName(std::size_t table) { return "table " + std::to_string(tabl
 
 }  // namespace
 
-bool TableRules::OnWrite(uint32_t index, uint32_t value, EPhase phase) {
+bool TableRules::OnWrite(uint32_t index, uint32_t value, ESessionPhase phase) {
     ++m_writes;
     const std::size_t table = TableOf(index);
     switch (index & PORT_MASK) {
@@ -36,9 +36,9 @@ bool TableRules::OnWrite(uint32_t index, uint32_t value, EPhase phase) {
     }
 }
 
-void TableRules::OnData(std::size_t table, uint32_t value, EPhase phase) {
-    Require(phase == EPhase::Tables || phase == EPhase::Subscribing || phase == EPhase::Engines, 8,
-            [=] { return TableName(table) + " written in phase " + PhaseName(phase); });
+void TableRules::OnData(std::size_t table, uint32_t value, ESessionPhase phase) {
+    Require(phase == ESessionPhase::Tables || phase == ESessionPhase::Subscribing || phase == ESessionPhase::Engines, 8,
+            [=] { return TableName(table) + " written in phase " + SessionPhaseName(phase); });
     Require(m_pending != EPending::ReadAddress && IsOurs(table), 7,
             [=] { return "data for " + TableName(table) + " inside another access"; });
     m_pending = EPending::Data;
@@ -46,7 +46,7 @@ void TableRules::OnData(std::size_t table, uint32_t value, EPhase phase) {
     m_data = value;
 }
 
-bool TableRules::OnAddress(std::size_t table, uint32_t word, EPhase phase) {
+bool TableRules::OnAddress(std::size_t table, uint32_t word, ESessionPhase phase) {
     Require(m_pending == EPending::Data && m_pendingTable == table, 7,
             [=] { return "address " + Hex(word) + " of " + TableName(table) + " without its data"; });
     m_pending = EPending::Nothing;
@@ -56,7 +56,7 @@ bool TableRules::OnAddress(std::size_t table, uint32_t word, EPhase phase) {
         return true;
     }
     Require(word < WordsOf(table), 6, [=] { return "word " + Hex(word) + " is outside " + TableName(table); });
-    if (phase == EPhase::Tables) Advance(table, word);
+    if (phase == ESessionPhase::Tables) Advance(table, word);
     const auto slot = static_cast<int32_t>(word / WORDS_PER_SLOT);
     if (slot >= m_touched[table]) {
         if (m_data == 0) return false;

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "common/FpgaStructCommon.h"
-#include "simulation/base/Phase.h"
+#include "simulation/base/SessionPhase.h"
 
 namespace simulation {
 
@@ -34,7 +34,7 @@ public:
 
     /// False when the board need not be told: a word's data before its address, or a zero on its way to a slot that
     /// never held anything else.
-    bool OnWrite(uint32_t index, uint32_t value, EPhase phase);
+    bool OnWrite(uint32_t index, uint32_t value, ESessionPhase phase);
     void OnRead(uint32_t index);
 
     void OpenPorts();  ///< a bring-up begins
@@ -54,8 +54,8 @@ public:
 private:
     enum class EPending : uint8_t { Nothing, Data, EmptyData, ReadAddress };
 
-    void OnData(std::size_t table, uint32_t value, EPhase phase);
-    bool OnAddress(std::size_t table, uint32_t word, EPhase phase);
+    void OnData(std::size_t table, uint32_t value, ESessionPhase phase);
+    bool OnAddress(std::size_t table, uint32_t word, ESessionPhase phase);
     void OnReadAddress(std::size_t table);
     void BeginTable(std::size_t table);
     void Advance(std::size_t table, uint32_t word);

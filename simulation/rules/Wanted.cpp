@@ -34,7 +34,7 @@ bool IsWanted(const ChannelPlan& channel, const std::string& id) {
 
 bool IsSettlementTrade(const std::string& id) { return id.find("TAS") != std::string::npos; }
 
-uint32_t ControlWord(const Plan& plan, const std::string& id) {
+uint32_t ControlWord(const SessionPlan& plan, const std::string& id) {
     uint32_t word = 0;
     for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) {
         if (IsWanted(plan.channels[channel], id)) word |= uint32_t{1} << channel;

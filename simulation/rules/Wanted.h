@@ -6,7 +6,7 @@
 
 #include "exchange/Instrument.h"
 #include "interface/VexaShfeMdStruct.h"
-#include "simulation/base/Plan.h"
+#include "simulation/base/SessionPlan.h"
 
 namespace simulation {
 
@@ -16,7 +16,7 @@ bool IsWanted(const ChannelPlan& channel, const std::string& id);
 bool IsEntryWanted(const ChannelPlan& channel, const std::string& entry, const std::string& id);
 
 /// The control word of an instrument on the board; 0 where no channel wants it.
-uint32_t ControlWord(const Plan& plan, const std::string& id);
+uint32_t ControlWord(const SessionPlan& plan, const std::string& id);
 
 bool IsSettlementTrade(const std::string& id);
 

@@ -5,14 +5,14 @@
 
 #include "simulation/base/WatchedAllocator.h"
 #include "simulation/rules/Invariants.h"
-#include "simulation/world/Seam.h"
+#include "simulation/world/WatchedProvider.h"
 
 namespace simulation {
 
 Holdings Holdings::Now() {
     const std::filesystem::directory_iterator entries("/proc/self/fd");
     return {WatchedAllocator::Alive(), WatchedAllocator::MappedBytes(),
-            static_cast<std::size_t>(std::distance(begin(entries), end(entries))), Seam::OpenHandles()};
+            static_cast<std::size_t>(std::distance(begin(entries), end(entries))), WatchedProvider::OpenHandles()};
 }
 
 std::string Holdings::Text() const {

@@ -24,7 +24,7 @@ constexpr int64_t MEMORY_SECONDS = 8;
 constexpr int64_t POLLS_PER_SECOND = NANOSECONDS_PER_SECOND / SimulatedClock::STEP_NS;
 
 /// Far above what a start needs, far below what never ends.
-uint64_t StartCallsMax(const Plan& plan) {
+uint64_t StartCallsMax(const SessionPlan& plan) {
     const auto seconds = static_cast<uint64_t>(MEMORY_SECONDS + plan.waitSeconds);
     const uint64_t slots = static_cast<uint64_t>(plan.shfeInstruments) + static_cast<uint64_t>(plan.ineInstruments);
     return static_cast<uint64_t>(plan.attempts) *
@@ -33,7 +33,7 @@ uint64_t StartCallsMax(const Plan& plan) {
 }
 
 /// Of a snapshot that nobody asked for. One that is a loaded feed's as well would be taken for that feed's.
-int32_t UnaskedTopic(const Plan& plan, EMDQPDataType feed) {
+int32_t UnaskedTopic(const SessionPlan& plan, EMDQPDataType feed) {
     constexpr int32_t NOBODYS = -2;
     const auto& topics = plan.settings.topics;
     const bool isShared = topics[feed] == topics[SHFE_2PS] || topics[feed] == topics[INE_2PS];
@@ -48,7 +48,7 @@ std::filesystem::path MakeDirectory() {
 
 }  // namespace
 
-software_board::BoardOptions BoardOptionsOf(const Plan& plan) {
+software_board::BoardOptions BoardOptionsOf(const SessionPlan& plan) {
     software_board::BoardOptions options;
     options.exchange.seed = plan.seed;
     options.exchange.shfeInstruments = plan.shfeInstruments;
@@ -68,7 +68,7 @@ software_board::BoardOptions BoardOptionsOf(const Plan& plan) {
     return options;
 }
 
-World::World(const Plan& plan, Canary& canary, EventTrace& trace, uint8_t filler)
+World::World(const SessionPlan& plan, Canary& canary, EventTrace& trace, uint8_t filler)
     : m_plan(plan),
       m_canary(canary),
       m_trace(trace),
@@ -84,7 +84,7 @@ World::World(const Plan& plan, Canary& canary, EventTrace& trace, uint8_t filler
       m_log(trace, canary, m_clock),
       m_managing(plan, m_truth, m_ledger, 0),
       m_other(plan, m_truth, m_ledger, plan.otherChannel),
-      m_seam(*this, filler) {
+      m_provider(*this, filler) {
     software_board::InstallBoard(m_plan.settings.bus, &m_board);
     m_lateDeals = DealLate(plan.seed);
     std::reverse(m_lateDeals.begin(), m_lateDeals.end());
@@ -135,7 +135,7 @@ std::string World::ConfigPath(int32_t channel, const std::string& remark) {
 void World::OnStart() {
     m_order.OnStart(m_fileChecksum);
     m_decision.OnStart(m_plan.isChecksumAsked, m_fileChecksum, m_board.IsLive());
-    m_reach.Note(m_decision.Shown(), EPhase::Identity);
+    m_reach.Note(m_decision.Shown(), ESessionPhase::Identity);
 }
 
 void World::OnNewManager(SimulatedApi* api) {
@@ -188,38 +188,39 @@ void World::EndCall(int32_t channel, bool isOver, bool hasRunOut) {
 // A start or a recovery gives up in few places: without an attempt left, without memory on the board, and where a stop
 // or a signal ends the wait for the snapshot.
 void World::RequireRightEnd(bool hasRunOut) {
-    const EPhase phase = m_order.Phase();
+    const ESessionPhase phase = m_order.Phase();
     const bool isSpent = m_order.Attempts() >= m_plan.attempts;
-    const bool isRight = phase == EPhase::Closed || phase == EPhase::Live || (phase == EPhase::Identity && isSpent) ||
-                         (phase == EPhase::Memory && m_plan.isMemoryDead) ||
-                         (phase == EPhase::Loading && (m_isEnding || isSpent)) ||
-                         (phase == EPhase::Tables && (m_isEnding || (m_order.IsLoading() && isSpent)));
-    Require(isRight || hasRunOut, 31, [=] { return std::string("a start gave up in phase ") + PhaseName(phase); });
+    const bool isRight = phase == ESessionPhase::Closed || phase == ESessionPhase::Live ||
+                         (phase == ESessionPhase::Identity && isSpent) ||
+                         (phase == ESessionPhase::Memory && m_plan.isMemoryDead) ||
+                         (phase == ESessionPhase::Loading && (m_isEnding || isSpent)) ||
+                         (phase == ESessionPhase::Tables && (m_isEnding || (m_order.IsLoading() && isSpent)));
+    Require(isRight || hasRunOut, 31,
+            [=] { return std::string("a start gave up in phase ") + SessionPhaseName(phase); });
 }
 
 void World::OnRecord(int32_t channel, const VexaShfeMdType& record) {
     const WatchedAllocator::Watch unwatched(false);
     ++m_recordsInCall;
     Note(EEvent::Record, channel, uint64_t{record.inst_no} << 32 | record.change_no, HashOf(&record, sizeof record));
-    const bool isSilent = channel == 0 && (m_order.Phase() != EPhase::Live || m_order.IsRecoveryDue());
+    const bool isSilent = channel == 0 && (m_order.Phase() != ESessionPhase::Live || m_order.IsRecoveryDue());
     Require(!isSilent && !m_canary.Lies(4), 4,
-            [&] { return IdOf(record) + " in phase " + PhaseName(m_order.Phase()); });
+            [&] { return IdOf(record) + " in phase " + SessionPhaseName(m_order.Phase()); });
     if (m_truth.IsInRound() && m_canary.Lies(5)) return;
-    if (m_canary.Number() == 21 && !m_truth.IsInRound() && Deliveries(channel).HasSeen(FeedOf(record), record) &&
+    if (m_canary.Number() == 21 && !m_truth.IsInRound() && Deliveries(channel).HasSeen(FeedOfRecord(record), record) &&
         m_canary.Lies(21))
         return;
     Deliveries(channel).OnRecord(AsTold(channel, record));
 }
 
-EMDQPDataType World::FeedOf(const VexaShfeMdType& record) const {
+EMDQPDataType World::FeedOfRecord(const VexaShfeMdType& record) const {
     return record.max_inst_no == static_cast<uint32_t>(m_plan.settings.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
 }
 
 // The record as the checks are to see it: as it is, but for the canaries of the rules about records.
 VexaShfeMdType World::AsTold(int32_t channel, const VexaShfeMdType& record) {
     VexaShfeMdType told = record;
-    const EMDQPDataType feed =
-        record.max_inst_no == static_cast<uint32_t>(m_plan.settings.maxInstNo[SHFE_2PS]) ? SHFE_2PS : INE_2PS;
+    const EMDQPDataType feed = FeedOfRecord(record);
     if (m_canary.Lies(1)) told.bid_volume ^= 1;
     if (m_canary.Number() == 2 && Deliveries(channel).HasSeen(feed, record) && record.change_no > 2 &&
         m_canary.Lies(2)) {
@@ -244,7 +245,7 @@ void World::Follow() {
     m_truth.Follow(statistics.liveUpdates, statistics.lostUpdates,
                    [this](EMDQPDataType feed, int32_t instNo, bool isLost) {
                        if (!isLost) return;
-                       m_ledger.Taint(feed, instNo, EQuirk::LossNotYetRebuilt);
+                       m_ledger.ExpectDifference(feed, instNo, EQuirk::LossNotYetRebuilt);
                        m_managing.OnLoss();
                        m_other.OnLoss();
                    });
@@ -273,17 +274,17 @@ void World::Raise(const EventCard& card) {
 // Once a session in each phase before the tables; behind it one late deal, and another when that has been rebuilt
 // after.
 void World::DealEvents() {
-    const EPhase phase = m_order.Phase();
+    const ESessionPhase phase = m_order.Phase();
     const auto index = static_cast<std::size_t>(phase);
-    if (phase == EPhase::Closed || m_truth.IsInRound()) return;
-    if (phase <= EPhase::Loading) {
+    if (phase == ESessionPhase::Closed || m_truth.IsInRound()) return;
+    if (phase <= ESessionPhase::Loading) {
         if (m_isDealt[index]) return;
         m_isDealt.set(index);
         for (const EventCard& card : DealBeforeTables(m_plan.seed, phase)) Raise(card);
         return;
     }
     if (m_lateDeals.empty() || m_lateDeals.back().phase != phase || m_dealtAtBringUp == m_order.BringUps()) return;
-    if (phase == EPhase::Live && m_order.IsRecoveryDue()) return;
+    if (phase == ESessionPhase::Live && m_order.IsRecoveryDue()) return;
     m_dealtAtBringUp = m_order.BringUps();
     for (const EventCard& card : m_lateDeals.back().cards) Raise(card);
     m_lateDeals.pop_back();

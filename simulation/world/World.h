@@ -11,13 +11,13 @@
 #include "simulation/base/Canary.h"
 #include "simulation/base/Edges.h"
 #include "simulation/base/EventTrace.h"
-#include "simulation/base/Plan.h"
 #include "simulation/base/Reach.h"
+#include "simulation/base/SessionPlan.h"
 #include "simulation/base/SimulatedClock.h"
 #include "simulation/rules/CounterRules.h"
 #include "simulation/rules/DeliveryRules.h"
-#include "simulation/rules/Ledger.h"
 #include "simulation/rules/LogRules.h"
+#include "simulation/rules/QuirkLedger.h"
 #include "simulation/rules/SnapshotReckoning.h"
 #include "simulation/rules/SnapshotRules.h"
 #include "simulation/rules/StartDecision.h"
@@ -25,15 +25,15 @@
 #include "simulation/rules/SubscriptionRecord.h"
 #include "simulation/rules/TableRules.h"
 #include "simulation/rules/TruthHistory.h"
-#include "simulation/world/Seam.h"
 #include "simulation/world/SimulatedApi.h"
+#include "simulation/world/WatchedProvider.h"
 #include "software_board/SoftwareBoard.h"
 
 namespace simulation {
 
 /// Something that happens just before the `at`-th outside call of a phase.
 struct Trigger {
-    EPhase phase = EPhase::Closed;
+    ESessionPhase phase = ESessionPhase::Closed;
     uint32_t at = 0;        ///< 0: none is set
     const char* what = "";  ///< for the reach
     std::function<void()> action;
@@ -41,7 +41,7 @@ struct Trigger {
 
 class World final : public IBoardWatcher {
 public:
-    World(const Plan& plan, Canary& canary, EventTrace& trace, uint8_t filler);
+    World(const SessionPlan& plan, Canary& canary, EventTrace& trace, uint8_t filler);
     ~World() override;
     World(const World&) = delete;
     World& operator=(const World&) = delete;
@@ -75,12 +75,12 @@ public:
     /// The managing channel starts.
     void OnStart();
 
-    const Plan& GetPlan() const { return m_plan; }
+    const SessionPlan& GetPlan() const { return m_plan; }
     Canary& GetCanary() { return m_canary; }
     SimulatedClock& Clock() { return m_clock; }
     software_board::SoftwareBoard& Board() { return m_board; }
     StartUpOrder& Order() { return m_order; }
-    Ledger& Quirks() { return m_ledger; }
+    QuirkLedger& Quirks() { return m_ledger; }
     Reach& Reached() { return m_reach; }
     DeliveryRules& Deliveries(int32_t channel) { return channel == 0 ? m_managing : m_other; }
     void Note(EEvent kind, int32_t channel, uint64_t what, uint64_t value);
@@ -100,15 +100,15 @@ public:
 private:
     void CountCall();
     bool IsOfDestructor();
-    void Fire();
+    void FireTrigger();
     void DealEvents();
     bool OnTableWrite(uint32_t index, uint32_t value);
     void OnTableRead(uint32_t index, uint32_t value);
     void OnPassRead(uint32_t index);
     void OnControlWrite(uint32_t index, uint32_t value);
-    void OnPhase(EPhase before, uint32_t index);
+    void OnPhase(ESessionPhase before, uint32_t index);
     void OnBringUp();
-    void NoteFaults(EPhase phase);
+    void NoteFaults(ESessionPhase phase);
     void Relist();
     void OnSnapshotUsed();
     void CheckTables();
@@ -122,13 +122,13 @@ private:
     bool IsSubscribed(EMDQPDataType feed, int32_t instNo) const;
     void RequireRightEnd(bool hasRunOut);
     bool OnEvent(int32_t channel, const U50Event& event);
-    ECounted Expect(int32_t channel, const unsigned char* data, unsigned int length);
+    ECounted ExpectedCount(int32_t channel, const unsigned char* data, unsigned int length);
     void HandOver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user);
     void CheckManager(const CCounters& before, ECounted expected);
     bool IsLoss(const U50Event& event);
     uint64_t LastUpdateSeconds();
     void Deliver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user);
-    void Reckon(const unsigned char* frame);
+    void ReckonFrame(const unsigned char* frame);
     void CheckReckoning(uint64_t failedBefore);
     void CheckDropped(const CCounters& before);
     void WatchSnapshot();
@@ -136,17 +136,17 @@ private:
     uint8_t EnabledFeeds() const {
         return static_cast<uint8_t>((m_plan.hasShfe ? 1U << SHFE_2PS : 0U) | (m_plan.hasIne ? 1U << INE_2PS : 0U));
     }
-    EMDQPDataType FeedOf(const VexaShfeMdType& record) const;
+    EMDQPDataType FeedOfRecord(const VexaShfeMdType& record) const;
     VexaShfeMdType AsTold(int32_t channel, const VexaShfeMdType& record);
 
-    const Plan& m_plan;
+    const SessionPlan& m_plan;
     Canary& m_canary;
     EventTrace& m_trace;
     std::filesystem::path m_directory;
     SimulatedClock m_clock;
     software_board::SoftwareBoard m_board;
     TruthHistory m_truth;
-    Ledger m_ledger;
+    QuirkLedger m_ledger;
     Reach m_reach;
     RegisterRules m_map;
     exchange::Faults m_faults;
@@ -161,7 +161,7 @@ private:
     LogRules m_log;
     DeliveryRules m_managing;
     DeliveryRules m_other;
-    Seam m_seam;
+    WatchedProvider m_provider;
 
     Trigger m_trigger;
     std::bitset<PHASE_COUNT> m_isDealt;  ///< phases before the tables
@@ -195,6 +195,6 @@ private:
 };
 
 /// The board as the plan wants it.
-software_board::BoardOptions BoardOptionsOf(const Plan& plan);
+software_board::BoardOptions BoardOptionsOf(const SessionPlan& plan);
 
 }  // namespace simulation

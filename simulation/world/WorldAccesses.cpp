@@ -31,7 +31,7 @@ bool World::IsOfDestructor() {
     return m_isDestroying;
 }
 
-void World::Fire() {
+void World::FireTrigger() {
     if (m_trigger.at == 0 || m_trigger.phase != m_order.Phase()) [[likely]]
         return;
     if (--m_trigger.at != 0) return;
@@ -52,21 +52,21 @@ bool World::OnWrite(uint32_t index, uint32_t value) {
     CountCall();
     Require(m_caller == 0, 26,
             [=, this] { return "channel " + std::to_string(m_caller) + " wrote register " + Hex(index); });
-    Fire();
+    FireTrigger();
     if (TableRules::IsPort(index)) return OnTableWrite(index, value);
     OnControlWrite(index, value);
     return true;
 }
 
 bool World::OnTableWrite(uint32_t index, uint32_t value) {
-    const EPhase phase = m_order.Phase();
-    if (phase == EPhase::Engines || phase == EPhase::Live) {
+    const ESessionPhase phase = m_order.Phase();
+    if (phase == ESessionPhase::Engines || phase == ESessionPhase::Live) {
         m_order.OnAccess(EAccess::Write, index, value, m_clock.Now());
         Note(EEvent::Write, 0, index, value);
     } else if (m_canary.Lies(7)) {
         return true;
     }
-    if (phase == EPhase::Subscribing && m_isPassKnown) {
+    if (phase == ESessionPhase::Subscribing && m_isPassKnown) {
         if (m_subscription.TakesReadAddress(index, value)) return true;
         m_subscription.OnWrite(index, m_canary.Lies(33) ? value ^ 2 : value);
         if (TableRules::IsReadAddress(index)) return true;
@@ -82,8 +82,8 @@ void World::OnControlWrite(uint32_t index, uint32_t value) {
     m_map.Check(EAccess::Write, m_canary.Lies(6) ? NOWHERE : index);
     if (index == board::ROUTE && m_canary.Lies(8)) return;
     if (index == board::SRC_PORT && m_canary.Lies(29)) value ^= 1;
-    const EPhase before = m_order.Phase();
-    if (index == board::BRING_UP && before == EPhase::Identity) {
+    const ESessionPhase before = m_order.Phase();
+    if (index == board::BRING_UP && before == ESessionPhase::Identity) {
         Require(!m_decision.MayLeaveAlone(), 30,
                 [] { return std::string("a board was brought up that runs this very configuration"); });
     }
@@ -99,29 +99,29 @@ void World::Relist() {
     m_truth.Relist(m_faults.Has(exchange::EFault::ChangingList) ? ++m_lists : 0);
 }
 
-void World::OnPhase(EPhase before, uint32_t index) {
+void World::OnPhase(ESessionPhase before, uint32_t index) {
     if (index == board::BRING_UP) return OnBringUp();
-    const EPhase now = m_order.Phase();
+    const ESessionPhase now = m_order.Phase();
     if (index == board::ENGINE_2PS) CheckSubscriptions();
     if (now == before) return;
-    if (now == EPhase::Tables) OnSnapshotUsed();
-    if (now == EPhase::Versions) {
+    if (now == ESessionPhase::Tables) OnSnapshotUsed();
+    if (now == ESessionPhase::Versions) {
         CheckTables();
         TellTables();
         LeaveStaleWords();
     }
-    if (now == EPhase::Engines && m_isPassKnown) m_subscription.RequireComplete();
-    if (now == EPhase::Loading || now == EPhase::Live) NoteFaults(now);
-    if (now != EPhase::Live) return;
+    if (now == ESessionPhase::Engines && m_isPassKnown) m_subscription.RequireComplete();
+    if (now == ESessionPhase::Loading || now == ESessionPhase::Live) NoteFaults(now);
+    if (now != ESessionPhase::Live) return;
     Follow();
     m_truth.RestartRound();
     m_other.OnRound();
 }
 
-void World::NoteFaults(EPhase phase) {
+void World::NoteFaults(ESessionPhase phase) {
     for (const exchange::FaultRow& row : exchange::FaultTable()) {
         const bool isOfBoard = row.place == exchange::EFaultPlace::Board;
-        if (m_faults.Has(row.kind) && isOfBoard == (phase == EPhase::Live)) m_reach.Note(row.name, phase);
+        if (m_faults.Has(row.kind) && isOfBoard == (phase == ESessionPhase::Live)) m_reach.Note(row.name, phase);
     }
 }
 
@@ -140,7 +140,7 @@ void World::OnBringUp() {
 void World::BeforeRead(EAccess access, uint32_t index) {
     if (IsOfDestructor()) return;
     CountCall();
-    Fire();
+    FireTrigger();
     m_looksAtReceive = m_clock.Looks();
     if (TableRules::IsPort(index)) return;
     m_map.Check(access, index);
@@ -150,7 +150,7 @@ void World::BeforeRead(EAccess access, uint32_t index) {
     }
     const int64_t late = index == board::MEMORY_STATUS && m_canary.Lies(17) ? 10 * NANOSECONDS_PER_SECOND : 0;
     m_order.OnAccess(access, index, 0, m_clock.Now() + late);
-    if (m_order.Phase() == EPhase::Subscribing) OnPassRead(index);
+    if (m_order.Phase() == ESessionPhase::Subscribing) OnPassRead(index);
     DealEvents();
     if (index == board::VERDICT && m_order.EngineStarts() > 0 && m_wasRecoveryDue && m_canary.Lies(16)) {
         m_order.OnAccess(EAccess::Write, board::CHECKSUM, 0, m_clock.Now());
@@ -161,13 +161,13 @@ void World::AfterRead(EAccess access, uint32_t index, uint64_t& value) {
     if (m_isDestroying) return;
     m_boardLooks += m_clock.Looks() - m_looksAtReceive;
     if (TableRules::IsPort(index)) return OnTableRead(index, static_cast<uint32_t>(value));
-    if (m_order.Phase() == EPhase::Identity) value = m_decision.Told(index, value);
+    if (m_order.Phase() == ESessionPhase::Identity) value = m_decision.ShownValue(index, value);
     Note(access == EAccess::Read64 ? EEvent::Read64 : EEvent::Read32, m_caller, index, value);
     Follow();
 }
 
 void World::OnTableRead(uint32_t index, uint32_t value) {
-    if (m_order.Phase() != EPhase::Subscribing || !m_isPassKnown) return m_tables.OnRead(index);
+    if (m_order.Phase() != ESessionPhase::Subscribing || !m_isPassKnown) return m_tables.OnRead(index);
     const bool isControlWord = m_subscription.IsControlWord();
     if (!m_subscription.TakesReadData(index)) {
         m_subscription.OnRead(index);
@@ -216,7 +216,7 @@ void World::CheckTables() {
     Note(EEvent::Slots, 0, m_tables.Writes(), m_tables.Hash());
     for (const EMDQPDataType feed : {SHFE_2PS, SHFE_4PS, INE_2PS, INE_4PS}) {
         const bool isWrong = m_plan.settings.isFaultInjected && IsEnabled(feed);
-        if (isWrong) m_ledger.Taint(feed, m_plan.settings.faultInstNo, EQuirk::InjectedFault);
+        if (isWrong) m_ledger.ExpectDifference(feed, m_plan.settings.faultInstNo, EQuirk::InjectedFault);
         if (m_reckoning.IsKnown()) CheckContents(feed);
         const int32_t slots = std::max(m_tables.SlotsTouched(feed), IsEnabled(feed) ? m_truth.Count(feed) : 0);
         for (int32_t instNo = 0; instNo < slots; ++instNo) CheckSlot(feed, instNo, IsEnabled(feed));
@@ -255,14 +255,14 @@ void World::CheckSlot(EMDQPDataType feed, int32_t instNo, bool isEnabled) {
                               ? m_reckoning.Insane().count({feed, instNo}) != 0
                               : !IsSane(slot) && !IsSettlementTrade(instrument.id) && !IsBlurred(instNo);
     if (isInsane && m_plan.isShielded) {
-        m_ledger.Book(EQuirk::ShieldedBook);
+        m_ledger.CountQuirk(EQuirk::ShieldedBook);
         m_insane.emplace(feed, instNo);
         return;
     }
     const bool hasTrueLimits = !m_faults.Has(exchange::EFault::SettlementLimits) || !IsSettlementTrade(instrument.id);
     const std::string difference = Difference(slot, instrument, m_truth.Latest(feed, instNo), hasTrueLimits);
-    if (difference.empty() || m_ledger.Explains(feed, instNo)) return;
-    Break(9, difference + " of " + instrument.id + " differs from the snapshot");
+    if (difference.empty() || m_ledger.IsDifferenceExpected(feed, instNo)) return;
+    ThrowBreach(9, difference + " of " + instrument.id + " differs from the snapshot");
 }
 
 // What the tables hold, as the subscriptions and the index file find it.
@@ -338,7 +338,7 @@ void World::CheckSubscriptions() {
             const uint32_t told = m_board.Slot(feed, instNo).config ^ (m_canary.Lies(10) ? 1U : 0U);
             Require(told == expected, 10,
                     [&] { return "control word of " + id + " is " + Hex(told) + ", not " + Hex(expected); });
-            if (expected != ControlWord(m_plan, id)) m_ledger.Taint(feed, instNo, EQuirk::ShieldedBook);
+            if (expected != ControlWord(m_plan, id)) m_ledger.ExpectDifference(feed, instNo, EQuirk::ShieldedBook);
         }
     }
 }

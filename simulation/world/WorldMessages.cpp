@@ -38,10 +38,10 @@ void World::BeforeReceive(int32_t channel) {
     if (IsOfDestructor()) return;
     CountCall();
     const bool isLate = channel == 0 && m_isEnding && m_order.IsLoading();
-    const bool isLie = m_order.Phase() == EPhase::Loading && m_canary.Lies(31);
+    const bool isLie = m_order.Phase() == ESessionPhase::Loading && m_canary.Lies(31);
     Require(!isLate && !isLie, 31, [] { return std::string("the snapshot is waited for after the session's end"); });
     if (channel == 0) {
-        Fire();
+        FireTrigger();
         DealEvents();
     }
     m_looksAtReceive = m_clock.Looks();
@@ -57,20 +57,20 @@ void World::OnMessage(int32_t channel, const unsigned char* data, unsigned int l
     m_looksAtReceive = UINT64_MAX;
     Note(EEvent::Message, channel, TypeOf(data), HashOf(data, length));
     Follow();
-    const ECounted expected = Expect(channel, data, length);
+    const ECounted expected = ExpectedCount(channel, data, length);
     if (channel != 0) return HandOver(data, length, handler, user);
-    const bool wasLoading = m_order.Phase() == EPhase::Loading;
+    const bool wasLoading = m_order.Phase() == ESessionPhase::Loading;
     const CCounters before = m_manager->Counters();
     HandOver(data, length, handler, user);
     m_order.RequireNothingAnnounced();
     if (wasLoading) CheckReckoning(before[ECounter::PriceCheckFailed]);
     if (wasLoading && expected == ECounted::Sound && m_reckoning.IsKnown()) CheckDropped(before);
     CheckManager(before, expected);
-    if (m_order.Phase() == EPhase::Loading) WatchSnapshot();
+    if (m_order.Phase() == ESessionPhase::Loading) WatchSnapshot();
 }
 
 // What the message is, told to the rules it concerns, and what it may count on the managing channel.
-ECounted World::Expect(int32_t channel, const unsigned char* data, unsigned int length) {
+ECounted World::ExpectedCount(int32_t channel, const unsigned char* data, unsigned int length) {
     const uint32_t type = TypeOf(data);
     bool isLoss = false;
     if (type == DMA_EVENT) {
@@ -84,16 +84,16 @@ ECounted World::Expect(int32_t channel, const unsigned char* data, unsigned int 
     const uint32_t frameLength = length - DMA_TCP_FRAME_OFFSET;
     if (channel == 0) m_snapshot.OnFrame(frame, frameLength, EnabledFeeds());
     if (!m_snapshot.IsSound(frame, frameLength)) return ECounted::Unsound;
-    if (channel == 0) Reckon(frame);
+    if (channel == 0) ReckonFrame(frame);
     return m_reckoning.IsKnown() ? ECounted::Sound : ECounted::Astray;
 }
 
-void World::Reckon(const unsigned char* frame) {
+void World::ReckonFrame(const unsigned char* frame) {
     if (m_isMemoryShort || m_faults.Has(exchange::EFault::SplitAnywhere)) m_reckoning.GiveUp();
     m_order.SetSnapshotUnknown(!m_reckoning.IsKnown());
     if (!m_reckoning.IsKnown()) return;
     m_outcome = m_reckoning.OnFrame(frame);
-    for (const SnapshotContents::Told& told : m_reckoning.Told()) {
+    for (const SnapshotContents::RegisterWrite& told : m_reckoning.RegisterWrites()) {
         m_order.Announce(EAccess::Write, told.index, told.value);
     }
 }
@@ -104,9 +104,9 @@ void World::CheckReckoning(uint64_t failedBefore) {
     const EOutcome due = std::exchange(m_outcome, EOutcome::GoesOn);
     if (!m_reckoning.IsKnown()) return;
     const bool isRefused = m_manager->PriceChecksFailed() != failedBefore;
-    const EOutcome came = isRefused                           ? EOutcome::Refused
-                          : m_order.Phase() > EPhase::Loading ? EOutcome::Used
-                                                              : EOutcome::GoesOn;
+    const EOutcome came = isRefused                                  ? EOutcome::Refused
+                          : m_order.Phase() > ESessionPhase::Loading ? EOutcome::Used
+                                                                     : EOutcome::GoesOn;
     constexpr const char* NAMES[] = {"still loading", "used", "refused"};
     Require(came == due && !m_canary.Lies(34), 34, [=] {
         return std::string("the snapshot is ") + NAMES[static_cast<int>(came)] + ", not " +
@@ -114,7 +114,7 @@ void World::CheckReckoning(uint64_t failedBefore) {
     });
     if (m_reckoning.IsUsedAndCleared()) {
         m_order.OnCleared();
-        m_ledger.Book(EQuirk::ResetAtTheEnd);
+        m_ledger.CountQuirk(EQuirk::ResetAtTheEnd);
     }
     const uint8_t mask = m_manager->FinishedMask();
     Require(mask == m_reckoning.FinishedMask(), 34,
@@ -183,9 +183,9 @@ bool World::OnEvent(int32_t channel, const U50Event& event) {
     const bool isLost = (event.event_data0 & LOST_BITS) != 0;
     if (isLost) Deliveries(channel).OnGap();
     if (channel != 0) return false;
-    const EPhase phase = m_order.Phase();
-    if (phase == EPhase::Loading && isLost) m_ledger.OnLossWhileStarting();
-    if (phase != EPhase::Live || !IsLoss(event)) return false;
+    const ESessionPhase phase = m_order.Phase();
+    if (phase == ESessionPhase::Loading && isLost) m_ledger.OnLossWhileStarting();
+    if (phase != ESessionPhase::Live || !IsLoss(event)) return false;
     for (const uint32_t index : board::DIAGNOSTICS) m_order.Announce(EAccess::Read32, index);
     m_order.OnLoss();
     return true;
@@ -196,7 +196,7 @@ bool World::IsLoss(const U50Event& event) {
     if ((event.event_data0 & TIME_OUT_BITS) == 0) return (event.event_data3 & LOST_COUNT_BITS) != 0;
     for (uint32_t feed = 0; feed < FEED_COUNT; ++feed) m_order.Announce(EAccess::Read64, board::LAST_UPDATE + feed);
     if (!IsQuiet(LastUpdateSeconds())) return true;
-    m_ledger.Book(EQuirk::QuietTimeOut);
+    m_ledger.CountQuirk(EQuirk::QuietTimeOut);
     return false;
 }
 

@@ -25,7 +25,7 @@ constexpr uint64_t SESSIONS_FOR_A_CANARY = 40;
 
 std::string TraceOf(uint64_t seed) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), std::fclose);
-    RunSession(MakePlan(seed, {}), 0, file.get());
+    RunSession(MakePlan(seed), 0, file.get());
     std::string text(static_cast<std::size_t>(std::ftell(file.get())), '\0');
     std::rewind(file.get());
     text.resize(std::fread(text.data(), 1, text.size(), file.get()));
@@ -46,11 +46,11 @@ constexpr uint64_t SEEDS_IN_A_TEST = 4;
 INSTANTIATE_TEST_SUITE_P(Twelve, Seeds, testing::Range<uint64_t>(0, 3));
 
 TEST_P(Seeds, AreClean) {
-    const Wish wish{.seed = 1 + GetParam() * SEEDS_IN_A_TEST, .sessions = SEEDS_IN_A_TEST};
-    const Totals totals = RunSessions(wish);
+    const RunOptions options{.seed = 1 + GetParam() * SEEDS_IN_A_TEST, .sessions = SEEDS_IN_A_TEST};
+    const Totals totals = RunSessions(options);
     EXPECT_EQ(totals.sessions, SEEDS_IN_A_TEST);
     EXPECT_GT(totals.updates, 0U);
-    EXPECT_FALSE(totals.broken) << TellBreach(totals, wish);
+    EXPECT_FALSE(totals.broken) << TellBreach(totals, options);
 }
 
 class EachCanary : public testing::TestWithParam<Invariant> {};
@@ -66,19 +66,19 @@ TEST_P(EachCanary, BreaksItsOwnRule) {
 }
 
 TEST(Shrinking, LeavesWhatBreaksTheRuleAlone) {
-    Plan plan = MakePlan(10, {});
+    SessionPlan plan = MakePlan(10);
     ASSERT_GT(plan.faults.size(), 2U);
     ASSERT_GT(plan.steps.size(), 2U);
     plan.faults.resize(2);
     plan.steps.resize(2, plan.steps.front());
-    const Plan shrunk = Shrink(plan, 1, 1);  // the first record breaks it: neither fault nor step is needed
+    const SessionPlan shrunk = Shrink(plan, 1, 1);  // the first record breaks it: neither fault nor step is needed
     EXPECT_TRUE(shrunk.faults.empty());
     EXPECT_TRUE(shrunk.steps.empty());
 }
 
 TEST(Breach, IsToldWithSeedCommandRuleAndPlan) {
-    const Wish wish{.seed = 2, .canary = 20};
-    const std::string text = TellBreach(RunSessions(wish), wish);
+    const RunOptions options{.seed = 2, .canary = 20};
+    const std::string text = TellBreach(RunSessions(options), options);
     EXPECT_NE(text.find("broken: 20 (results)"), std::string::npos);
     EXPECT_NE(text.find("vexa-sim --seed 2 --faults all --canary 20"), std::string::npos);
     EXPECT_NE(text.find("the least that breaks it:\nfaults: none\n"), std::string::npos);
@@ -96,34 +96,35 @@ TEST(Faults, ThatAreNotKnownAreRefusedWithTheKnownOnes) {
 TEST(Reach, TellsEachCellThatWasMetTooSeldom) {
     Reach reach;
     reach.SetForm(EForm::Polling);
-    for (int times = 0; times < 4; ++times) reach.Note("stop in start", EPhase::Tables);
+    for (int times = 0; times < 4; ++times) reach.Note("stop in start", ESessionPhase::Tables);
     const std::string holes = Holes(reach, 2000);
     EXPECT_NE(holes.find("stop in start in phase tables by polling: 4 of 5\n"), std::string::npos);
     EXPECT_NE(holes.find("stop in start in phase tables by callback: 0 of 5\n"), std::string::npos);
     EXPECT_NE(holes.find("event 3.31 in phase live by callback: 0 of 5\n"), std::string::npos);
     EXPECT_EQ(holes.find("stop in start in phase live"), std::string::npos);
     EXPECT_EQ(holes.find("stop-from-callback in phase live by polling"), std::string::npos);
-    reach.Note("stop in start", EPhase::Tables);
+    reach.Note("stop in start", ESessionPhase::Tables);
     EXPECT_EQ(Holes(reach, 2000).find("stop in start in phase tables by polling"), std::string::npos);
     EXPECT_NE(Holes(reach, 10).find("event 0.0 in phase live by callback: 0 of 1\n"), std::string::npos);
 }
 
 TEST(Edges, EveryCardIsDealtToEachPhaseAndForm) {
-    std::map<std::tuple<std::string, EPhase, bool>, int> dealt;
+    std::map<std::tuple<std::string, ESessionPhase, bool>, int> dealt;
     for (uint64_t seed = 1; seed <= 2000; ++seed) {
         for (const LateDeal& deal : DealLate(seed)) {
             for (const EventCard& card : deal.cards) ++dealt[{card.name, deal.phase, IsPollingDealt(seed)}];
         }
-        for (const TimeCard& card : DealTimes(seed)) ++dealt[{card.name, EPhase::Live, IsPollingDealt(seed)}];
+        for (const TimeCard& card : DealTimes(seed)) ++dealt[{card.name, ESessionPhase::Live, IsPollingDealt(seed)}];
     }
     for (const bool isPolling : {false, true}) {
-        for (const EPhase phase : {EPhase::Tables, EPhase::Versions, EPhase::Subscribing, EPhase::Engines}) {
+        for (const ESessionPhase phase :
+             {ESessionPhase::Tables, ESessionPhase::Versions, ESessionPhase::Subscribing, ESessionPhase::Engines}) {
             for (const EventCard& card : AllSingles())
                 EXPECT_GE((dealt[{card.name, phase, isPolling}]), 5) << card.name;
             for (const EventCard& card : AllPairs()) EXPECT_GE((dealt[{card.name, phase, isPolling}]), 5) << card.name;
         }
         for (const TimeCard& card : AllTimes()) {
-            EXPECT_GE((dealt[{card.name, EPhase::Live, isPolling}]), 5) << card.name;
+            EXPECT_GE((dealt[{card.name, ESessionPhase::Live, isPolling}]), 5) << card.name;
         }
     }
 }
@@ -137,14 +138,14 @@ TEST(StartDecision, LeavesABoardAloneInFlowWithoutAnEventAlone) {
         for (auto& sample : told) {
             std::size_t counter = 0;
             for (const uint32_t index : {0x1220, 0x1230, 0x1240, 0x1250, 0x1207}) {
-                sample[counter++] = decision.Told(index, 100 + index);
+                sample[counter++] = decision.ShownValue(index, 100 + index);
             }
         }
         EXPECT_FALSE(decision.MayLeaveAlone());  // the checksum has not been read
-        decision.Told(0x1001, 7);
+        decision.ShownValue(0x1001, 7);
         const bool hasFlowed = !std::equal(told[0], told[0] + 4, told[1]);
         EXPECT_EQ(decision.MayLeaveAlone(), hasFlowed && told[0][4] == told[1][4]) << decision.Shown();
-        decision.Told(0x1001, 8);
+        decision.ShownValue(0x1001, 8);
         EXPECT_FALSE(decision.MayLeaveAlone());
     }
 }

@@ -1,4 +1,4 @@
-#include "simulation/rules/Ledger.h"
+#include "simulation/rules/QuirkLedger.h"
 
 namespace simulation {
 
@@ -9,19 +9,19 @@ const char* QuirkName(EQuirk quirk) {
     return NAMES[static_cast<std::size_t>(quirk)];
 }
 
-void Ledger::AddTo(std::array<uint64_t, QUIRK_COUNT>& totals) const {
+void QuirkLedger::AddTo(std::array<uint64_t, QUIRK_COUNT>& totals) const {
     for (std::size_t quirk = 0; quirk < QUIRK_COUNT; ++quirk) totals[quirk] += m_booked[quirk];
 }
 
-bool Ledger::Explains(EMDQPDataType feed, int32_t instNo) {
-    const auto found = m_tainted.find({feed, instNo});
-    if (found == m_tainted.end()) return false;
-    Book(found->second);
+bool QuirkLedger::IsDifferenceExpected(EMDQPDataType feed, int32_t instNo) {
+    const auto found = m_differences.find({feed, instNo});
+    if (found == m_differences.end()) return false;
+    CountQuirk(found->second);
     return true;
 }
 
-void Ledger::Deepen(EQuirk why) {
-    for (auto& [instrument, reason] : m_tainted) {
+void QuirkLedger::MarkLossesLasting(EQuirk why) {
+    for (auto& [instrument, reason] : m_differences) {
         if (reason == EQuirk::LossNotYetRebuilt) reason = why;
     }
 }

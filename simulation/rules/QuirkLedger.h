@@ -30,25 +30,25 @@ constexpr std::size_t QUIRK_COUNT = static_cast<std::size_t>(EQuirk::Count_);
 
 const char* QuirkName(EQuirk quirk);
 
-class Ledger {
+class QuirkLedger {
 public:
-    void Book(EQuirk quirk) { ++m_booked[static_cast<std::size_t>(quirk)]; }
+    void CountQuirk(EQuirk quirk) { ++m_booked[static_cast<std::size_t>(quirk)]; }
     void AddTo(std::array<uint64_t, QUIRK_COUNT>& totals) const;
 
     /// Until the next bring-up this instrument may differ from the truth, because of `why`.
-    void Taint(EMDQPDataType feed, int32_t instNo, EQuirk why) { m_tainted[{feed, instNo}] = why; }
+    void ExpectDifference(EMDQPDataType feed, int32_t instNo, EQuirk why) { m_differences[{feed, instNo}] = why; }
     /// True, and booked, where the board cannot know better.
-    bool Explains(EMDQPDataType feed, int32_t instNo);
-    void OnBringUp() { m_tainted.clear(); }
-    void OnLossWhileStarting() { Deepen(EQuirk::LossWhileStarting); }
-    void OnBoardLeftAlone() { Deepen(EQuirk::LossUnheard); }
+    bool IsDifferenceExpected(EMDQPDataType feed, int32_t instNo);
+    void OnBringUp() { m_differences.clear(); }
+    void OnLossWhileStarting() { MarkLossesLasting(EQuirk::LossWhileStarting); }
+    void OnBoardLeftAlone() { MarkLossesLasting(EQuirk::LossUnheard); }
 
 private:
     /// No recovery will follow the losses so far.
-    void Deepen(EQuirk why);
+    void MarkLossesLasting(EQuirk why);
 
     std::array<uint64_t, QUIRK_COUNT> m_booked{};
-    std::map<std::pair<int32_t, int32_t>, EQuirk> m_tainted;
+    std::map<std::pair<int32_t, int32_t>, EQuirk> m_differences;
 };
 
 }  // namespace simulation

@@ -1,4 +1,4 @@
-#include "simulation/Party.h"
+#include "simulation/CheckedApplication.h"
 
 #include <csignal>
 #include <cstring>
@@ -30,7 +30,7 @@ private:
 
 }  // namespace
 
-Party::Party(World& world, int32_t channel) : m_world(world), m_channel(channel) {
+CheckedApplication::CheckedApplication(World& world, int32_t channel) : m_world(world), m_channel(channel) {
     {
         const Watch watched(true);
         m_api = std::make_unique<SimulatedApi>();
@@ -38,13 +38,13 @@ Party::Party(World& world, int32_t channel) : m_world(world), m_channel(channel)
     if (channel == 0) world.OnNewManager(m_api.get());
 }
 
-Party::~Party() {
+CheckedApplication::~CheckedApplication() {
     m_world.OnDestroying();
     const Watch watched(true);
     m_api.reset();
 }
 
-void Party::OnVexaShfeMd(VexaShfeMdType& md) {
+void CheckedApplication::OnVexaShfeMd(VexaShfeMdType& md) {
     m_world.OnRecord(m_channel, md);
     if (m_isStoppingAtUpdate) Stop();
     m_isStoppingAtUpdate = false;
@@ -52,15 +52,15 @@ void Party::OnVexaShfeMd(VexaShfeMdType& md) {
 
 // ---- starting -------------------------------------------------------------------------------------------------------
 
-int32_t Party::Start(bool isPolling, const std::string& remark) {
+int32_t CheckedApplication::Start(bool isPolling, const std::string& remark) {
     const std::string path = m_world.ConfigPath(m_channel, remark);
     m_isPolling = isPolling;
     if (!isPolling) {
         m_isStopped = false;
-        if (!m_isSignalled) m_endedIn = EPhase::Closed;
+        if (!m_isSignalled) m_endedIn = ESessionPhase::Closed;
     } else if (m_isStopped) {
-        m_world.Quirks().Book(EQuirk::StopKeptByPolling);
-        m_endedIn = EPhase::Closed;
+        m_world.Quirks().CountQuirk(EQuirk::StopKeptByPolling);
+        m_endedIn = ESessionPhase::Closed;
     }
     const uint64_t bringUps = m_world.Order().BringUps();
     const bool hasAttempts = m_world.Order().Attempts() < m_world.GetPlan().attempts;
@@ -75,7 +75,7 @@ int32_t Party::Start(bool isPolling, const std::string& remark) {
     m_world.EndCall(m_channel, result != 0, m_hasRunOut);
     const bool hasBroughtUp = m_world.Order().BringUps() != bringUps;
     if (m_channel == 0 && !hasAttempts && result != 0) {
-        m_world.Quirks().Book(EQuirk::AttemptsUsedUp);
+        m_world.Quirks().CountQuirk(EQuirk::AttemptsUsedUp);
     } else {
         const int32_t expected = hasBroughtUp ? ExpectedStart() : 0;
         const bool isGivenUp = m_hasRunOut && result == -2;
@@ -87,7 +87,7 @@ int32_t Party::Start(bool isPolling, const std::string& remark) {
     return result;
 }
 
-int32_t Party::CallStart(const char* path) {
+int32_t CheckedApplication::CallStart(const char* path) {
     const Shortage shortage = std::exchange(m_shortage, {});
     const ShortMemory memory(shortage.number, shortage.failure);
     const Watch watched(true);
@@ -97,14 +97,14 @@ int32_t Party::CallStart(const char* path) {
 }
 
 // A stop during the snapshot fails the start; one that comes later ends the first step.
-int32_t Party::ExpectedStart() const {
+int32_t CheckedApplication::ExpectedStart() const {
     if (m_world.GetPlan().isMemoryDead) return -2;
-    return IsEnding() && m_endedIn <= EPhase::Tables ? -2 : 0;
+    return IsEnding() && m_endedIn <= ESessionPhase::Tables ? -2 : 0;
 }
 
-void Party::CheckLevel() {
-    const Plan& plan = m_world.GetPlan();
-    if (plan.isMemoryDead) return m_world.Quirks().Book(EQuirk::LevelLeftRaised);
+void CheckedApplication::CheckLevel() {
+    const SessionPlan& plan = m_world.GetPlan();
+    if (plan.isMemoryDead) return m_world.Quirks().CountQuirk(EQuirk::LevelLeftRaised);
     Require(LogRules::Level() == plan.logLevel, 23, [&] {
         return "the log level is " + std::to_string(LogRules::Level()) + " instead of " + std::to_string(plan.logLevel);
     });
@@ -112,11 +112,11 @@ void Party::CheckLevel() {
 
 // ---- receiving ------------------------------------------------------------------------------------------------------
 
-bool Party::MayBringUp() const {
-    return m_channel == 0 && (m_world.Order().IsRecoveryDue() || m_world.Order().Phase() == EPhase::Closed);
+bool CheckedApplication::MayBringUp() const {
+    return m_channel == 0 && (m_world.Order().IsRecoveryDue() || m_world.Order().Phase() == ESessionPhase::Closed);
 }
 
-int32_t Party::CallReceive(bool mayBringUp) {
+int32_t CheckedApplication::CallReceive(bool mayBringUp) {
     const Shortage shortage = mayBringUp ? std::exchange(m_shortage, {}) : Shortage();
     const ShortMemory memory(shortage.number, shortage.failure);
     const Watch watched(true);
@@ -125,7 +125,7 @@ int32_t Party::CallReceive(bool mayBringUp) {
     return result;
 }
 
-int32_t Party::Step() {
+int32_t CheckedApplication::Step() {
     const bool wasEnding = IsEnding();
     const bool mayBringUp = MayBringUp();
     m_world.BeginCall(m_channel, mayBringUp, mayBringUp && m_shortage.number != 0);
@@ -141,7 +141,7 @@ int32_t Party::Step() {
     return result;
 }
 
-void Party::CheckResult(int32_t result) {
+void CheckedApplication::CheckResult(int32_t result) {
     const bool hasRecord = m_world.RecordsInCall() == 1;
     Require(hasRecord == (result == 1) && m_world.RecordsInCall() <= 1, 20, [&] {
         return "a step that delivered " + std::to_string(m_world.RecordsInCall()) + " records returned " +
@@ -156,23 +156,25 @@ void Party::CheckResult(int32_t result) {
 
 // ---- ending ---------------------------------------------------------------------------------------------------------
 
-void Party::Stop() {
+void CheckedApplication::Stop() {
     if (!IsEnding()) m_endedIn = m_world.Order().Phase();
     m_isStopped = true;
     if (m_channel == 0) m_world.SetEnding(true);
     m_api->VexaStop();
 }
 
-void Party::Signal() {
+void CheckedApplication::Signal() {
     if (!IsEnding()) m_endedIn = m_world.Order().Phase();
     m_isSignalled = true;
     if (m_channel == 0) m_world.SetEnding(true);
     std::raise(SIGTERM);
 }
 
-void Party::RunOutOfMemory(uint64_t number, WatchedAllocator::Failure failure) { m_shortage = {number, failure}; }
+void CheckedApplication::RunOutOfMemory(uint64_t number, WatchedAllocator::Failure failure) {
+    m_shortage = {number, failure};
+}
 
-void Party::CheckEnded() {
+void CheckedApplication::CheckEnded() {
     for (int step = 0; step < 3; ++step) Step();
     const uint32_t alive = m_api->EarlySegments() + m_api->CarryOvers() + (m_world.GetCanary().Lies(13) ? 1 : 0);
     Require(alive == 0, 13, [=] { return std::to_string(alive) + " entries or buffers are alive"; });

@@ -1,4 +1,4 @@
-#include "simulation/world/Seam.h"
+#include "simulation/world/WatchedProvider.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -135,20 +135,20 @@ constexpr VexaBoardProvider PROVIDER{VEXA_BOARD_PROVIDER_VERSION,
 
 }  // namespace
 
-Seam::Seam(IBoardWatcher& watcher, uint8_t filler) {
-    if (g_watcher != nullptr) throw std::logic_error("one Seam at a time");
+WatchedProvider::WatchedProvider(IBoardWatcher& watcher, uint8_t filler) {
+    if (g_watcher != nullptr) throw std::logic_error("one WatchedProvider at a time");
     g_watcher = &watcher;
     g_openHandles = 0;
     g_filler = filler;
     UseBoardProvider(&PROVIDER);
 }
 
-Seam::~Seam() {
+WatchedProvider::~WatchedProvider() {
     CDrvRegEnyx::GetInstance().Destory();
     UseBoardProvider(nullptr);
     g_watcher = nullptr;
 }
 
-int32_t Seam::OpenHandles() { return g_openHandles; }
+int32_t WatchedProvider::OpenHandles() { return g_openHandles; }
 
 }  // namespace simulation

@@ -23,13 +23,13 @@ public:
     virtual ~IBoardWatcher() = default;
 };
 
-class Seam {
+class WatchedProvider {
 public:
     /// `filler`: what lies in memory behind every message.
-    Seam(IBoardWatcher& watcher, uint8_t filler);
-    ~Seam();
-    Seam(const Seam&) = delete;
-    Seam& operator=(const Seam&) = delete;
+    WatchedProvider(IBoardWatcher& watcher, uint8_t filler);
+    ~WatchedProvider();
+    WatchedProvider(const WatchedProvider&) = delete;
+    WatchedProvider& operator=(const WatchedProvider&) = delete;
 
     /// Register areas and streams that are open.
     static int32_t OpenHandles();

@@ -7,7 +7,7 @@
 
 namespace simulation {
 
-enum class EPhase : uint8_t {
+enum class ESessionPhase : uint8_t {
     Closed,
     Identity,
     Memory,
@@ -21,11 +21,11 @@ enum class EPhase : uint8_t {
     Count_
 };
 
-constexpr std::size_t PHASE_COUNT = static_cast<std::size_t>(EPhase::Count_);
+constexpr std::size_t PHASE_COUNT = static_cast<std::size_t>(ESessionPhase::Count_);
 
 inline constexpr std::array<const char*, PHASE_COUNT> PHASE_NAMES{
     "closed", "identity", "memory", "programming", "loading", "tables", "versions", "subscribing", "engines", "live"};
 
-constexpr const char* PhaseName(EPhase phase) { return PHASE_NAMES[static_cast<std::size_t>(phase)]; }
+constexpr const char* SessionPhaseName(ESessionPhase phase) { return PHASE_NAMES[static_cast<std::size_t>(phase)]; }
 
 }  // namespace simulation

@@ -11,12 +11,12 @@
 
 namespace simulation {
 
-class Party final : public CVexaShfeMdSpi {
+class CheckedApplication final : public CVexaShfeMdSpi {
 public:
-    Party(World& world, int32_t channel);
-    ~Party() override;
-    Party(const Party&) = delete;
-    Party& operator=(const Party&) = delete;
+    CheckedApplication(World& world, int32_t channel);
+    ~CheckedApplication() override;
+    CheckedApplication(const CheckedApplication&) = delete;
+    CheckedApplication& operator=(const CheckedApplication&) = delete;
 
     void OnVexaShfeMd(VexaShfeMdType& md) override;
 
@@ -60,8 +60,8 @@ private:
     bool m_isSignalled = false;
     bool m_isStoppingAtUpdate = false;
     Shortage m_shortage;
-    bool m_hasRunOut = false;           ///< of memory, in the last call
-    EPhase m_endedIn = EPhase::Closed;  ///< where the stop or signal came
+    bool m_hasRunOut = false;                         ///< of memory, in the last call
+    ESessionPhase m_endedIn = ESessionPhase::Closed;  ///< where the stop or signal came
 };
 
 }  // namespace simulation

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "common/FpgaStructCommon.h"
-#include "simulation/base/Phase.h"
+#include "simulation/base/SessionPhase.h"
 #include "simulation/base/Settings.h"
 
 namespace simulation {
@@ -38,7 +38,7 @@ const char* StepName(EStep step);
 
 struct Step {
     EStep kind = EStep::Live;
-    EPhase phase = EPhase::Live;
+    ESessionPhase phase = ESessionPhase::Live;
     uint32_t at = 1;
     int32_t count = 0;
     std::string Text() const;
@@ -49,7 +49,7 @@ struct ChannelPlan {
     bool hasOptions = false;
 };
 
-struct Plan {
+struct SessionPlan {
     uint64_t seed = 1;
     int32_t shfeInstruments = 12;
     int32_t ineInstruments = 8;
@@ -76,11 +76,10 @@ struct Plan {
     std::string FaultList() const;
 };
 
-/// What the command line asks for; "all" gives each fault to half of the sessions.
-struct PlanWish {
-    std::string faults = "all";
-};
+/// Asked for instead of names, gives each fault to half of the sessions.
+inline constexpr const char* ALL_FAULTS = "all";
 
-Plan MakePlan(uint64_t seed, const PlanWish& wish);
+/// `faultNames` comma-separated: faults that the session has, whatever its seed.
+SessionPlan MakePlan(uint64_t seed, const std::string& faultNames = ALL_FAULTS);
 
 }  // namespace simulation

@@ -1,4 +1,4 @@
-#include "simulation/base/Plan.h"
+#include "simulation/base/SessionPlan.h"
 
 #include <algorithm>
 #include <array>
@@ -19,7 +19,6 @@ constexpr uint32_t REPEATED_ONE_IN = 25;
 constexpr int32_t FULL_SHFE = std::min(600, SHFE_INST_CAPACITY);
 constexpr int32_t FULL_INE = std::min(200, INE_INST_CAPACITY);
 constexpr int32_t TRADING_DAY = 20260430;
-constexpr const char* ALL_FAULTS = "all";
 
 constexpr std::array<const char*, static_cast<std::size_t>(EStep::Count_)> STEP_NAMES{"live",
                                                                                       "lose",
@@ -41,8 +40,9 @@ constexpr std::array<const char*, static_cast<std::size_t>(EStep::Count_)> STEP_
                                                                                       "set-wall-clock",
                                                                                       "signal"};
 
-constexpr EPhase START_PHASES[] = {EPhase::Identity, EPhase::Memory,   EPhase::Programming, EPhase::Loading,
-                                   EPhase::Tables,   EPhase::Versions, EPhase::Subscribing, EPhase::Engines};
+constexpr ESessionPhase START_PHASES[] = {ESessionPhase::Identity,    ESessionPhase::Memory, ESessionPhase::Programming,
+                                          ESessionPhase::Loading,     ESessionPhase::Tables, ESessionPhase::Versions,
+                                          ESessionPhase::Subscribing, ESessionPhase::Engines};
 
 std::vector<std::string> Split(const std::string& names) {
     std::vector<std::string> parts;
@@ -54,8 +54,8 @@ std::vector<std::string> Split(const std::string& names) {
     return parts;
 }
 
-std::vector<std::string> FaultsOf(const std::string& wish, uint64_t seed) {
-    if (wish != ALL_FAULTS) return Split(wish);
+std::vector<std::string> FaultsOf(const std::string& faultNames, uint64_t seed) {
+    if (faultNames != ALL_FAULTS) return Split(faultNames);
     Random random(seed, "swarm");
     std::vector<std::string> faults;
     for (const exchange::FaultRow& row : exchange::FaultTable()) {
@@ -76,7 +76,7 @@ std::string Entry(const std::vector<exchange::Instrument>& instruments, Random& 
     }
 }
 
-void PlanChannels(Plan& plan, Random& random) {
+void PlanChannels(SessionPlan& plan, Random& random) {
     auto instruments = exchange::ListInstruments(exchange::Venue::Shfe, plan.shfeInstruments, TRADING_DAY, plan.seed);
     const auto ine = exchange::ListInstruments(exchange::Venue::Ine, plan.ineInstruments, TRADING_DAY, plan.seed);
     instruments.insert(instruments.end(), ine.begin(), ine.end());
@@ -92,7 +92,7 @@ void PlanChannels(Plan& plan, Random& random) {
     }
 }
 
-void PlanConfiguration(Plan& plan, Random& random) {
+void PlanConfiguration(SessionPlan& plan, Random& random) {
     const uint32_t feeds = random.Below(6);
     plan.hasShfe = feeds != 0;
     plan.hasIne = feeds != 1;
@@ -112,7 +112,7 @@ void PlanConfiguration(Plan& plan, Random& random) {
 
 /// A poll takes five milliseconds here: an attempt needs longer where many snapshots come before a good one, tiny
 /// segments, or acknowledgements between them.
-int32_t SecondsForFaults(const Plan& plan) {
+int32_t SecondsForFaults(const SessionPlan& plan) {
     const auto has = [&](exchange::EFault fault) {
         return std::find(plan.faults.begin(), plan.faults.end(), exchange::FaultName(fault)) != plan.faults.end();
     };
@@ -148,24 +148,24 @@ Step PlanStep(Random& random) {
 const char* StepName(EStep step) { return STEP_NAMES[static_cast<std::size_t>(step)]; }
 
 std::string Step::Text() const {
-    return std::string(StepName(kind)) + " phase=" + PhaseName(phase) + " at=" + std::to_string(at) +
+    return std::string(StepName(kind)) + " phase=" + SessionPhaseName(phase) + " at=" + std::to_string(at) +
            " count=" + std::to_string(count);
 }
 
-std::string Plan::FaultList() const {
+std::string SessionPlan::FaultList() const {
     std::string list;
     for (const std::string& name : faults) list += (list.empty() ? "" : ",") + name;
     return list;
 }
 
-Plan MakePlan(uint64_t seed, const PlanWish& wish) {
-    Plan plan;
+SessionPlan MakePlan(uint64_t seed, const std::string& faultNames) {
+    SessionPlan plan;
     plan.seed = seed;
     Random sizes(seed, "sizes");
     const bool isFull = sizes.OneIn(FULL_SIZE_ONE_IN);
     plan.shfeInstruments = isFull ? FULL_SHFE : sizes.Between(1, 16);
     plan.ineInstruments = isFull ? FULL_INE : sizes.Between(1, sizes.OneIn(4) ? 16 : 8);
-    plan.faults = FaultsOf(wish.faults, seed);
+    plan.faults = FaultsOf(faultNames, seed);
     Random configuration(seed, "configuration");
     PlanConfiguration(plan, configuration);
     plan.settings = DrawSettings(seed, plan.hasShfe);
@@ -177,7 +177,7 @@ Plan MakePlan(uint64_t seed, const PlanWish& wish) {
     for (uint32_t left = 2 + script.Below(isFull ? 2 : 5); left > 0; --left) plan.steps.push_back(PlanStep(script));
     if (!DealTimes(seed).empty()) {
         const uint32_t place = script.Below(static_cast<uint32_t>(plan.steps.size()));
-        plan.steps[place] = {EStep::TimeOuts, EPhase::Live, 1, 1};
+        plan.steps[place] = {EStep::TimeOuts, ESessionPhase::Live, 1, 1};
     }
     if (script.OneIn(6)) {
         plan.steps.push_back(PlanStep(script));
@@ -185,7 +185,7 @@ Plan MakePlan(uint64_t seed, const PlanWish& wish) {
         last.kind = EStep::Signal;
         last.count = 2 * script.Between(1, 9);  // in a start
         last.phase = START_PHASES[script.Below(std::size(START_PHASES))];
-        if (script.OneIn(2) && last.phase != EPhase::Identity) ++last.count;
+        if (script.OneIn(2) && last.phase != ESessionPhase::Identity) ++last.count;
     }
     return plan;
 }

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <utility>
 
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 
 namespace simulation {
 
@@ -79,7 +79,7 @@ int32_t CheckedApplication::Start(bool isPolling, const std::string& remark) {
     } else {
         const int32_t expected = hasBroughtUp ? ExpectedStart() : 0;
         const bool isGivenUp = m_hasRunOut && result == -2;
-        Require(result == expected || isGivenUp, 20, [=] {
+        Require(result == expected || isGivenUp, ERule::Results, [=] {
             return "a start returned " + std::to_string(result) + " instead of " + std::to_string(expected);
         });
     }
@@ -105,7 +105,7 @@ int32_t CheckedApplication::ExpectedStart() const {
 void CheckedApplication::CheckLevel() {
     const SessionPlan& plan = m_world.GetPlan();
     if (plan.isMemoryDead) return m_world.Quirks().CountQuirk(EQuirk::LevelLeftRaised);
-    Require(LogRules::Level() == plan.logLevel, 23, [&] {
+    Require(LogRules::Level() == plan.logLevel, ERule::Log, [&] {
         return "the log level is " + std::to_string(LogRules::Level()) + " instead of " + std::to_string(plan.logLevel);
     });
 }
@@ -133,9 +133,9 @@ int32_t CheckedApplication::Step() {
     m_isLive = result != -1;
     if (result == 1 && m_isPolling) m_world.OnRecord(m_channel, m_record);
     m_world.EndCall(m_channel, result == -1, m_hasRunOut);
-    if (wasEnding && m_world.GetCanary().Lies(22)) result = 0;
-    Require(!wasEnding || result == -1, 22, [=] { return "a step returned " + std::to_string(result); });
-    if (!wasEnding && m_world.GetCanary().Lies(20)) result = result == 1 ? 0 : 1;
+    if (wasEnding && m_world.GetCanary().Lies(ERule::End)) result = 0;
+    Require(!wasEnding || result == -1, ERule::End, [=] { return "a step returned " + std::to_string(result); });
+    if (!wasEnding && m_world.GetCanary().Lies(ERule::Results)) result = result == 1 ? 0 : 1;
     CheckResult(result);
     CheckLevel();
     return result;
@@ -143,14 +143,14 @@ int32_t CheckedApplication::Step() {
 
 void CheckedApplication::CheckResult(int32_t result) {
     const bool hasRecord = m_world.RecordsInCall() == 1;
-    Require(hasRecord == (result == 1) && m_world.RecordsInCall() <= 1, 20, [&] {
+    Require(hasRecord == (result == 1) && m_world.RecordsInCall() <= 1, ERule::Results, [&] {
         return "a step that delivered " + std::to_string(m_world.RecordsInCall()) + " records returned " +
                std::to_string(result);
     });
-    Require(result != -1 || IsEnding() || m_hasRunOut || m_world.GetPlan().isMemoryDead, 20,
+    Require(result != -1 || IsEnding() || m_hasRunOut || m_world.GetPlan().isMemoryDead, ERule::Results,
             [] { return std::string("a step returned -1 without a reason"); });
     if (!m_isPolling || result != 1) return;
-    Require(std::memcmp(&m_record, &m_world.LastMessage(), sizeof m_record) == 0, 21,
+    Require(std::memcmp(&m_record, &m_world.LastMessage(), sizeof m_record) == 0, ERule::Once,
             [] { return std::string("the polled record is not the message's"); });
 }
 
@@ -176,8 +176,9 @@ void CheckedApplication::RunOutOfMemory(uint64_t number, WatchedAllocator::Failu
 
 void CheckedApplication::CheckEnded() {
     for (int step = 0; step < 3; ++step) Step();
-    const uint32_t alive = m_api->EarlySegments() + m_api->CarryOvers() + (m_world.GetCanary().Lies(13) ? 1 : 0);
-    Require(alive == 0, 13, [=] { return std::to_string(alive) + " entries or buffers are alive"; });
+    const uint32_t alive =
+        m_api->EarlySegments() + m_api->CarryOvers() + (m_world.GetCanary().Lies(ERule::Memory) ? 1 : 0);
+    Require(alive == 0, ERule::Memory, [=] { return std::to_string(alive) + " entries or buffers are alive"; });
 }
 
 }  // namespace simulation

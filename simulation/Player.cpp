@@ -1,7 +1,7 @@
 #include "simulation/Player.h"
 
 #include "simulation/base/Edges.h"
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 
 namespace simulation {
 namespace {
@@ -34,14 +34,15 @@ void Player::Start(bool isPolling, const std::string& remark) {
     const uint64_t bringUps = m_world.Order().BringUps();
     if (m_manager->Start(isPolling, remark) != 0 || m_world.Order().BringUps() != bringUps) return;
     m_world.Quirks().OnBoardLeftAlone();
-    Require(m_world.Order().IsBoardWhole(), 8, [] { return std::string("a half-started board was left alone"); });
+    Require(m_world.Order().IsBoardWhole(), ERule::Order,
+            [] { return std::string("a half-started board was left alone"); });
 }
 
 void Player::EndObject() {
     m_manager.reset();
     m_world.CheckDestroyed();
     Holdings held = Holdings::Now();
-    if (m_world.GetCanary().Lies(24)) ++held.blocks;
+    if (m_world.GetCanary().Lies(ERule::Holdings)) ++held.blocks;
     if (m_heldByNone) RequireSame(*m_heldByNone, held);
     m_heldByNone = held;
 }
@@ -250,7 +251,7 @@ void Player::CloseRound() {
     m_world.BeginClosingRound();
     int steps = 0;
     while (StepAll() && ++steps < EMPTY_STEPS_MAX) continue;
-    Require(m_world.Board().IsDrained(), 5, [] { return std::string("the last updates never arrived"); });
+    Require(m_world.Board().IsDrained(), ERule::Complete, [] { return std::string("the last updates never arrived"); });
     m_world.Deliveries(0).CheckComplete();
     if (m_witness == nullptr) return;
     const DeliveryRules& witnessed = m_world.Deliveries(m_plan.otherChannel);

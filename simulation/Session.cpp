@@ -38,13 +38,14 @@ Outcome PlayOnce(const SessionPlan& plan, Canary canary, std::FILE* file, uint8_
 
 }  // namespace
 
-Outcome RunSession(const SessionPlan& plan, int canaryNumber, std::FILE* file) {
-    Canary canary(canaryNumber);
+Outcome RunSession(const SessionPlan& plan, ERule toBreak, std::FILE* file) {
+    Canary canary(toBreak);
     Outcome outcome = PlayOnce(plan, canary, file, FILLER);
     if (outcome.breach || !plan.isRepeated) return outcome;
     const uint64_t again = PlayOnce(plan, canary, nullptr, OTHER_FILLER).traceHash;
-    if (again != outcome.traceHash || canary.Lies(25)) {
-        outcome.breach = Breach{25, "trace " + Hex(again) + " with other bytes, not " + Hex(outcome.traceHash)};
+    if (again != outcome.traceHash || canary.Lies(ERule::Bounds)) {
+        outcome.breach =
+            Breach{ERule::Bounds, "trace " + Hex(again) + " with other bytes, not " + Hex(outcome.traceHash)};
     }
     return outcome;
 }

@@ -9,8 +9,8 @@
 
 #include "simulation/base/Reach.h"
 #include "simulation/base/SessionPlan.h"
-#include "simulation/rules/Invariants.h"
 #include "simulation/rules/QuirkLedger.h"
+#include "simulation/rules/Rules.h"
 
 namespace simulation {
 
@@ -25,7 +25,7 @@ struct Outcome {
     Reach reach;
 };
 
-/// `canary`: the number of the rule to break by a lie, or 0. `trace` may be null.
-Outcome RunSession(const SessionPlan& plan, int canary, std::FILE* trace);
+/// `toBreak`: the rule to break by a lie, or none. `trace` may be null.
+Outcome RunSession(const SessionPlan& plan, ERule toBreak, std::FILE* trace);
 
 }  // namespace simulation

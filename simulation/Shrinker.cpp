@@ -5,25 +5,25 @@
 namespace simulation {
 namespace {
 
-bool StillBreaks(const SessionPlan& plan, int canary, int invariant) {
+bool StillBreaks(const SessionPlan& plan, ERule canary, ERule broken) {
     const Outcome outcome = RunSession(plan, canary, nullptr);
-    return outcome.breach && outcome.breach->invariant == invariant;
+    return outcome.breach && outcome.breach->rule == broken;
 }
 
 template <typename Element>
-void ShrinkList(SessionPlan& plan, std::vector<Element> SessionPlan::*list, int canary, int invariant) {
+void ShrinkList(SessionPlan& plan, std::vector<Element> SessionPlan::*list, ERule canary, ERule broken) {
     for (std::size_t at = (plan.*list).size(); at-- > 0;) {
         SessionPlan smaller = plan;
         (smaller.*list).erase((smaller.*list).begin() + static_cast<std::ptrdiff_t>(at));
-        if (StillBreaks(smaller, canary, invariant)) plan = smaller;
+        if (StillBreaks(smaller, canary, broken)) plan = smaller;
     }
 }
 
 }  // namespace
 
-SessionPlan Shrink(SessionPlan plan, int canary, int invariant) {
-    ShrinkList(plan, &SessionPlan::faults, canary, invariant);
-    ShrinkList(plan, &SessionPlan::steps, canary, invariant);
+SessionPlan Shrink(SessionPlan plan, ERule canary, ERule broken) {
+    ShrinkList(plan, &SessionPlan::faults, canary, broken);
+    ShrinkList(plan, &SessionPlan::steps, canary, broken);
     return plan;
 }
 

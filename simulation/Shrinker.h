@@ -2,10 +2,11 @@
 /// same.
 #pragma once
 
+#include "simulation/base/Rule.h"
 #include "simulation/base/SessionPlan.h"
 
 namespace simulation {
 
-SessionPlan Shrink(SessionPlan plan, int canary, int invariant);
+SessionPlan Shrink(SessionPlan plan, ERule canary, ERule broken);
 
 }  // namespace simulation

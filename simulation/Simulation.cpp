@@ -76,14 +76,13 @@ std::string TellBreach(const Totals& totals, const RunOptions& options) {
     std::ostringstream out;
     out << "the last events:\n";
     for (const std::string& line : totals.outcome.lastEvents) out << line << "\n";
-    const Invariant* rule = FindInvariant(breach.invariant);
-    out << "\nbroken: " << breach.invariant << " (" << rule->name << "): " << rule->rule << "\n  " << breach.what
-        << "\n";
+    const Rule& rule = FindRule(breach.rule);
+    out << "\nbroken: " << rule.number << " (" << rule.name << "): " << rule.text << "\n  " << breach.what << "\n";
     out << "seed " << totals.broken->seed << "; again with: " << PROGRAM << " --seed " << totals.broken->seed
         << " --faults " << (options.faults.empty() ? "\"\"" : options.faults);
-    if (options.canary != 0) out << " --canary " << options.canary;
+    if (options.canary != ERule::None) out << " --canary " << NumberOf(options.canary);
     out << "\n\nthe least that breaks it:\n";
-    TellPlan(out, Shrink(*totals.broken, options.canary, breach.invariant));
+    TellPlan(out, Shrink(*totals.broken, options.canary, breach.rule));
     return out.str();
 }
 

@@ -15,7 +15,7 @@ struct RunOptions {
     uint64_t sessions = 1;
     double minutes = 0;  ///< 0: no limit; of real time
     std::string faults = ALL_FAULTS;
-    int canary = 0;
+    ERule canary = ERule::None;  ///< the rule to break by a lie
     std::FILE* trace = nullptr;
 };
 

@@ -22,6 +22,7 @@ using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
 
 struct SimOptions {
     simulation::RunOptions run;
+    int canary = 0;
     std::string trace;
     bool isVerbose = false;
     bool isReachDue = false;
@@ -38,6 +39,7 @@ FilePtr OpenTrace(const std::string& path) {
 int Run(SimOptions& options) {
     const FilePtr trace = OpenTrace(options.trace);
     options.run.trace = trace.get();
+    options.run.canary = static_cast<simulation::ERule>(options.canary);
     const simulation::Totals totals = simulation::RunSessions(options.run);
     if (trace != nullptr && (std::fflush(trace.get()) != 0 || std::ferror(trace.get()) != 0)) {
         throw std::runtime_error("--trace " + options.trace + ": could not be written whole");
@@ -55,9 +57,9 @@ int Run(SimOptions& options) {
 
 std::string CheckCanary(const std::string& text) {
     std::string known;
-    for (const simulation::Invariant& rule : simulation::Invariants()) {
-        known += (known.empty() ? "" : ", ") + std::to_string(rule.number);
-        if (text == std::to_string(rule.number)) return "";
+    for (const simulation::Rule& row : simulation::Rules()) {
+        known += (known.empty() ? "" : ", ") + std::to_string(row.number);
+        if (text == std::to_string(row.number)) return "";
     }
     return "there is no rule " + text + "; known are " + known;
 }
@@ -81,7 +83,7 @@ int ParseAndRun(int argc, char** argv) {
                    "\"all\": each fault in half of the sessions; or a list: " + exchange::FaultNames())
         ->check(FaultList())
         ->capture_default_str();
-    app.add_option("--canary", options.run.canary, "tell the checks one lie about the rule of this number")
+    app.add_option("--canary", options.canary, "tell the checks one lie about the rule of this number")
         ->check(CheckCanary);
     app.add_option("--trace", options.trace, "write every event to this file");
     app.add_flag(

@@ -1,25 +1,27 @@
-/// One lie, told once, between the library and the checks: shows that the check of that number can fail.
+/// One lie, told once, between the library and the checks: shows that the check of that rule can fail.
 #pragma once
+
+#include "simulation/base/Rule.h"
 
 namespace simulation {
 
 class Canary {
 public:
-    /// 0: everything is told as it is.
-    explicit Canary(int invariant = 0) : m_invariant(invariant) {}
+    /// With ERule::None everything is told as it is.
+    explicit Canary(ERule rule = ERule::None) : m_rule(rule) {}
 
-    /// True at the first opportunity to break `invariant`, if that is the one to break.
-    bool Lies(int invariant) {
-        if (invariant != m_invariant || m_hasLied) [[likely]]
+    /// True at the first opportunity to break `rule`, if that is the one to break.
+    bool Lies(ERule rule) {
+        if (rule != m_rule || m_hasLied) [[likely]]
             return false;
         m_hasLied = true;
         return true;
     }
 
-    int Number() const { return m_invariant; }
+    ERule Rule() const { return m_rule; }
 
 private:
-    int m_invariant;
+    ERule m_rule;
     bool m_hasLied = false;
 };
 

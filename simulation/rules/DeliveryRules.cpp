@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 #include "simulation/rules/Wanted.h"
 
 namespace simulation {
@@ -32,7 +32,7 @@ EMDQPDataType DeliveryRules::RequireFeed(const VexaShfeMdType& record) const {
     for (const EMDQPDataType feed : {SHFE_2PS, INE_2PS}) {
         if (record.max_inst_no == static_cast<uint32_t>(m_plan.settings.maxInstNo[feed])) return feed;
     }
-    ThrowBreach(1, "a record with max_inst_no " + std::to_string(record.max_inst_no));
+    ThrowBreach(ERule::Truth, "a record with max_inst_no " + std::to_string(record.max_inst_no));
 }
 
 void DeliveryRules::CheckTruth(EMDQPDataType feed, const VexaShfeMdType& record) {
@@ -43,13 +43,13 @@ void DeliveryRules::CheckTruth(EMDQPDataType feed, const VexaShfeMdType& record)
         if (std::memcmp(&record, &expected, sizeof record) == 0) return;
     }
     if (m_ledger.IsDifferenceExpected(feed, static_cast<int32_t>(record.inst_no))) return;
-    ThrowBreach(1, IdOf(record) + " change " + std::to_string(record.change_no) +
-                       (found == nullptr ? " never was" : " differs from the exchange's state"));
+    ThrowBreach(ERule::Truth, IdOf(record) + " change " + std::to_string(record.change_no) +
+                                  (found == nullptr ? " never was" : " differs from the exchange's state"));
 }
 
 void DeliveryRules::CheckSubscribed(const VexaShfeMdType& record) const {
     const bool isWanted = IsWanted(m_plan.channels[m_channel], IdOf(record));
-    Require(isWanted, 3, [&] { return IdOf(record) + " on channel " + std::to_string(m_channel); });
+    Require(isWanted, ERule::Subscribed, [&] { return IdOf(record) + " on channel " + std::to_string(m_channel); });
 }
 
 void DeliveryRules::CheckOrder(EMDQPDataType feed, const VexaShfeMdType& record) {
@@ -61,9 +61,9 @@ void DeliveryRules::CheckOrder(EMDQPDataType feed, const VexaShfeMdType& record)
                std::to_string(last->second.change_no);
     };
     if (last != m_last.end()) {
-        Require(record.change_no >= last->second.change_no, 2, tell);
-        Require(record.change_no > last->second.change_no, 21, tell);
-        Require(!isContinuous || record.change_no == last->second.change_no + 1, 21, tell);
+        Require(record.change_no >= last->second.change_no, ERule::NeverBack, tell);
+        Require(record.change_no > last->second.change_no, ERule::Once, tell);
+        Require(!isContinuous || record.change_no == last->second.change_no + 1, ERule::Once, tell);
     }
     isContinuous = !m_isLossUntold;
 }
@@ -83,7 +83,8 @@ void DeliveryRules::CheckComplete() const {
             expected.max_inst_no = static_cast<uint32_t>(m_plan.settings.maxInstNo[feed]);
             const bool isSame = last != m_last.end() && std::memcmp(&last->second, &expected, sizeof expected) == 0;
             if (isSame || m_ledger.IsDifferenceExpected(feed, instNo)) continue;
-            ThrowBreach(5, IdOf(expected) + (last == m_last.end() ? " never arrived" : " differs from the truth"));
+            ThrowBreach(ERule::Complete,
+                        IdOf(expected) + (last == m_last.end() ? " never arrived" : " differs from the truth"));
         }
     }
 }

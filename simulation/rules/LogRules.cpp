@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "simulation/base/WatchedAllocator.h"
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 
 namespace simulation {
 namespace {
@@ -39,8 +39,8 @@ LogRules::~LogRules() {
 void LogRules::OnLine(ELOGLEVEL level, const char* line, std::size_t length) {
     const WatchedAllocator::Watch unwatched(false);
     std::string_view text(line, length);
-    if (m_canary.Lies(23)) text = text.substr(0, text.find("]["));
-    Require(IsWhole(text), 23, [&] { return "log line \"" + std::string(text) + "\""; });
+    if (m_canary.Lies(ERule::Log)) text = text.substr(0, text.find("]["));
+    Require(IsWhole(text), ERule::Log, [&] { return "log line \"" + std::string(text) + "\""; });
     if (level == LOG_DEBUG_EX) return;
     m_trace.Add({EEvent::Log, 0, static_cast<uint64_t>(level), HashOfFunction(text), m_clock.Now()});
 }

@@ -1,7 +1,7 @@
 #include "simulation/rules/RegisterRules.h"
 
 #include "simulation/rules/BoardMap.h"
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 
 namespace simulation {
 namespace {
@@ -46,7 +46,7 @@ void RegisterRules::Allow(EAccess access, uint32_t index) { m_allowed[index] |= 
 
 void RegisterRules::Check(EAccess access, uint32_t index) const {
     const bool isAllowed = index < m_allowed.size() && (m_allowed[index] & static_cast<uint8_t>(access)) != 0;
-    Require(isAllowed, 6, [=] {
+    Require(isAllowed, ERule::RegisterMap, [=] {
         constexpr const char* NAMES[] = {"", "write of", "32-bit read of", "", "64-bit read of"};
         return std::string(NAMES[static_cast<std::size_t>(access)]) + " register " + Hex(index);
     });

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 
 namespace simulation {
 namespace {
@@ -42,13 +42,15 @@ void SnapshotRules::OnFrame(const unsigned char* frame, uint32_t length, uint8_t
 }
 
 void SnapshotRules::OnUsed() const {
-    Require(!m_isRefused, 14, [] { return std::string("a snapshot that failed its price check was used"); });
+    Require(!m_isRefused, ERule::SnapshotUse,
+            [] { return std::string("a snapshot that failed its price check was used"); });
 }
 
 void SnapshotRules::OnFinishedMask(uint8_t mask, uint64_t clears) {
-    Require(!m_isDue || mask != m_mask, 14, [] { return std::string("a complete snapshot was not used"); });
+    Require(!m_isDue || mask != m_mask, ERule::SnapshotUse,
+            [] { return std::string("a complete snapshot was not used"); });
     const bool isLosing = (m_mask & ~mask) != 0;
-    Require(!isLosing || (mask == 0 && clears != m_clears), 27,
+    Require(!isLosing || (mask == 0 && clears != m_clears), ERule::FinishedFeeds,
             [&] { return "finished feeds went from " + Hex(m_mask) + " to " + Hex(mask); });
     if (m_mask == 0 && mask != 0) m_isRefused = false;  // the next one
     m_isDue = false;

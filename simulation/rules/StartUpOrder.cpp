@@ -4,7 +4,7 @@
 
 #include "simulation/base/SimulatedClock.h"
 #include "simulation/rules/BoardMap.h"
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 
 namespace simulation {
 namespace {
@@ -25,16 +25,16 @@ StartUpOrder::StartUpOrder(const SessionPlan& plan)
 bool StartUpOrder::IsAnnounced(EAccess access, uint32_t index, uint32_t value) {
     if (m_announcedDone == m_announced.size()) return false;
     const Access& due = m_announced[m_announcedDone];
-    Require(due.access == access && due.index == index, 8,
+    Require(due.access == access && due.index == index, ERule::Order,
             [&] { return "access of " + Hex(index) + " where that of " + Hex(due.index) + " was due"; });
-    Require(access != EAccess::Write || due.value == value, 29,
+    Require(access != EAccess::Write || due.value == value, ERule::Values,
             [&] { return "register " + Hex(index) + " is told " + Hex(value) + ", not " + Hex(due.value); });
     ++m_announcedDone;
     return true;
 }
 
 void StartUpOrder::RequireNothingAnnounced() {
-    Require(m_announcedDone == m_announced.size(), 8,
+    Require(m_announcedDone == m_announced.size(), ERule::Order,
             [&] { return "no access of " + Hex(m_announced[m_announcedDone].index) + ", which was due"; });
     ForgetAnnounced();
 }
@@ -77,12 +77,13 @@ void StartUpOrder::OnAccess(EAccess access, uint32_t index, uint32_t value, int6
 void StartUpOrder::CheckValue(const Stop& stop, uint32_t value) const {
     if (stop.access != EAccess::Write) return;
     if (stop.index == board::CHECKSUM) {
-        Require(m_fileChecksum != 0, 16, [] { return std::string("a recovery wrote the configuration's checksum"); });
-        Require(value == m_fileChecksum, 16,
+        Require(m_fileChecksum != 0, ERule::Checksum,
+                [] { return std::string("a recovery wrote the configuration's checksum"); });
+        Require(value == m_fileChecksum, ERule::Checksum,
                 [=, this] { return "the checksum " + Hex(value) + " is not the file's, " + Hex(m_fileChecksum); });
         return;
     }
-    Require(value == stop.value, 29, [&] {
+    Require(value == stop.value, ERule::Values, [&] {
         return "register " + Hex(stop.index) + " is told " + Hex(value) + ", not " + Hex(stop.value.value_or(0));
     });
 }
@@ -108,7 +109,7 @@ void StartUpOrder::BeginBringUp() {
     m_isBoardWhole = false;
     m_isWaitGoingOn = false;
     ++m_attempts;
-    Require(m_attempts <= m_attemptsMax, 16,
+    Require(m_attempts <= m_attemptsMax, ERule::Checksum,
             [this] { return "bring-up " + std::to_string(m_attempts) + " without success"; });
 }
 
@@ -121,7 +122,7 @@ void StartUpOrder::CheckWait(int64_t now, bool isInFull) const {
     if (limit == 0) return;
     const int64_t waited = now - m_since;
     const int64_t full = limit * NANOSECONDS_PER_SECOND;
-    Require(waited <= full + ONE_POLL_NS && (!isInFull || waited >= full), 17, [=, this] {
+    Require(waited <= full + ONE_POLL_NS && (!isInFull || waited >= full), ERule::Waits, [=, this] {
         return std::string(SessionPhaseName(m_phase)) + " took " + std::to_string(waited / 1'000'000) + " ms of " +
                std::to_string(limit) + " s";
     });
@@ -155,7 +156,7 @@ bool StartUpOrder::OnReturn(bool isOver, int64_t now) {
         ForgetAnnounced();
     }
     if (isOver || m_phase == ESessionPhase::Live) return false;
-    Require(m_phase == ESessionPhase::Identity && m_next == m_script.BringUpStop(), 8,
+    Require(m_phase == ESessionPhase::Identity && m_next == m_script.BringUpStop(), ERule::Order,
             [this] { return std::string("a start or step came back in the middle of ") + SessionPhaseName(m_phase); });
     m_phase = ESessionPhase::Live;
     m_isRecoveryDue = false;
@@ -167,8 +168,8 @@ void StartUpOrder::OutOfOrder(EAccess access, uint32_t index) const {
     if (m_phase != ESessionPhase::Closed && m_next < m_script.Stops().size()) {
         expected = ", next is " + Hex(m_script.Stops()[m_next].index);
     }
-    ThrowBreach(8, std::string(access == EAccess::Write ? "write of " : "read of ") + Hex(index) + " in phase " +
-                       SessionPhaseName(m_phase) + expected);
+    ThrowBreach(ERule::Order, std::string(access == EAccess::Write ? "write of " : "read of ") + Hex(index) +
+                                  " in phase " + SessionPhaseName(m_phase) + expected);
 }
 
 }  // namespace simulation

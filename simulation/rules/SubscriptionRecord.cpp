@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 #include "simulation/rules/Wanted.h"
 
 namespace simulation {
@@ -92,11 +92,12 @@ uint32_t SubscriptionRecord::WithChannel() const {
 void SubscriptionRecord::Expect(EDue due, uint32_t index, uint32_t value, uint32_t toldIndex,
                                 uint32_t toldValue) const {
     const bool isWordLeft = m_word != m_wordEnd;
-    Require(m_due == due && !isWordLeft && !m_isDataDue && index == toldIndex && value == toldValue, 33, [=, this] {
-        return "channel " + std::to_string(m_channel) + ", feed " + std::to_string(m_feed) + ", slot " +
-               std::to_string(m_slot) + ": register " + Hex(toldIndex) + " is told " + Hex(toldValue) + ", not " +
-               Hex(index) + " " + Hex(value) + (isWordLeft ? " before the slot was read" : "");
-    });
+    Require(m_due == due && !isWordLeft && !m_isDataDue && index == toldIndex && value == toldValue, ERule::Passes,
+            [=, this] {
+                return "channel " + std::to_string(m_channel) + ", feed " + std::to_string(m_feed) + ", slot " +
+                       std::to_string(m_slot) + ": register " + Hex(toldIndex) + " is told " + Hex(toldValue) +
+                       ", not " + Hex(index) + " " + Hex(value) + (isWordLeft ? " before the slot was read" : "");
+            });
 }
 
 void SubscriptionRecord::OnWrite(uint32_t index, uint32_t value) {
@@ -131,14 +132,14 @@ void SubscriptionRecord::OnWrite(uint32_t index, uint32_t value) {
             return;
         case EDue::Nothing: break;
     }
-    ThrowBreach(33,
+    ThrowBreach(ERule::Passes,
                 "channel " + std::to_string(m_channel) + " writes register " + Hex(index) + " behind its last slot");
 }
 
 void SubscriptionRecord::OnRead(uint32_t index) {
     const bool isDue =
         m_isDataDue && index == m_readAddress + 1 && (m_due == EDue::Selected || m_due == EDue::ReadBack);
-    Require(isDue, 33, [=] { return "read of register " + Hex(index) + " that was not due"; });
+    Require(isDue, ERule::Passes, [=] { return "read of register " + Hex(index) + " that was not due"; });
     m_isDataDue = false;
     if (m_due == EDue::Selected) {
         m_due = EDue::Set;
@@ -148,7 +149,7 @@ void SubscriptionRecord::OnRead(uint32_t index) {
 }
 
 void SubscriptionRecord::RequireComplete() const {
-    Require(m_due == EDue::Nothing, 33, [this] {
+    Require(m_due == EDue::Nothing, ERule::Passes, [this] {
         return "channel " + std::to_string(m_channel) + " left out feed " + std::to_string(m_feed) + ", slot " +
                std::to_string(m_slot);
     });

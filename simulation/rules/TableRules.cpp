@@ -4,7 +4,7 @@
 
 #include "simulation/base/EventTrace.h"
 #include "simulation/rules/BoardMap.h"
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 
 namespace simulation {
 namespace {
@@ -37,9 +37,9 @@ bool TableRules::OnWrite(uint32_t index, uint32_t value, ESessionPhase phase) {
 }
 
 void TableRules::OnData(std::size_t table, uint32_t value, ESessionPhase phase) {
-    Require(phase == ESessionPhase::Tables || phase == ESessionPhase::Subscribing || phase == ESessionPhase::Engines, 8,
-            [=] { return TableName(table) + " written in phase " + SessionPhaseName(phase); });
-    Require(m_pending != EPending::ReadAddress && IsOurs(table), 7,
+    Require(phase == ESessionPhase::Tables || phase == ESessionPhase::Subscribing || phase == ESessionPhase::Engines,
+            ERule::Order, [=] { return TableName(table) + " written in phase " + SessionPhaseName(phase); });
+    Require(m_pending != EPending::ReadAddress && IsOurs(table), ERule::TablePairs,
             [=] { return "data for " + TableName(table) + " inside another access"; });
     m_pending = EPending::Data;
     m_pendingTable = table;
@@ -47,15 +47,17 @@ void TableRules::OnData(std::size_t table, uint32_t value, ESessionPhase phase) 
 }
 
 bool TableRules::OnAddress(std::size_t table, uint32_t word, ESessionPhase phase) {
-    Require(m_pending == EPending::Data && m_pendingTable == table, 7,
+    Require(m_pending == EPending::Data && m_pendingTable == table, ERule::TablePairs,
             [=] { return "address " + Hex(word) + " of " + TableName(table) + " without its data"; });
     m_pending = EPending::Nothing;
-    Require(m_isOpen[table], 6, [=] { return "write to " + TableName(table) + " through its closed port"; });
+    Require(m_isOpen[table], ERule::RegisterMap,
+            [=] { return "write to " + TableName(table) + " through its closed port"; });
     if (word == board::CLOSE_ADDRESS) {
         m_isOpen[table] = false;
         return true;
     }
-    Require(word < WordsOf(table), 6, [=] { return "word " + Hex(word) + " is outside " + TableName(table); });
+    Require(word < WordsOf(table), ERule::RegisterMap,
+            [=] { return "word " + Hex(word) + " is outside " + TableName(table); });
     if (phase == ESessionPhase::Tables) Advance(table, word);
     const auto slot = static_cast<int32_t>(word / WORDS_PER_SLOT);
     if (slot >= m_touched[table]) {
@@ -68,7 +70,7 @@ bool TableRules::OnAddress(std::size_t table, uint32_t word, ESessionPhase phase
 }
 
 void TableRules::OnReadAddress(std::size_t table) {
-    Require(m_pending == EPending::Nothing, 7,
+    Require(m_pending == EPending::Nothing, ERule::TablePairs,
             [=] { return "read address for " + TableName(table) + " inside another access"; });
     m_pending = EPending::ReadAddress;
     m_pendingTable = table;
@@ -76,8 +78,8 @@ void TableRules::OnReadAddress(std::size_t table) {
 
 void TableRules::OnRead(uint32_t index) {
     const std::size_t table = TableOf(index);
-    Require((index & PORT_MASK) == READ_DATA, 6, [=] { return "read of register " + Hex(index); });
-    Require(m_pending == EPending::ReadAddress && m_pendingTable == table, 7,
+    Require((index & PORT_MASK) == READ_DATA, ERule::RegisterMap, [=] { return "read of register " + Hex(index); });
+    Require(m_pending == EPending::ReadAddress && m_pendingTable == table, ERule::TablePairs,
             [=] { return "data read from " + TableName(table) + " without its address"; });
     m_pending = EPending::Nothing;
 }
@@ -107,7 +109,7 @@ void TableRules::BeginTable(std::size_t table) {
 
 void TableRules::Advance(std::size_t table, uint32_t word) {
     if (m_word == WordsOf(m_table) && m_table + 1 < FEED_COUNT) BeginTable(m_table + 1);
-    Require(table == m_table && word == m_word, 9, [=, this] {
+    Require(table == m_table && word == m_word, ERule::Tables, [=, this] {
         return TableName(table) + " word " + Hex(word) + " written where " + TableName(m_table) + " word " +
                Hex(m_word) + " was next";
     });
@@ -117,7 +119,8 @@ void TableRules::Advance(std::size_t table, uint32_t word) {
 void TableRules::EndTables() {
     m_emptyFrom = UINT32_MAX;
     const bool isComplete = m_table + 1 == FEED_COUNT && m_word == WordsOf(m_table);
-    Require(isComplete, 9, [this] { return "writing ended at " + TableName(m_table) + " word " + Hex(m_word); });
+    Require(isComplete, ERule::Tables,
+            [this] { return "writing ended at " + TableName(m_table) + " word " + Hex(m_word); });
 }
 
 }  // namespace simulation

@@ -4,7 +4,7 @@
 #include <iterator>
 
 #include "simulation/base/WatchedAllocator.h"
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 #include "simulation/world/WatchedProvider.h"
 
 namespace simulation {
@@ -21,7 +21,7 @@ std::string Holdings::Text() const {
 }
 
 void RequireSame(const Holdings& before, const Holdings& now) {
-    Require(before == now, 24, [&] { return "held before: " + before.Text() + "; now: " + now.Text(); });
+    Require(before == now, ERule::Holdings, [&] { return "held before: " + before.Text() + "; now: " + now.Text(); });
 }
 
 }  // namespace simulation

@@ -18,7 +18,7 @@ struct Holdings {
     std::string Text() const;
 };
 
-/// Breaks rule 24 where anything differs.
+/// Throws a breach of ERule::Holdings where anything differs.
 void RequireSame(const Holdings& before, const Holdings& now);
 
 }  // namespace simulation

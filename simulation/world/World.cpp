@@ -8,7 +8,7 @@
 #include <stdexcept>
 
 #include "simulation/base/WatchedAllocator.h"
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 #include "simulation/rules/Wanted.h"
 
 namespace simulation {
@@ -98,7 +98,8 @@ World::~World() {
 }
 
 void World::CheckDestroyed() {
-    Require(!m_hasDestructorCalled, 22, [] { return std::string("an object made an outside call as it ended"); });
+    Require(!m_hasDestructorCalled, ERule::End,
+            [] { return std::string("an object made an outside call as it ended"); });
 }
 
 void World::BeginProcess(const std::string& directory) {
@@ -171,17 +172,18 @@ void World::EndCall(int32_t channel, bool isOver, bool hasRunOut) {
     if (channel == 0) {
         if (isOver) RequireRightEnd(hasRunOut);
         const bool isLeftAlone = m_order.OnReturn(isOver, m_clock.Now());
-        Require(!m_wasRecoveryDue || hasBroughtUp || isOver || isLeftAlone, 4,
+        Require(!m_wasRecoveryDue || hasBroughtUp || isOver || isLeftAlone, ERule::Silence,
                 [] { return std::string("a step after a loss began no recovery"); });
-        const bool isRight = m_decision.MayLeaveAlone() && !m_canary.Lies(30);
-        Require(!isLeftAlone || isRight, 30,
+        const bool isRight = m_decision.MayLeaveAlone() && !m_canary.Lies(ERule::LeftAlone);
+        Require(!isLeftAlone || isRight, ERule::LeftAlone,
                 [] { return std::string("a board was left alone that had to be brought up"); });
     }
     if (m_messagesInCall > 0 && !hasBroughtUp) {
-        Require(m_clock.Looks() == m_looksBefore + m_boardLooks, 19,
+        Require(m_clock.Looks() == m_looksBefore + m_boardLooks, ERule::BareDelivery,
                 [] { return std::string("a step that delivered looked at the clock"); });
     }
-    Require(m_board.Statistics().refusedTableWrites == 0, 6, [] { return std::string("the board refused a write"); });
+    Require(m_board.Statistics().refusedTableWrites == 0, ERule::RegisterMap,
+            [] { return std::string("the board refused a write"); });
     Note(EEvent::Result, channel, isOver ? 1 : 0, m_recordsInCall);
 }
 
@@ -195,7 +197,7 @@ void World::RequireRightEnd(bool hasRunOut) {
                          (phase == ESessionPhase::Memory && m_plan.isMemoryDead) ||
                          (phase == ESessionPhase::Loading && (m_isEnding || isSpent)) ||
                          (phase == ESessionPhase::Tables && (m_isEnding || (m_order.IsLoading() && isSpent)));
-    Require(isRight || hasRunOut, 31,
+    Require(isRight || hasRunOut, ERule::RightEnds,
             [=] { return std::string("a start gave up in phase ") + SessionPhaseName(phase); });
 }
 
@@ -204,11 +206,11 @@ void World::OnRecord(int32_t channel, const VexaShfeMdType& record) {
     ++m_recordsInCall;
     Note(EEvent::Record, channel, uint64_t{record.inst_no} << 32 | record.change_no, HashOf(&record, sizeof record));
     const bool isSilent = channel == 0 && (m_order.Phase() != ESessionPhase::Live || m_order.IsRecoveryDue());
-    Require(!isSilent && !m_canary.Lies(4), 4,
+    Require(!isSilent && !m_canary.Lies(ERule::Silence), ERule::Silence,
             [&] { return IdOf(record) + " in phase " + SessionPhaseName(m_order.Phase()); });
-    if (m_truth.IsInRound() && m_canary.Lies(5)) return;
-    if (m_canary.Number() == 21 && !m_truth.IsInRound() && Deliveries(channel).HasSeen(FeedOfRecord(record), record) &&
-        m_canary.Lies(21))
+    if (m_truth.IsInRound() && m_canary.Lies(ERule::Complete)) return;
+    if (m_canary.Rule() == ERule::Once && !m_truth.IsInRound() &&
+        Deliveries(channel).HasSeen(FeedOfRecord(record), record) && m_canary.Lies(ERule::Once))
         return;
     Deliveries(channel).OnRecord(AsTold(channel, record));
 }
@@ -221,14 +223,14 @@ EMDQPDataType World::FeedOfRecord(const VexaShfeMdType& record) const {
 VexaShfeMdType World::AsTold(int32_t channel, const VexaShfeMdType& record) {
     VexaShfeMdType told = record;
     const EMDQPDataType feed = FeedOfRecord(record);
-    if (m_canary.Lies(1)) told.bid_volume ^= 1;
-    if (m_canary.Number() == 2 && Deliveries(channel).HasSeen(feed, record) && record.change_no > 2 &&
-        m_canary.Lies(2)) {
+    if (m_canary.Lies(ERule::Truth)) told.bid_volume ^= 1;
+    if (m_canary.Rule() == ERule::NeverBack && Deliveries(channel).HasSeen(feed, record) && record.change_no > 2 &&
+        m_canary.Lies(ERule::NeverBack)) {
         told = *m_truth.Find(feed, record.inst_no, record.change_no - 2);
     }
-    for (int32_t instNo = 0; m_canary.Number() == 3 && instNo < m_truth.Count(feed); ++instNo) {
+    for (int32_t instNo = 0; m_canary.Rule() == ERule::Subscribed && instNo < m_truth.Count(feed); ++instNo) {
         const VexaShfeMdType& other = m_truth.Latest(feed, instNo);
-        if (!IsWanted(m_plan.channels[channel], IdOf(other)) && m_canary.Lies(3)) told = other;
+        if (!IsWanted(m_plan.channels[channel], IdOf(other)) && m_canary.Lies(ERule::Subscribed)) told = other;
     }
     told.max_inst_no = record.max_inst_no;
     return told;

@@ -7,7 +7,7 @@
 #include "simulation/base/WatchedAllocator.h"
 #include "simulation/rules/BoardMap.h"
 #include "simulation/rules/IndexFile.h"
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 #include "simulation/rules/Wanted.h"
 #include "simulation/world/World.h"
 
@@ -20,8 +20,8 @@ constexpr uint32_t NOWHERE = 0x2F000;
 }  // namespace
 
 void World::CountCall() {
-    if (m_canary.Lies(18)) m_calls += m_callsMax;
-    Require(++m_calls <= m_callsMax, 18,
+    if (m_canary.Lies(ERule::BoundedSteps)) m_calls += m_callsMax;
+    Require(++m_calls <= m_callsMax, ERule::BoundedSteps,
             [this] { return "more than " + std::to_string(m_callsMax) + " outside calls in one step"; });
 }
 
@@ -50,7 +50,7 @@ bool World::OnWrite(uint32_t index, uint32_t value) {
     const WatchedAllocator::Watch unwatched(false);
     if (IsOfDestructor()) return false;
     CountCall();
-    Require(m_caller == 0, 26,
+    Require(m_caller == 0, ERule::OneManager,
             [=, this] { return "channel " + std::to_string(m_caller) + " wrote register " + Hex(index); });
     FireTrigger();
     if (TableRules::IsPort(index)) return OnTableWrite(index, value);
@@ -63,12 +63,12 @@ bool World::OnTableWrite(uint32_t index, uint32_t value) {
     if (phase == ESessionPhase::Engines || phase == ESessionPhase::Live) {
         m_order.OnAccess(EAccess::Write, index, value, m_clock.Now());
         Note(EEvent::Write, 0, index, value);
-    } else if (m_canary.Lies(7)) {
+    } else if (m_canary.Lies(ERule::TablePairs)) {
         return true;
     }
     if (phase == ESessionPhase::Subscribing && m_isPassKnown) {
         if (m_subscription.TakesReadAddress(index, value)) return true;
-        m_subscription.OnWrite(index, m_canary.Lies(33) ? value ^ 2 : value);
+        m_subscription.OnWrite(index, m_canary.Lies(ERule::Passes) ? value ^ 2 : value);
         if (TableRules::IsReadAddress(index)) return true;
     }
     const bool isForBoard = m_tables.OnWrite(index, value, phase);
@@ -79,12 +79,12 @@ bool World::OnTableWrite(uint32_t index, uint32_t value) {
 
 void World::OnControlWrite(uint32_t index, uint32_t value) {
     Note(EEvent::Write, 0, index, value);
-    m_map.Check(EAccess::Write, m_canary.Lies(6) ? NOWHERE : index);
-    if (index == board::ROUTE && m_canary.Lies(8)) return;
-    if (index == board::SRC_PORT && m_canary.Lies(29)) value ^= 1;
+    m_map.Check(EAccess::Write, m_canary.Lies(ERule::RegisterMap) ? NOWHERE : index);
+    if (index == board::ROUTE && m_canary.Lies(ERule::Order)) return;
+    if (index == board::SRC_PORT && m_canary.Lies(ERule::Values)) value ^= 1;
     const ESessionPhase before = m_order.Phase();
     if (index == board::BRING_UP && before == ESessionPhase::Identity) {
-        Require(!m_decision.MayLeaveAlone(), 30,
+        Require(!m_decision.MayLeaveAlone(), ERule::LeftAlone,
                 [] { return std::string("a board was brought up that runs this very configuration"); });
     }
     m_order.OnAccess(EAccess::Write, index, value, m_clock.Now());
@@ -145,14 +145,15 @@ void World::BeforeRead(EAccess access, uint32_t index) {
     if (TableRules::IsPort(index)) return;
     m_map.Check(access, index);
     if (m_caller != 0) {
-        Require(!m_canary.Lies(26), 26, [] { return std::string("another channel's read told as a write"); });
+        Require(!m_canary.Lies(ERule::OneManager), ERule::OneManager,
+                [] { return std::string("another channel's read told as a write"); });
         return;
     }
-    const int64_t late = index == board::MEMORY_STATUS && m_canary.Lies(17) ? 10 * NANOSECONDS_PER_SECOND : 0;
+    const int64_t late = index == board::MEMORY_STATUS && m_canary.Lies(ERule::Waits) ? 10 * NANOSECONDS_PER_SECOND : 0;
     m_order.OnAccess(access, index, 0, m_clock.Now() + late);
     if (m_order.Phase() == ESessionPhase::Subscribing) OnPassRead(index);
     DealEvents();
-    if (index == board::VERDICT && m_order.EngineStarts() > 0 && m_wasRecoveryDue && m_canary.Lies(16)) {
+    if (index == board::VERDICT && m_order.EngineStarts() > 0 && m_wasRecoveryDue && m_canary.Lies(ERule::Checksum)) {
         m_order.OnAccess(EAccess::Write, board::CHECKSUM, 0, m_clock.Now());
     }
 }
@@ -195,7 +196,7 @@ bool World::IsEnabled(EMDQPDataType feed) const {
 }
 
 void World::OnSnapshotUsed() {
-    if (m_canary.Lies(14)) m_snapshot.OnPriceCheckFailed();
+    if (m_canary.Lies(ERule::SnapshotUse)) m_snapshot.OnPriceCheckFailed();
     m_snapshot.OnUsed();
     std::array<bool, FEED_COUNT> isEnabled{};
     std::array<int32_t, FEED_COUNT> counts{};
@@ -203,7 +204,7 @@ void World::OnSnapshotUsed() {
         isEnabled[static_cast<std::size_t>(feed)] = IsEnabled(feed);
         const uint32_t expected = IsEnabled(feed) ? static_cast<uint32_t>(m_truth.ListedEnd(feed)) : 0;
         const uint32_t told = m_board.Read(board::FEEDS[static_cast<std::size_t>(feed)].count);
-        Require(told == expected, 9, [=] {
+        Require(told == expected, ERule::Tables, [=] {
             return "the count of feed " + std::to_string(feed) + " is " + std::to_string(told) + ", not " +
                    std::to_string(expected);
         });
@@ -229,7 +230,7 @@ void World::CheckContents(EMDQPDataType feed) {
     for (std::size_t slot = 0; slot < slots.size(); ++slot) {
         const auto instNo = static_cast<int32_t>(slot);
         const SInstTableType told = m_board.Slot(feed, instNo);
-        Require(std::memcmp(&told, &slots[slot], sizeof told) == 0, 34, [=] {
+        Require(std::memcmp(&told, &slots[slot], sizeof told) == 0, ERule::SnapshotContents, [=] {
             return "slot " + std::to_string(instNo) + " of feed " + std::to_string(feed) +
                    " is not what the snapshot held";
         });
@@ -243,10 +244,10 @@ bool World::IsBlurred(int32_t instNo) const {
 
 void World::CheckSlot(EMDQPDataType feed, int32_t instNo, bool isEnabled) {
     SInstTableType slot = m_board.Slot(feed, instNo);
-    if (m_canary.Lies(9)) slot.last_price ^= 1;
+    if (m_canary.Lies(ERule::Tables)) slot.last_price ^= 1;
     if (!isEnabled || !m_truth.IsListed(feed, instNo)) {
         const SInstTableType empty{};
-        Require(std::memcmp(&slot, &empty, sizeof slot) == 0, 9,
+        Require(std::memcmp(&slot, &empty, sizeof slot) == 0, ERule::Tables,
                 [=] { return "unused slot " + std::to_string(instNo) + " of feed " + std::to_string(feed); });
         return;
     }
@@ -262,7 +263,7 @@ void World::CheckSlot(EMDQPDataType feed, int32_t instNo, bool isEnabled) {
     const bool hasTrueLimits = !m_faults.Has(exchange::EFault::SettlementLimits) || !IsSettlementTrade(instrument.id);
     const std::string difference = Difference(slot, instrument, m_truth.Latest(feed, instNo), hasTrueLimits);
     if (difference.empty() || m_ledger.IsDifferenceExpected(feed, instNo)) return;
-    ThrowBreach(9, difference + " of " + instrument.id + " differs from the snapshot");
+    ThrowBreach(ERule::Tables, difference + " of " + instrument.id + " differs from the snapshot");
 }
 
 // What the tables hold, as the subscriptions and the index file find it.
@@ -290,8 +291,9 @@ void World::CheckIndexFile() {
     const std::string path = m_indexDirectory + IndexName(m_clock.Wall());
     std::ifstream in(path);
     std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (m_canary.Lies(32)) text += "0";
-    Require(text == IndexText(slots[0], slots[1]), 32, [&] { return "in " + path + " stands:\n" + text; });
+    if (m_canary.Lies(ERule::IndexFile)) text += "0";
+    Require(text == IndexText(slots[0], slots[1]), ERule::IndexFile,
+            [&] { return "in " + path + " stands:\n" + text; });
     std::filesystem::remove(path);
 }
 
@@ -323,7 +325,7 @@ void World::CheckSubscriptions() {
     for (const EMDQPDataType feed : {SHFE_4PS, INE_4PS}) {
         for (int32_t slot = 0; slot < m_tables.SlotsTouched(feed); ++slot) {
             const uint32_t told = m_board.Slot(feed, slot).config;
-            Require(told == 0, 10, [=] {
+            Require(told == 0, ERule::Subscriptions, [=] {
                 return "slot " + std::to_string(slot) + " of feed " + std::to_string(feed) + " is left at " + Hex(told);
             });
         }
@@ -335,8 +337,8 @@ void World::CheckSubscriptions() {
             const std::string id =
                 isListed ? m_truth.Market().Instruments(feed)[static_cast<std::size_t>(instNo)].id : "";
             const uint32_t expected = m_insane.count({feed, instNo}) != 0 ? 0 : ControlWord(m_plan, id);
-            const uint32_t told = m_board.Slot(feed, instNo).config ^ (m_canary.Lies(10) ? 1U : 0U);
-            Require(told == expected, 10,
+            const uint32_t told = m_board.Slot(feed, instNo).config ^ (m_canary.Lies(ERule::Subscriptions) ? 1U : 0U);
+            Require(told == expected, ERule::Subscriptions,
                     [&] { return "control word of " + id + " is " + Hex(told) + ", not " + Hex(expected); });
             if (expected != ControlWord(m_plan, id)) m_ledger.ExpectDifference(feed, instNo, EQuirk::ShieldedBook);
         }

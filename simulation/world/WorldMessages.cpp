@@ -5,7 +5,7 @@
 
 #include "simulation/base/WatchedAllocator.h"
 #include "simulation/rules/BoardMap.h"
-#include "simulation/rules/Invariants.h"
+#include "simulation/rules/Rules.h"
 #include "simulation/world/World.h"
 
 namespace simulation {
@@ -38,8 +38,9 @@ void World::BeforeReceive(int32_t channel) {
     if (IsOfDestructor()) return;
     CountCall();
     const bool isLate = channel == 0 && m_isEnding && m_order.IsLoading();
-    const bool isLie = m_order.Phase() == ESessionPhase::Loading && m_canary.Lies(31);
-    Require(!isLate && !isLie, 31, [] { return std::string("the snapshot is waited for after the session's end"); });
+    const bool isLie = m_order.Phase() == ESessionPhase::Loading && m_canary.Lies(ERule::RightEnds);
+    Require(!isLate && !isLie, ERule::RightEnds,
+            [] { return std::string("the snapshot is waited for after the session's end"); });
     if (channel == 0) {
         FireTrigger();
         DealEvents();
@@ -108,7 +109,7 @@ void World::CheckReckoning(uint64_t failedBefore) {
                           : m_order.Phase() > ESessionPhase::Loading ? EOutcome::Used
                                                                      : EOutcome::GoesOn;
     constexpr const char* NAMES[] = {"still loading", "used", "refused"};
-    Require(came == due && !m_canary.Lies(34), 34, [=] {
+    Require(came == due && !m_canary.Lies(ERule::SnapshotContents), ERule::SnapshotContents, [=] {
         return std::string("the snapshot is ") + NAMES[static_cast<int>(came)] + ", not " +
                NAMES[static_cast<int>(due)];
     });
@@ -117,7 +118,7 @@ void World::CheckReckoning(uint64_t failedBefore) {
         m_ledger.CountQuirk(EQuirk::ResetAtTheEnd);
     }
     const uint8_t mask = m_manager->FinishedMask();
-    Require(mask == m_reckoning.FinishedMask(), 34,
+    Require(mask == m_reckoning.FinishedMask(), ERule::SnapshotContents,
             [&] { return "the finished feeds are " + Hex(mask) + ", not " + Hex(m_reckoning.FinishedMask()); });
 }
 
@@ -133,7 +134,7 @@ void World::CheckDropped(const CCounters& before) {
     const SnapshotReckoning::Dropped dropped{moved(ECounter::SegmentOtherHost), moved(ECounter::SegmentRepeated),
                                              moved(ECounter::SegmentEarlyDropped), moved(ECounter::SegmentRefused)};
     const SnapshotReckoning::Dropped& due = m_reckoning.LastDropped();
-    Require(dropped == due, 15, [&] {
+    Require(dropped == due, ERule::Counters, [&] {
         const auto text = [](const SnapshotReckoning::Dropped& some) {
             return std::to_string(some.otherHost) + " of another host, " + std::to_string(some.repeated) +
                    " repeated, " + std::to_string(some.earlyEmpty) + " early and empty, " +
@@ -144,11 +145,13 @@ void World::CheckDropped(const CCounters& before) {
 }
 
 void World::CheckManager(const CCounters& before, ECounted expected) {
-    Require(IsCountedOnce(before, m_manager->Counters(), expected) && !m_canary.Lies(15), 15, [&] {
-        return "not counted as " + std::string(CountedName(expected)) + ":" + Moved(before, m_manager->Counters());
-    });
-    const char* inconsistency = m_canary.Lies(12) ? "nothing, really" : m_manager->Inconsistency();
-    Require(inconsistency == nullptr, 12, [&] { return std::string(inconsistency); });
+    Require(IsCountedOnce(before, m_manager->Counters(), expected) && !m_canary.Lies(ERule::Counters), ERule::Counters,
+            [&] {
+                return "not counted as " + std::string(CountedName(expected)) + ":" +
+                       Moved(before, m_manager->Counters());
+            });
+    const char* inconsistency = m_canary.Lies(ERule::Reassembly) ? "nothing, really" : m_manager->Inconsistency();
+    Require(inconsistency == nullptr, ERule::Reassembly, [&] { return std::string(inconsistency); });
 }
 
 void World::Deliver(const unsigned char* data, unsigned int length, VexaBoardMessageHandler handler, void* user) {
@@ -158,21 +161,22 @@ void World::Deliver(const unsigned char* data, unsigned int length, VexaBoardMes
     {
         const WatchedAllocator::Watch watched(true);
         handler(data, length, user);
-        if (m_canary.Lies(19)) ::operator delete(::operator new(1));
+        if (m_canary.Lies(ERule::BareDelivery)) ::operator delete(::operator new(1));
     }
-    Require(WatchedAllocator::Count() == allocations, 19, [] { return std::string("a delivery allocated"); });
+    Require(WatchedAllocator::Count() == allocations, ERule::BareDelivery,
+            [] { return std::string("a delivery allocated"); });
 }
 
 void World::WatchSnapshot() {
     const uint8_t mask = m_manager->FinishedMask();
-    const bool isLie = mask != 0 && mask == m_snapshot.FinishedMask() && m_canary.Lies(27);
+    const bool isLie = mask != 0 && mask == m_snapshot.FinishedMask() && m_canary.Lies(ERule::FinishedFeeds);
     m_snapshot.OnFinishedMask(isLie ? 0 : mask, m_manager->Clears());
     const uint64_t failed = m_manager->PriceChecksFailed();
     if (failed == m_priceChecksFailed) return;
     m_priceChecksFailed = failed;
     m_snapshot.OnPriceCheckFailed();
     const bool isSpoiled = m_faults.Has(exchange::EFault::CrossedBook) || m_faults.Has(exchange::EFault::OutsideLimits);
-    Require(m_reckoning.IsKnown() || (isSpoiled && !m_plan.isShielded), 14,
+    Require(m_reckoning.IsKnown() || (isSpoiled && !m_plan.isShielded), ERule::SnapshotUse,
             [] { return std::string("a sane snapshot failed its price check"); });
 }
 

@@ -25,7 +25,7 @@ constexpr uint64_t SESSIONS_FOR_A_CANARY = 40;
 
 std::string TraceOf(uint64_t seed) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), std::fclose);
-    RunSession(MakePlan(seed), 0, file.get());
+    RunSession(MakePlan(seed), ERule::None, file.get());
     std::string text(static_cast<std::size_t>(std::ftell(file.get())), '\0');
     std::rewind(file.get());
     text.resize(std::fread(text.data(), 1, text.size(), file.get()));
@@ -53,15 +53,15 @@ TEST_P(Seeds, AreClean) {
     EXPECT_FALSE(totals.broken) << TellBreach(totals, options);
 }
 
-class EachCanary : public testing::TestWithParam<Invariant> {};
+class EachCanary : public testing::TestWithParam<Rule> {};
 
-INSTANTIATE_TEST_SUITE_P(OfEveryRule, EachCanary, testing::ValuesIn(Invariants().begin(), Invariants().end()),
-                         [](const auto& rule) { return "rule" + std::to_string(rule.param.number); });
+INSTANTIATE_TEST_SUITE_P(OfEveryRule, EachCanary, testing::ValuesIn(Rules().begin(), Rules().end()),
+                         [](const auto& row) { return "rule" + std::to_string(row.param.number); });
 
 TEST_P(EachCanary, BreaksItsOwnRule) {
-    const Totals totals = RunSessions({.seed = 1, .sessions = SESSIONS_FOR_A_CANARY, .canary = GetParam().number});
+    const Totals totals = RunSessions({.seed = 1, .sessions = SESSIONS_FOR_A_CANARY, .canary = GetParam().rule});
     ASSERT_TRUE(totals.broken);
-    EXPECT_EQ(totals.outcome.breach->invariant, GetParam().number) << totals.outcome.breach->what;
+    EXPECT_EQ(totals.outcome.breach->rule, GetParam().rule) << totals.outcome.breach->what;
     EXPECT_FALSE(totals.outcome.lastEvents.empty());
 }
 
@@ -71,13 +71,14 @@ TEST(Shrinking, LeavesWhatBreaksTheRuleAlone) {
     ASSERT_GT(plan.steps.size(), 2U);
     plan.faults.resize(2);
     plan.steps.resize(2, plan.steps.front());
-    const SessionPlan shrunk = Shrink(plan, 1, 1);  // the first record breaks it: neither fault nor step is needed
+    const SessionPlan shrunk =
+        Shrink(plan, ERule::Truth, ERule::Truth);  // the first record breaks it: neither fault nor step is needed
     EXPECT_TRUE(shrunk.faults.empty());
     EXPECT_TRUE(shrunk.steps.empty());
 }
 
 TEST(Breach, IsToldWithSeedCommandRuleAndPlan) {
-    const RunOptions options{.seed = 2, .canary = 20};
+    const RunOptions options{.seed = 2, .canary = ERule::Results};
     const std::string text = TellBreach(RunSessions(options), options);
     EXPECT_NE(text.find("broken: 20 (results)"), std::string::npos);
     EXPECT_NE(text.find("vexa-sim --seed 2 --faults all --canary 20"), std::string::npos);

@@ -166,7 +166,7 @@ void CCommonLog::Put(ELOGLEVEL level, const char* text, std::size_t length, int6
     const int reason = errno;
     const bool isGone = file == STANDARD_ERROR || TakeBack(file, written);
     if (!isGone || isBehindCut) m_isCut.store(true, std::memory_order_relaxed);
-    if (mayOpen) TellOnce(" cannot be written (", m_path, reason);
+    if (mayOpen) ReportTroubleOnce(" cannot be written (", m_path, reason);
     Drop();
 }
 
@@ -206,14 +206,14 @@ int CCommonLog::OpenFileOf(int64_t day) {
         const std::string file = log_file::Place(m_path, name);
         const int opened = log_file::OpenAppend(file, false);
         if (opened >= 0) return opened;
-        TellOnce(" cannot be opened (", file.c_str(), errno);
+        ReportTroubleOnce(" cannot be opened (", file.c_str(), errno);
     } catch (const std::bad_alloc&) {
-        TellOnce(" cannot be opened (", m_path, ENOMEM);
+        ReportTroubleOnce(" cannot be opened (", m_path, ENOMEM);
     }
     return NO_FILE;
 }
 
-void CCommonLog::TellOnce(const char* what, const char* file, int reason) {
+void CCommonLog::ReportTroubleOnce(const char* what, const char* file, int reason) {
     if (m_hasTold.exchange(true, std::memory_order_relaxed)) return;
     char line[1024];
     char* end = PutText(line, "vexa_shfe_md: the log file ");

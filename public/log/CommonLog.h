@@ -73,7 +73,7 @@ private:
     void Refresh(int64_t wallSeconds);
     void OpenDay(int64_t day);
     int OpenFileOf(int64_t day);
-    void TellOnce(const char* what, const char* file, int reason);
+    void ReportTroubleOnce(const char* what, const char* file, int reason);
     void Drop();
 
     std::atomic<int32_t> m_mask{LOG_ERROR | LOG_WARNING | LOG_INFO | LOG_DEBUG};

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "simulation/base/Results.h"
 #include "simulation/rules/Rules.h"
 
 namespace simulation {
@@ -71,14 +72,14 @@ int32_t CheckedApplication::Start(bool isPolling, const std::string& remark) {
         m_world.OnStart();
     }
     const int32_t result = CallStart(path.c_str());
-    m_isLive = result == 0;
-    m_world.EndCall(m_channel, result != 0, m_hasRunOut);
+    m_isLive = result == STARTED;
+    m_world.EndCall(m_channel, result != STARTED, m_hasRunOut);
     const bool hasBroughtUp = m_world.Order().BringUps() != bringUps;
-    if (m_channel == 0 && !hasAttempts && result != 0) {
+    if (m_channel == 0 && !hasAttempts && result != STARTED) {
         m_world.Quirks().CountQuirk(EQuirk::AttemptsUsedUp);
     } else {
-        const int32_t expected = hasBroughtUp ? ExpectedStart() : 0;
-        const bool isGivenUp = m_hasRunOut && result == -2;
+        const int32_t expected = hasBroughtUp ? ExpectedStart() : STARTED;
+        const bool isGivenUp = m_hasRunOut && result == START_FAILED;
         Require(result == expected || isGivenUp, ERule::Results, [=] {
             return "a start returned " + std::to_string(result) + " instead of " + std::to_string(expected);
         });
@@ -98,8 +99,8 @@ int32_t CheckedApplication::CallStart(const char* path) {
 
 // A stop during the snapshot fails the start; one that comes later ends the first step.
 int32_t CheckedApplication::ExpectedStart() const {
-    if (m_world.GetPlan().isMemoryDead) return -2;
-    return IsEnding() && m_endedIn <= ESessionPhase::Tables ? -2 : 0;
+    if (m_world.GetPlan().isMemoryDead) return START_FAILED;
+    return IsEnding() && m_endedIn <= ESessionPhase::Tables ? START_FAILED : STARTED;
 }
 
 void CheckedApplication::CheckLevel() {
@@ -130,12 +131,13 @@ int32_t CheckedApplication::Step() {
     const bool mayBringUp = MayBringUp();
     m_world.BeginCall(m_channel, mayBringUp, mayBringUp && m_shortage.number != 0);
     int32_t result = CallReceive(mayBringUp);
-    m_isLive = result != -1;
-    if (result == 1 && m_isPolling) m_world.OnRecord(m_channel, m_record);
-    m_world.EndCall(m_channel, result == -1, m_hasRunOut);
-    if (wasEnding && m_world.GetCanary().Lies(ERule::End)) result = 0;
-    Require(!wasEnding || result == -1, ERule::End, [=] { return "a step returned " + std::to_string(result); });
-    if (!wasEnding && m_world.GetCanary().Lies(ERule::Results)) result = result == 1 ? 0 : 1;
+    m_isLive = result != SESSION_ENDED;
+    if (result == ONE_UPDATE && m_isPolling) m_world.OnRecord(m_channel, m_record);
+    m_world.EndCall(m_channel, result == SESSION_ENDED, m_hasRunOut);
+    if (wasEnding && m_world.GetCanary().Lies(ERule::End)) result = NO_UPDATE;
+    Require(!wasEnding || result == SESSION_ENDED, ERule::End,
+            [=] { return "a step returned " + std::to_string(result); });
+    if (!wasEnding && m_world.GetCanary().Lies(ERule::Results)) result = result == ONE_UPDATE ? NO_UPDATE : ONE_UPDATE;
     CheckResult(result);
     CheckLevel();
     return result;
@@ -143,13 +145,13 @@ int32_t CheckedApplication::Step() {
 
 void CheckedApplication::CheckResult(int32_t result) {
     const bool hasRecord = m_world.RecordsInCall() == 1;
-    Require(hasRecord == (result == 1) && m_world.RecordsInCall() <= 1, ERule::Results, [&] {
+    Require(hasRecord == (result == ONE_UPDATE) && m_world.RecordsInCall() <= 1, ERule::Results, [&] {
         return "a step that delivered " + std::to_string(m_world.RecordsInCall()) + " records returned " +
                std::to_string(result);
     });
-    Require(result != -1 || IsEnding() || m_hasRunOut || m_world.GetPlan().isMemoryDead, ERule::Results,
+    Require(result != SESSION_ENDED || IsEnding() || m_hasRunOut || m_world.GetPlan().isMemoryDead, ERule::Results,
             [] { return std::string("a step returned -1 without a reason"); });
-    if (!m_isPolling || result != 1) return;
+    if (!m_isPolling || result != ONE_UPDATE) return;
     Require(std::memcmp(&m_record, &m_world.LastMessage(), sizeof m_record) == 0, ERule::Once,
             [] { return std::string("the polled record is not the message's"); });
 }

@@ -1,6 +1,8 @@
 #include "simulation/Player.h"
 
 #include "simulation/base/Edges.h"
+#include "simulation/base/EventBits.h"
+#include "simulation/base/Results.h"
 #include "simulation/rules/Rules.h"
 
 namespace simulation {
@@ -32,7 +34,7 @@ void Player::Play() {
 void Player::Start(bool isPolling, const std::string& remark) {
     m_remark = remark;
     const uint64_t bringUps = m_world.Order().BringUps();
-    if (m_manager->Start(isPolling, remark) != 0 || m_world.Order().BringUps() != bringUps) return;
+    if (m_manager->Start(isPolling, remark) != STARTED || m_world.Order().BringUps() != bringUps) return;
     m_world.Quirks().OnBoardLeftAlone();
     Require(m_world.Order().IsBoardWhole(), ERule::Order,
             [] { return std::string("a half-started board was left alone"); });
@@ -63,7 +65,7 @@ void Player::MakeLive() {
 void Player::Receive(int32_t updates) {
     const uint64_t target = m_world.Deliveries(0).Records() + static_cast<uint64_t>(updates);
     for (int step = 0; step < EMPTY_STEPS_MAX && m_world.Deliveries(0).Records() < target; ++step) {
-        if (m_manager->Step() == -1) return;
+        if (m_manager->Step() == SESSION_ENDED) return;
         if (m_world.Board().IsDrained() || step > 20 * updates) return;
     }
 }
@@ -73,7 +75,7 @@ void Player::Receive(int32_t updates) {
 void Player::Recover() {
     const uint64_t started = m_world.Order().EngineStarts();
     for (int step = 0; step < EMPTY_STEPS_MAX && m_world.Order().EngineStarts() == started; ++step) {
-        if (m_manager->Step() == -1) return;
+        if (m_manager->Step() == SESSION_ENDED) return;
     }
 }
 
@@ -96,14 +98,15 @@ void Player::Lose(const Step& step) {
 void Player::RaiseTimeOuts() {
     uint64_t turn = m_plan.seed;
     for (const TimeCard& card : DealTimes(m_plan.seed)) {
-        while (m_world.Board().HasMessageFor(0) && m_manager->Step() != -1) continue;
+        while (m_world.Board().HasMessageFor(0) && m_manager->Step() != SESSION_ENDED) continue;
         MakeLive();
         const uint64_t latest = DAY_SECONDS + static_cast<uint64_t>(card.second);
         for (uint64_t feed = 0; feed < FEED_COUNT; ++feed) {
             const uint64_t before = feed == turn % FEED_COUNT ? 0 : 1 + (turn * 7919 + feed * 104729) % 7200;
             m_world.Board().SetLastUpdate(static_cast<EMDQPDataType>(feed), latest - before);
         }
-        m_world.Raise({card.name, {DMA_EVENT, sizeof(U50Event), 1U << (6 + 8 * (turn % 4)), 0, 0, 0, 0, 0}});
+        const uint32_t timeOut = TIME_OUT_BITS & EVENT_GROUP << LINE_GROUP_BITS * (turn % LINE_GROUPS);
+        m_world.Raise({card.name, {DMA_EVENT, sizeof(U50Event), timeOut, 0, 0, 0, 0, 0}});
         m_manager->Step();
         if (m_world.Order().IsRecoveryDue()) Recover();
         ++turn;
@@ -241,7 +244,7 @@ void Player::CloseRound() {
     // A loss that the board makes by itself must come before the round, in which the exchange moves by another order.
     const auto& statistics = m_world.Board().Statistics();
     for (int step = 0; step < EMPTY_STEPS_MAX && statistics.liveUpdates < m_plan.lostPacketAfter; ++step) {
-        if (m_manager->Step() == -1) return;
+        if (m_manager->Step() == SESSION_ENDED) return;
     }
     if (m_plan.hasWitness) {
         m_witness = std::make_unique<CheckedApplication>(m_world, m_plan.otherChannel);
@@ -266,8 +269,8 @@ void Player::CloseRound() {
 bool Player::StepAll() {
     while (m_witness != nullptr && m_world.Board().HasMessageFor(m_plan.otherChannel)) m_witness->Step();
     const int32_t result = m_manager->Step();
-    if (result == -1) return false;
-    return result == 1 || !m_world.Board().IsDrained() || m_world.Order().IsRecoveryDue();
+    if (result == SESSION_ENDED) return false;
+    return result == ONE_UPDATE || !m_world.Board().IsDrained() || m_world.Order().IsRecoveryDue();
 }
 
 void Player::Close() {

@@ -20,8 +20,6 @@ constexpr int64_t NANOSECONDS_PER_MS = 1'000'000;
 constexpr int32_t SNAPSHOT_CHANNEL = 0;
 constexpr uint32_t SNAPSHOT_RING_PART = 4;
 
-constexpr U50Event LOST_EVENT{DMA_EVENT, sizeof(U50Event), EVENT_LOST& EVENT_GROUP, 0, 0, 0, 0, 0};
-
 }  // namespace
 
 BoardEngine::BoardEngine(const BoardOptions& options, BoardMemory& memory)
@@ -41,12 +39,12 @@ BoardEngine::BoardEngine(const BoardOptions& options, BoardMemory& memory)
 void BoardEngine::Execute(uint32_t index, uint32_t value) {
     switch (index) {
         case reg::BRING_UP_START:
-            if (value == 1) BringUp();
+            if (value == START_VALUE) BringUp();
             return;
         case reg::SNAPSHOT_CONTROL: return value == reg::SNAPSHOT_OPEN ? OpenSnapshot() : CloseSnapshot();
         case reg::LOGICAL_START_2PS:
         case reg::LOGICAL_START_4PS:
-            if (value == 1) StartEngine(index);
+            if (value == START_VALUE) StartEngine(index);
             return;
         default: return;
     }
@@ -121,7 +119,8 @@ void BoardEngine::StartEngine(uint32_t index) {
         return Refuse(index, m_memory.statistics.refusedEngineStarts);
     }
     const auto& values = m_memory.registers.values;
-    if (Load(values[reg::LOGICAL_START_2PS]) != 1 || Load(values[reg::LOGICAL_START_4PS]) != 1) return;
+    if (Load(values[reg::LOGICAL_START_2PS]) != START_VALUE || Load(values[reg::LOGICAL_START_4PS]) != START_VALUE)
+        return;
     EnterPhase(EBoardPhase::Live);
     m_isLive = true;
     m_liveSince = CClock::MonotonicNanoseconds();

@@ -107,6 +107,9 @@ struct ChannelMemory {
     DmaRing ring;
 };
 
+/// Tells a host that messages for it were lost.
+constexpr U50Event LOST_EVENT{DMA_EVENT, sizeof(U50Event), (EVENT_LOST & EVENT_GROUP), 0, 0, 0, 0, 0};
+
 struct BoardMemory {
     BoardStatistics statistics;
     BoardRegisters registers;

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -138,12 +139,16 @@ constexpr const char* REGISTERS_FAILED =
 constexpr const char* STREAM_FAILED =
     "the board has ended; the stream goes over to the next one that has its channel free";
 
+// What the operations return, unless it is a number of messages.
+constexpr int32_t DONE = 0;
+constexpr int32_t FAILED = -1;
+
 thread_local std::string g_refusal;
 thread_local const char* g_lastError = "";
 
 int32_t Fail(const char* why) {
     g_lastError = why;
-    return -1;
+    return FAILED;
 }
 
 /// The caller may be C: nothing is thrown.
@@ -154,7 +159,7 @@ int32_t OpenHandle(Handle** handle, Make make) {
         std::unique_ptr<Handle> made = make(error);
         if (made != nullptr) {
             *handle = made.release();
-            return 0;
+            return DONE;
         }
         g_refusal = std::move(error);
         return Fail(g_refusal.c_str());
@@ -173,7 +178,7 @@ void CloseRegisters(VexaBoardRegisters* registers) { delete registers; }
 
 int32_t Write32(VexaBoardRegisters* registers, uint32_t index, uint32_t value) {
     try {
-        return registers->Write(index, value) ? 0 : Fail(REGISTERS_FAILED);
+        return registers->Write(index, value) ? DONE : Fail(REGISTERS_FAILED);
     } catch (const std::bad_alloc&) {
         return Fail("out of memory");
     }
@@ -183,31 +188,31 @@ int32_t Read32(VexaBoardRegisters* registers, uint32_t index, uint32_t* value) {
     uint64_t read = 0;
     if (!registers->Read(index, read)) return Fail(REGISTERS_FAILED);
     *value = static_cast<uint32_t>(read);
-    return 0;
+    return DONE;
 }
 
 int32_t Read64(VexaBoardRegisters* registers, uint32_t index, uint64_t* value) {
-    return registers->Read(index, *value) ? 0 : Fail(REGISTERS_FAILED);
+    return registers->Read(index, *value) ? DONE : Fail(REGISTERS_FAILED);
 }
 
-/// "CUSTOM_CHAN3_DATA" is channel 3; negative for any other shape.
-int32_t ChannelOf(const char* name) {
+/// "CUSTOM_CHAN3_DATA" is channel 3; none is of another shape.
+std::optional<int32_t> ChannelOf(const char* name) {
     for (int32_t channel = 0; channel < CHANNEL_SIZE; ++channel) {
         char ofChannel[32];
         std::snprintf(ofChannel, sizeof ofChannel, "CUSTOM_CHAN%d_DATA", channel);
         if (std::strcmp(ofChannel, name) == 0) return channel;
     }
-    return -1;
+    return {};
 }
 
 int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoardStream** stream) {
     return OpenHandle(stream, [&](std::string& error) -> std::unique_ptr<VexaBoardStream> {
-        const int32_t channel = ChannelOf(name);
-        if (channel < 0) {
+        const std::optional<int32_t> channel = ChannelOf(name);
+        if (!channel) {
             error = std::string("no stream ") + name + "; there are CUSTOM_CHAN0_DATA to CUSTOM_CHAN15_DATA";
             return nullptr;
         }
-        return MakeStream(argument, bus, channel, error);
+        return MakeStream(argument, bus, *channel, error);
     });
 }
 

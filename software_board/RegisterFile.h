@@ -7,6 +7,9 @@
 
 namespace software_board {
 
+/// Begins a bring-up, or starts an engine.
+constexpr uint32_t START_VALUE = 1;
+
 /// Stores the value, or passes it to a table's port. True when the engine must act on it (IsCommand).
 bool WriteRegister(BoardMemory& memory, uint32_t index, uint32_t value);
 

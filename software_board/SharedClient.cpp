@@ -104,7 +104,7 @@ bool SharedRegisters::IsThere(bool isLookDue) {
 
 bool SharedRegisters::Write(uint32_t index, uint32_t value) {
     std::string text;
-    const bool isBringUp = index == reg::BRING_UP_START && value == 1;
+    const bool isBringUp = index == reg::BRING_UP_START && value == START_VALUE;
     if (!IsThere(IsCommand(index)) && (!isBringUp || !Open(m_bus, text))) return false;
     if (!WriteRegister(m_mapping->memory, index, value)) return true;
     text.clear();
@@ -153,16 +153,14 @@ int32_t SharedStream::LookAfterServer() {
     m_hasEnded = true;
     m_nextLookAt.reset();
     m_ring->Discard();  // what came last, behind the last poll
-    return -1;
+    return BOARD_ENDED;
 }
 
 int32_t SharedStream::GoOver(VexaBoardMessageHandler handler, void* user) {
-    if (!MayLook() || !OpenAgain()) return -1;
-    constexpr uint32_t LOST = 1U << 7;
-    const U50Event lost{DMA_EVENT, sizeof(U50Event), LOST, 0, 0, 0, 0, 0};
+    if (!MayLook() || !OpenAgain()) return BOARD_ENDED;
     alignas(CACHE_LINE) unsigned char message[DMA_READABLE_BYTES] = {};
-    std::memcpy(message, &lost, sizeof lost);
-    handler(message, sizeof lost, user);
+    std::memcpy(message, &LOST_EVENT, sizeof LOST_EVENT);
+    handler(message, sizeof LOST_EVENT, user);
     return 1;
 }
 

@@ -38,12 +38,14 @@ private:
 
 class SharedStream {
 public:
+    static constexpr int32_t BOARD_ENDED = -1;  ///< instead of a number of messages
+
     ~SharedStream() { Release(); }
 
     /// False when no board is served, or a living process holds the channel.
     bool Open(uint16_t bus, int32_t channel, std::string& error);
 
-    /// One poll: the number of messages handed over, negative once the board has ended. An empty one looks whether it
+    /// One poll: the number of messages handed over, or BOARD_ENDED once it has. An empty one looks whether it
     /// has, and now and then whether the server lives. From the next poll on a board that is served anew is looked for;
     /// the stream goes over to it, and the host is told that packets were lost.
     int32_t Receive(VexaBoardMessageHandler handler, void* user) {

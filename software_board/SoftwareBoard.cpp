@@ -52,7 +52,7 @@ void SoftwareBoard::Write(uint32_t index, uint32_t value) {
     if (onWrite) onWrite(index, value);
     if (!WriteRegister(*m_state->memory, index, value)) return;
     m_state->engine.Execute(index, value);
-    if (index == reg::BRING_UP_START && value == 1) m_state->DiscardMessages();
+    if (index == reg::BRING_UP_START && value == START_VALUE) m_state->DiscardMessages();
 }
 
 uint32_t SoftwareBoard::Read(uint32_t index) { return static_cast<uint32_t>(Read64(index)); }

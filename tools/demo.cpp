@@ -29,6 +29,11 @@ namespace fs = std::filesystem;
 constexpr double SECONDS_WITHOUT_TERMINAL = 10;
 constexpr int INTERRUPTED = 130;
 
+// Results of starts and steps.
+constexpr int32_t STARTED = 0;
+constexpr int32_t ONE_UPDATE = 1;
+constexpr int32_t SESSION_ENDED = -1;
+
 struct DemoOptions {
     bool isPolling = false;
     bool isFast = false;
@@ -158,7 +163,7 @@ public:
     int32_t Step(CVexaShfeMdApi& api) {
         if (!m_isPolling) return api.VexaRecv();
         const int32_t result = api.VexaRecv(m_md);
-        if (result == 1) m_display.OnQuote(m_md);
+        if (result == ONE_UPDATE) m_display.OnQuote(m_md);
         return result;
     }
 
@@ -180,7 +185,7 @@ EEnd ReceiveLive(CVexaShfeMdApi& api, QuoteReceiver& receiver, QuoteDisplay& dis
     const int64_t start = DemoClock::RealNanoseconds();
     bool isFinishing = false;
     for (int steps = 0;; ++steps) {
-        if (receiver.Step(api) == -1) return IsInterrupted() ? EEnd::Interrupted : EEnd::Failed;
+        if (receiver.Step(api) == SESSION_ENDED) return IsInterrupted() ? EEnd::Interrupted : EEnd::Failed;
         if (isFinishing && board.IsDrained()) return EEnd::Complete;
         if (steps % LOOK_EVERY != 0) continue;
         const int64_t now = DemoClock::RealNanoseconds();
@@ -242,7 +247,7 @@ public:
                     m_options.faults.c_str());
         m_progress.Begin();
         const int32_t started = m_receiver.Start(*m_api, m_config, m_options.isPolling);
-        if (started != 0) return TellFailedStart(started);
+        if (started != STARTED) return TellFailedStart(started);
 
         const int64_t liveStart = DemoClock::RealNanoseconds();
         const EEnd end = ReceiveLive(*m_api, m_receiver, m_display, m_board, m_options.seconds);

@@ -4,6 +4,8 @@
 #include <array>
 #include <set>
 
+#include "simulation/base/EventBits.h"
+
 namespace simulation {
 namespace {
 
@@ -24,11 +26,14 @@ enum EMeaning : uint8_t { LOST, TIME_OUT, PRICE, COUNT, READY, NOTHING };
 constexpr const char* MEANINGS[] = {"lost", "time-out", "price", "count", "ready", "nothing"};
 
 EMeaning MeaningOf(Bit bit) {
-    if (bit.word == 0 && bit.bit % 8 == 7) return LOST;
-    if (bit.word == 0 && bit.bit % 8 == 6) return TIME_OUT;
-    if (bit.word == 1 && bit.bit % 8 < 4) return PRICE;
-    if (bit.word == 3 && bit.bit < 4) return COUNT;
-    if (bit.word == 2 && bit.bit == 0) return READY;
+    const auto isOneOf = [bit](uint32_t word, uint32_t bits) {
+        return bit.word == word && (bits >> bit.bit & 1U) != 0;
+    };
+    if (isOneOf(0, LOST_BITS)) return LOST;
+    if (isOneOf(0, TIME_OUT_BITS)) return TIME_OUT;
+    if (isOneOf(1, PRICE_ERROR_BITS)) return PRICE;
+    if (isOneOf(3, LOST_COUNT_BITS)) return COUNT;
+    if (isOneOf(2, MEMORY_READY_BIT)) return READY;
     return NOTHING;
 }
 

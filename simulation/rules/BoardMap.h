@@ -48,6 +48,11 @@ constexpr uint32_t INTERVAL_4PS = 0x21112;
 constexpr uint32_t ENGINE_2PS = 0x11120;
 constexpr uint32_t ENGINE_4PS = 0x21120;
 
+// Values.
+constexpr uint32_t START = 1;  ///< of a bring-up, or an engine
+constexpr uint32_t SNAPSHOT_OPEN = 15;
+constexpr uint32_t SNAPSHOT_CLOSED = 0;
+constexpr uint32_t CLOSE_DATA = 1;  ///< of a table's port
 constexpr uint32_t CLOSE_ADDRESS = 0xFFFFFFFF;
 
 /// Of one feed, in the order SHFE 2ps, SHFE 4ps, INE 2ps, INE 4ps.

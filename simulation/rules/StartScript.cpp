@@ -13,13 +13,13 @@ constexpr uint32_t VERSION = 0x01010133;  // 1.1.1.33, its first number in the h
 StartScript::StartScript(const SessionPlan& plan) {
     Identity();
     m_bringUpStop = m_stops.size();
-    Write(ESessionPhase::Memory, board::BRING_UP, 1);
+    Write(ESessionPhase::Memory, board::BRING_UP, board::START);
     Write(ESessionPhase::Memory, board::PRICE_MASK, plan.settings.priceMask);
     Read(ESessionPhase::Memory, {board::MEMORY_STATUS});
     Programming(plan.settings);
     Groups(plan);
     m_stops.back().phase = ESessionPhase::Loading;
-    Write(ESessionPhase::Tables, board::SNAPSHOT, 0);
+    Write(ESessionPhase::Tables, board::SNAPSHOT, board::SNAPSHOT_CLOSED);
     Write(ESessionPhase::Versions, board::SOFTWARE, VERSION);
     Read(ESessionPhase::Versions, {board::FIRMWARE, board::VERDICT});
     Write(ESessionPhase::Versions, board::CHECKSUM, {});
@@ -55,7 +55,7 @@ void StartScript::Identity() {
 
 // Most registers of the four snapshot sessions are written kind by kind, the last two session by session.
 void StartScript::Programming(const Settings& settings) {
-    Write(ESessionPhase::Programming, board::SNAPSHOT, 15);
+    Write(ESessionPhase::Programming, board::SNAPSHOT, board::SNAPSHOT_OPEN);
     Write(ESessionPhase::Programming, board::SHFE_COUNT, 0);
     Write(ESessionPhase::Programming, board::INE_COUNT, 0);
     Write(ESessionPhase::Programming, board::INTERVAL_2PS, ALL_ONES);
@@ -102,11 +102,11 @@ void StartScript::Engines(const Settings& settings) {
     Write(ESessionPhase::Engines, board::MODEL, settings.model);
     Write(ESessionPhase::Engines, board::EVENT_MODEL, settings.eventModel);
     for (const EMDQPDataType feed : {SHFE_4PS, SHFE_2PS, INE_2PS, INE_4PS}) {
-        Write(ESessionPhase::Engines, board::FEEDS[feed].table + 1, 1);
+        Write(ESessionPhase::Engines, board::FEEDS[feed].table + 1, board::CLOSE_DATA);
         Write(ESessionPhase::Engines, board::FEEDS[feed].table, board::CLOSE_ADDRESS);
     }
-    Write(ESessionPhase::Engines, board::ENGINE_2PS, 1);
-    Write(ESessionPhase::Live, board::ENGINE_4PS, 1);
+    Write(ESessionPhase::Engines, board::ENGINE_2PS, board::START);
+    Write(ESessionPhase::Live, board::ENGINE_4PS, board::START);
 }
 
 }  // namespace simulation

@@ -88,7 +88,7 @@ void World::OnControlWrite(uint32_t index, uint32_t value) {
                 [] { return std::string("a board was brought up that runs this very configuration"); });
     }
     m_order.OnAccess(EAccess::Write, index, value, m_clock.Now());
-    if (index == board::SNAPSHOT && value != 0) Relist();
+    if (index == board::SNAPSHOT && value != board::SNAPSHOT_CLOSED) Relist();
     OnPhase(before, index);
     if (before != m_order.Phase()) DealEvents();
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "simulation/base/EventBits.h"
 #include "simulation/base/WatchedAllocator.h"
 #include "simulation/rules/BoardMap.h"
 #include "simulation/rules/Rules.h"
@@ -10,11 +11,6 @@
 
 namespace simulation {
 namespace {
-
-constexpr uint32_t LOST_BITS = 0x80808080U;
-constexpr uint32_t TIME_OUT_BITS = 0x40404040U;
-constexpr uint32_t PRICE_ERROR_BITS = 0x0F0F0F0FU;
-constexpr uint32_t LOST_COUNT_BITS = 0x0FU;
 
 /// First and last minute of the day of each window in which silence is expected.
 constexpr int QUIET[][2] = {{535, 539}, {1255, 1259}, {540, 540}, {1260, 1260}, {615, 615},

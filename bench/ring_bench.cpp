@@ -25,7 +25,7 @@ using software_board::RingProducer;
 
 constexpr unsigned char HEAD[DMA_UDP_RECORD_OFFSET] = {};
 
-void PinTo(int core) {
+void PinTo(std::size_t core) {
     cpu_set_t cores;
     CPU_ZERO(&cores);
     CPU_SET(core, &cores);

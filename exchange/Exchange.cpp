@@ -114,7 +114,8 @@ void Exchange::OpenFeed(EMDQPDataType feed, int32_t topicId, std::vector<Instrum
     FeedState& opened = m_feeds[static_cast<std::size_t>(feed)];
     Random random(m_options.seed, feed == SHFE_2PS ? "shfe books" : "ine books");
     opened.topicId = topicId;
-    if (m_options.hasNarrowLimits) NarrowLimits(instruments, Random(m_options.seed * FEED_COUNT + feed, "limits"));
+    if (m_options.hasNarrowLimits)
+        NarrowLimits(instruments, Random(m_options.seed * FEED_COUNT + IndexOf(feed), "limits"));
     opened.instruments = std::move(instruments);
     opened.isListed.assign(opened.instruments.size(), true);
     opened.books.reserve(opened.instruments.size());
@@ -160,7 +161,7 @@ LiveUpdate Exchange::Next() {
 void Exchange::Relist(uint64_t number) {
     for (const EMDQPDataType feed : {SHFE_2PS, INE_2PS}) {
         std::vector<bool>& isListed = m_feeds[static_cast<std::size_t>(feed)].isListed;
-        Random chance((m_options.seed + number) * FEED_COUNT + feed, FaultName(EFault::ChangingList));
+        Random chance((m_options.seed + number) * FEED_COUNT + IndexOf(feed), FaultName(EFault::ChangingList));
         const bool isShorter = chance.OneIn(2);
         const uint32_t end = 1 + chance.Below(static_cast<uint32_t>(isListed.size()));
         for (uint32_t instNo = 1; instNo < isListed.size(); ++instNo) {

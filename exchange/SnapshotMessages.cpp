@@ -288,7 +288,7 @@ Messages Exchange::MessagesOf(EMDQPDataType feed, const Faults& faults, int32_t 
     Random cuts(seed, feed == SHFE_2PS ? "shfe snap" : "ine snap");
     if (faults.Has(EFault::AbsentValues)) ForgetSomePrices(feed);
 
-    SnapshotFaults wrong(faults, seed * FEED_COUNT + feed);
+    SnapshotFaults wrong(faults, seed * FEED_COUNT + IndexOf(feed));
     wrong.spoiled = faults.Has(EFault::WrongBook)
                         ? InstrumentToSpoil(told.instruments, told.isListed, wrong.spoiling)
                         : FutureToSpoil(told.instruments, told.isListed, told.books, wrong.spoiling);
@@ -307,7 +307,7 @@ Messages Exchange::MessagesOf(EMDQPDataType feed, const Faults& faults, int32_t 
 
 /// The same instruments each time: a receiver may have kept one feed of a snapshot whose other feed it takes again.
 void Exchange::ForgetSomePrices(EMDQPDataType feed) {
-    Random chance(m_options.seed * FEED_COUNT + feed, FaultName(EFault::AbsentValues));
+    Random chance(m_options.seed * FEED_COUNT + IndexOf(feed), FaultName(EFault::AbsentValues));
     for (VexaShfeMdType& record : m_feeds[static_cast<std::size_t>(feed)].truth) {
         if (!chance.OneIn(ABSENT_ONE_IN)) continue;
         record.last_px = 0;

@@ -108,7 +108,7 @@ exchange::SnapshotConnection SnapshotService::MakeConnection(const Request& requ
     const exchange::TcpEndpoints endpoints{isShfe ? SHFE_SERVER_IP : INE_SERVER_IP, request.hostIp,
                                            isShfe ? m_options.shfeSnapPort : m_options.ineSnapPort,
                                            LocalPort(request.hostPort + portOffset, isSamePort ? 0 : before)};
-    const uint64_t connection = (before * 2ULL + (portOffset == 0 ? 0 : 1)) * FEED_COUNT + request.feed;
+    const uint64_t connection = (before * 2ULL + (portOffset == 0 ? 0 : 1)) * FEED_COUNT + IndexOf(request.feed);
     const uint64_t seed = m_options.exchange.seed * 1000 + connection;
     uint32_t initialSeq = (INITIAL_SEQ + INITIAL_SEQ_STEP * before) % 0x80000000U;
     // Receivers that compare plainly take what lies behind the wrap-around for old: a flood there would be none.

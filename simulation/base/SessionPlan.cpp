@@ -136,7 +136,8 @@ Step PlanStep(Random& random) {
     Step step;
     step.kind = static_cast<EStep>(random.Below(static_cast<uint32_t>(EStep::Signal)));
     const bool isOfStart = HappensInStart(step.kind);
-    step.phase = START_PHASES[random.Below(std::size(START_PHASES) - (isOfStart ? 0 : 1)) + (isOfStart ? 0 : 1)];
+    step.phase = START_PHASES[random.Below(static_cast<uint32_t>(std::size(START_PHASES)) - (isOfStart ? 0U : 1U)) +
+                              (isOfStart ? 0U : 1U)];
     step.at = 1 + random.Below(random.OneIn(2) ? 3 : 16);
     step.count = random.Between(1, 60);
     if (step.kind == EStep::SetWallClock) step.count = random.Between(-3000, 3000);

@@ -138,7 +138,7 @@ TEST(StartDecision, LeavesABoardAloneInFlowWithoutAnEventAlone) {
         uint64_t told[2][5] = {};
         for (auto& sample : told) {
             std::size_t counter = 0;
-            for (const uint32_t index : {0x1220, 0x1230, 0x1240, 0x1250, 0x1207}) {
+            for (const uint32_t index : {0x1220U, 0x1230U, 0x1240U, 0x1250U, 0x1207U}) {
                 sample[counter++] = decision.ShownValue(index, 100 + index);
             }
         }

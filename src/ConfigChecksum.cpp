@@ -1,13 +1,11 @@
 // The checksum of the configuration file's bytes: a board that keeps the same one runs the same configuration.
 // Invariant: every byte counts, comments and line ends too; a file that is no regular file is never waited for.
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <memory>
 #include <new>
 
 #include "public/file/Descriptor.h"
+#include "public/file/RegularFile.h"
 #include "public/log/LogLine.h"
 #include "src/VexaShfeMdApiImpl.h"
 
@@ -20,10 +18,9 @@ struct CloseFile {
 };
 using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
 
-FilePtr OpenRegular(const char* path) {
-    CDescriptor descriptor(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status {};
-    if (!descriptor.IsOpen() || fstat(descriptor.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
+FilePtr OpenFile(const char* path) {
+    CDescriptor descriptor(OpenRegularFile(path));
+    if (!descriptor.IsOpen()) return nullptr;
     FilePtr file(fdopen(descriptor.Get(), "r"));
     if (file != nullptr) descriptor.Release();
     return file;
@@ -37,7 +34,7 @@ int32_t CVexaShfeMdApiImpl::_GetConfigCrc(uint32_t& crc) {
         VEXA_LOG_AS("_GetConfigCrc", LOG_ERROR, "%s[%s] [%u].", text, path, static_cast<uint32_t>(result));
         return result;
     };
-    const FilePtr file = OpenRegular(path);
+    const FilePtr file = OpenFile(path);
     if (file == nullptr) return fail(-1, "Error opening file ");
     std::fseek(file.get(), 0, SEEK_END);
     const long size = std::ftell(file.get());

@@ -1,7 +1,5 @@
 #include "public/config/IniReader.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +10,7 @@
 #include <utility>
 
 #include "public/file/Descriptor.h"
+#include "public/file/RegularFile.h"
 
 namespace {
 
@@ -31,9 +30,8 @@ ssize_t ReadBlock(int file, Block& block) {
 
 /// The whole file; false for what is no regular file or too large, without ever waiting on it.
 bool ReadWhole(const std::string& path, std::string& text) {
-    const CDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status {};
-    if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    const CDescriptor file(OpenRegularFile(path.c_str()));
+    if (!file.IsOpen()) return false;
     Block block;
     while (text.size() <= FILE_BYTES_MAX) {
         const ssize_t count = ReadBlock(file.Get(), block);

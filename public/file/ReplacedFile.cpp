@@ -12,6 +12,7 @@
 #include <tuple>
 #include <utility>
 
+#include "public/file/RegularFile.h"
 #include "public/file/WriteWhole.h"
 
 namespace {
@@ -20,11 +21,11 @@ constexpr mode_t READABLE_BY_ALL = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
 constexpr int NAMES_TRIED_MAX = 100;
 constexpr std::size_t SUFFIX_LENGTH = 6;
 
-/// Nothing there, or an ordinary file of our own under one name.
+/// Nothing there, or a file of our own.
 bool MayReplace(const std::string& path) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0) return errno == ENOENT;
-    return S_ISREG(status.st_mode) && status.st_nlink == 1 && status.st_uid == geteuid();
+    return IsOwnFile(status);
 }
 
 /// Names that cannot be guessed keep others from having them all.

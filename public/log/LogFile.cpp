@@ -9,6 +9,8 @@
 
 #include <cerrno>
 
+#include "public/file/RegularFile.h"
+
 namespace log_file {
 
 namespace {
@@ -19,11 +21,6 @@ constexpr mode_t ALL_RIGHTS = S_IRWXU | S_IRWXG | S_IRWXO;
 bool IsDirectory(const std::string& path) {
     struct stat status {};
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-/// A file that somebody else put there, or that has a second name elsewhere, is no log of ours.
-bool IsOurs(const struct stat& status) {
-    return S_ISREG(status.st_mode) && status.st_nlink == 1 && status.st_uid == geteuid();
 }
 
 /// In a process that closed its standard descriptors a file of ours must not become one of them.
@@ -47,7 +44,7 @@ int OpenAppend(const std::string& file, bool isNew) {
     if (descriptor < 0) return -1;
     struct stat status {};
     const int reason = fstat(descriptor, &status) != 0 ? errno : EINVAL;
-    if (!IsOurs(status)) {
+    if (!IsOwnFile(status)) {
         close(descriptor);
         if (isNew) unlink(file.c_str());
         errno = reason;

@@ -26,8 +26,8 @@ protected:
     static constexpr int16_t SHFE_TOPIC = 1000;
     static constexpr int16_t INE_TOPIC = 5000;
     static constexpr uint32_t FIRST_SEQ = 5000;
-    static constexpr uint16_t PADDING = 0x0031;       ///< a field that decoders pass over
-    static constexpr std::size_t MESSAGE_BYTES = 40;  ///< of Numbered with its padding
+    static constexpr uint16_t PADDING = 0x0031;    ///< a field that decoders pass over
+    static constexpr uint32_t MESSAGE_BYTES = 40;  ///< of Numbered with its padding
     static constexpr int32_t TROUBLE = LOG_ERROR | LOG_WARNING;
 
     SnapshotTest() {

@@ -74,7 +74,7 @@ protected:
 
     uint32_t Buffers() {
         uint32_t buffers = 0;
-        for (uint32_t port = 0; port < TCP_SESSION_COUNT; ++port) buffers += HasBuffer(port) ? 1 : 0;
+        for (uint32_t port = 0; port < TCP_SESSION_COUNT; ++port) buffers += HasBuffer(port) ? 1U : 0U;
         return buffers;
     }
 };

@@ -104,7 +104,7 @@ TEST_P(DisturbedSnapshot, FinishesWithAllItsInstruments) {
         exchange::SnapshotConnection connection({SERVER, HOST, SNAP_PORT, LOCAL_PORT}, seq,
                                                 market.SnapshotMessages(SHFE_2PS, faults), faults, seed);
         phase.Clear();
-        ofOneSegment += ArriveAll(connection) <= 2 && faults.Has(EFault::LongFirstSegment) ? 1 : 0;
+        ofOneSegment += ArriveAll(connection) <= 2 && faults.Has(EFault::LongFirstSegment) ? 1U : 0U;
         EXPECT_EQ(state->finished.enabled_mask, FeedBit(SHFE_2PS));
         ExpectTruth(market, faults);
     }

@@ -144,7 +144,7 @@ TEST_F(EarlySegments, EveryStoredSegmentIsCountedAndARepeatedOneIsNot) {
 
 TEST_F(EarlySegments, ListThatIsDrainedInPartKeepsItsCount) {
     const uint32_t next = Begin();
-    for (const uint32_t number : {2, 3, 5}) {
+    for (const uint32_t number : {2U, 3U, 5U}) {
         Arrive(next + (number - 1) * MESSAGE_BYTES, Numbered(static_cast<int32_t>(number)));
     }
     Arrive(next, Numbered(1));

@@ -203,7 +203,7 @@ TEST_F(SnapshotCompletion, ResetClearsAllFeedsAlsoFinishedOnes) {
 }
 
 TEST_F(SnapshotCompletion, ResetIsOneWhateverElseItsFlagsSay) {
-    for (const uint8_t other : {0x01, 0x02, 0x08, 0x20, 0x40, 0x80}) {
+    for (const uint8_t other : std::initializer_list<uint8_t>{0x01, 0x02, 0x08, 0x20, 0x40, 0x80}) {
         Begin();
         Reset(TCP_RST | TCP_ACK | other);
         EXPECT_EQ(Session().init, 0) << int{other};

@@ -61,7 +61,7 @@ TEST_F(SnapshotDispatch, FrameOfAnotherPortIsIgnored) {
 }
 
 TEST_F(SnapshotDispatch, AnyOfTheFourSnapshotPortsWillDo) {
-    for (const uint16_t place : {0, 1, 2, 3}) {
+    for (const uint16_t place : std::initializer_list<uint16_t>{0, 1, 2, 3}) {
         uint16_t ports[] = {1, 2, 3, 4};
         ports[place] = SNAP_PORT;
         state->config.snapTcpPort = {ports[0], ports[1], ports[2], ports[3]};

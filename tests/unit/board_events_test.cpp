@@ -234,8 +234,7 @@ protected:
     Loss() {
         for (const EMDQPDataType feed : {SHFE_2PS, SHFE_4PS, INE_2PS, INE_4PS}) {
             const int32_t last = feed == SHFE_2PS || feed == SHFE_4PS ? 16383 : 4095;
-            for (const int32_t instNo : {0, 3, last})
-                *api->m_store.Slot(feed, instNo) = FilledSlot("cu2612", 1000);
+            for (const int32_t instNo : {0, 3, last}) *api->m_store.Slot(feed, instNo) = FilledSlot("cu2612", 1000);
         }
         api->m_isTcpInitFinished = true;
         api->m_u50InstCount = {11, 12, 13, 14};

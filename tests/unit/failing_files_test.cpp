@@ -177,8 +177,8 @@ std::string Numbered(std::size_t size) {
 }
 
 TEST_F(FailingReplacement, HoldsTheTextWhateverItsSizeAndItsPieces) {
-    for (const std::size_t size : {0, 1, 16'383, 16'384, 16'385, 32'768, 50'000}) {
-        for (const std::size_t atOnce : {7, 16'383, 16'384, 16'385, 60'000}) {
+    for (const std::size_t size : std::initializer_list<std::size_t>{0, 1, 16'383, 16'384, 16'385, 32'768, 50'000}) {
+        for (const std::size_t atOnce : std::initializer_list<std::size_t>{7, 16'383, 16'384, 16'385, 60'000}) {
             const std::string text = Numbered(size);
             EXPECT_TRUE(Replace(text, atOnce));
             EXPECT_EQ(Content(path), text) << size << " in pieces of " << atOnce;

@@ -254,11 +254,12 @@ TEST_F(HostilePeers, FindNothingToBreak) {
         std::vector<std::thread> hostile;
         peers.emplace_back([this] { ServeAll(); });
         for (const int32_t channel : {0, 5}) peers.emplace_back([this, channel] { ReadChannel(channel); });
-        for (const uint64_t seed : {1, 2}) peers.emplace_back([this, seed] { UseRegisters(seed); });
+        for (const uint64_t seed : std::initializer_list<uint64_t>{1, 2})
+            peers.emplace_back([this, seed] { UseRegisters(seed); });
         peers.emplace_back([this] { Command(); });
         peers.emplace_back([this] { AskForFaults(); });
         peers.emplace_back([this] { Look(); });
-        for (const uint64_t seed : {3, 4}) {
+        for (const uint64_t seed : std::initializer_list<uint64_t>{3, 4}) {
             hostile.emplace_back([this, seed, &spoiled] { WriteGarbage(*spoiled, seed); });
         }
         const int64_t end = CClock::MonotonicNanoseconds() + Seconds() * 1'000'000'000;

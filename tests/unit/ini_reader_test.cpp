@@ -248,7 +248,7 @@ TEST_F(IniReader, FilesOfAFewNamesReadAsTheirSecondReadingSays) {
         std::string text;
         // Some files know few of the pieces, so that all sections have been opened before long.
         const std::size_t known = 2 + random() % (pieces.size() - 1);
-        for (uint32_t lines = 1 + random() % 40; lines > 0; --lines) {
+        for (auto lines = 1 + random() % 40; lines > 0; --lines) {
             text += pieces[(random() % known + static_cast<std::size_t>(round)) % pieces.size()] + "\n";
         }
         ASSERT_TRUE(ReadFromMemory(text));
@@ -269,7 +269,7 @@ TEST_F(IniReader, FileOfRandomBytesOfTheGrammarReadsAsItsSecondReadingSays) {
     std::mt19937 random(11);
     for (int round = 0; round < 4'000; ++round) {
         std::string text;
-        for (uint32_t length = random() % 120; length > 0; --length) text += alphabet[random() % alphabet.size()];
+        for (auto length = random() % 120; length > 0; --length) text += alphabet[random() % alphabet.size()];
         ASSERT_TRUE(ReadFromMemory(text));
         ASSERT_EQ(ini.Sections(), ReadPlainly(text)) << testing::PrintToString(text);
     }

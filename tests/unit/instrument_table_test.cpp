@@ -244,7 +244,7 @@ TEST_F(InjectedFault, OfCaseTwoZeroesTheBestBidAndTheSecondVolume) {
 }
 
 TEST_F(InjectedFault, OfAnyOtherCaseIsNone) {
-    for (const uint16_t errorCase : {3, 4, 256, 65535}) {
+    for (const uint16_t errorCase : std::initializer_list<uint16_t>{3, 4, 256, 65535}) {
         Inject(errorCase, 1);
         board.Forget();
         WriteAndExpect();

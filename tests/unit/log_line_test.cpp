@@ -125,7 +125,7 @@ TEST_F(LogLine, ClockThatIsSetBackADayWritesToThatDaysFile) {
 }
 
 TEST_F(LogLine, HoldsATextOf4607Characters) {
-    for (const std::size_t length : {4606, 4607, 4608, 9000}) {
+    for (const std::size_t length : std::initializer_list<std::size_t>{4606, 4607, 4608, 9000}) {
         fs::remove(FileOf("20260430"));
         Log().SetLogPath(directory.Path().c_str());
         Log().WriteLog(LOG_INFO, "%s", std::string(length, 'x').c_str());
@@ -135,7 +135,7 @@ TEST_F(LogLine, HoldsATextOf4607Characters) {
 
 TEST_F(LogLine, HoldsAFinishedTextOf4608Characters) {
     const std::string text(9000, 'y');
-    for (const std::size_t length : {4607, 4608, 4609, 9000}) {
+    for (const std::size_t length : std::initializer_list<std::size_t>{4607, 4608, 4609, 9000}) {
         fs::remove(FileOf("20260430"));
         Log().SetLogPath(directory.Path().c_str());
         Log().WriteLog(LOG_INFO, "opens the file");

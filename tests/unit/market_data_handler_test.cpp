@@ -34,7 +34,7 @@ TEST_F(MarketDataHandler, PollingFormCopiesTheRecordAndNothingBehindIt) {
     std::vector<unsigned char> md(RECORD + 16, 0xEE);
     api->m_u50UserData.userDataType = BUFF_FETCH;
     api->m_u50UserData.lpMdData = md.data();
-    for (const unsigned char start : {42, 99}) {
+    for (const unsigned char start : std::initializer_list<unsigned char>{42, 99}) {
         api->m_u50UserData.isQuote = false;
         HandUpdate(start);
         EXPECT_EQ(std::memcmp(md.data(), UpdateMessage(start).data() + 8, RECORD), 0);
@@ -99,7 +99,7 @@ TEST_F(MarketDataHandler, OtherTypesAreIgnored) {
 
 TEST_F(MarketDataHandler, ClearHandlerDoesNothing) {
     std::vector<unsigned char> message = UpdateMessage(9);
-    for (const unsigned char type : {0, 1, 2}) {  // event, update, segment
+    for (const unsigned char type : std::initializer_list<unsigned char>{0, 1, 2}) {  // event, update, segment
         message[0] = type;
         api->_MdClearHandler(message.data(), 184, &api->m_u50UserData);
     }

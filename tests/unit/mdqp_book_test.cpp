@@ -52,8 +52,8 @@ TEST_F(MdqpBook, FirstLevelOfEveryMessageClearsTheBook) {
 
 TEST_F(MdqpBook, LevelBehindAnyOtherFieldClearsTheBookAgain) {
     const std::vector<uint8_t> zeros(200);
-    for (const uint16_t id : {0x0031, 0x0032, 0x0101, 0x0102, 0x0104, 0x1001, 0x1002, 0x1003, 0x1004, 0x0BAD, 0x0003,
-                              0x0113, 0x2005, 0xFFFF}) {
+    for (const uint16_t id : std::initializer_list<uint16_t>{0x0031, 0x0032, 0x0101, 0x0102, 0x0104, 0x1001, 0x1002,
+                                                             0x1003, 0x1004, 0x0BAD, 0x0003, 0x0113, 0x2005, 0xFFFF}) {
         Slot(7) = BEFORE;
         Parse(
             Padded(MdqpWriter().PriceDetail(7, '0', 100.5, 3).Field(id, zeros.data(), 200).PriceDetail(7, '1', 9, 4)));

@@ -331,7 +331,8 @@ TEST_F(MdqpDecoding, UnknownFieldIsToldWithAtLeastTwoDigits) {
 TEST_F(MdqpDecoding, KnownFieldsWithoutUseAreSilent) {
     MdqpWriter message;
     const uint8_t data[6] = {7};
-    for (const uint16_t id : {0x0031, 0x0032, 0x1001, 0x1002, 0x1003}) message.Field(id, data, sizeof data);
+    for (const uint16_t id : std::initializer_list<uint16_t>{0x0031, 0x0032, 0x1001, 0x1002, 0x1003})
+        message.Field(id, data, sizeof data);
     Parse(Padded(message));
     EXPECT_THAT(log.lines, IsEmpty());
     EXPECT_THAT(board.accesses, IsEmpty());

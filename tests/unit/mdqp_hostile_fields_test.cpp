@@ -10,7 +10,7 @@ using MdqpHostileFields = MdqpFixture;
 
 TEST_F(MdqpHostileFields, FieldThatClaimsToRunPastItsMessageIsReadAndEndsTheWalk) {
     int32_t instNo = 3;
-    for (const uint16_t claimed : {113, 230, 700, 65535}) {
+    for (const uint16_t claimed : std::initializer_list<uint16_t>{113, 230, 700, 65535}) {
         instNo += 10;
         const inst_info_t info = Info(instNo);
         Parse(MdqpWriter().FieldClaiming(0x0101, claimed, &info, sizeof info).PacketNo(77).PacketNo(78));
@@ -28,7 +28,7 @@ TEST_F(MdqpHostileFields, RecordsOfEveryKindAreReadWhateverTheirFieldsSayOfTheir
     const order_statistics_info_t statistics{5, 14, 1, 15, 1};
     const packet_no_t packetNo{77};
     const uint8_t zeros[8] = {};
-    for (const uint16_t off : {1, 9, 60000, 65536 - 1, 65536 - 3}) {
+    for (const uint16_t off : std::initializer_list<uint16_t>{1, 9, 60000, 65536 - 1, 65536 - 3}) {
         const auto claim = [&](std::size_t size) { return static_cast<uint16_t>(size + off); };
         Slot(5) = SInstTableType{};
         board.Forget();
@@ -118,7 +118,7 @@ TEST_F(MdqpHostileFields, RecordThatWouldBeReadPastItsMessageIsDropped) {
     const std::vector<uint8_t> zeros(111);
     Slot(0) = FilledSlot("al2701", 1000);
     const std::string before = TextOf(Slot(0));
-    for (const uint16_t claimed : {111, 112, 40000}) {
+    for (const uint16_t claimed : std::initializer_list<uint16_t>{111, 112, 40000}) {
         Parse(MdqpWriter().FieldClaiming(0x0101, claimed, zeros.data(), 111));
     }
     EXPECT_EQ(TextOf(Slot(0)), before);
@@ -137,7 +137,7 @@ TEST_F(MdqpHostileFields, EveryClaimedSizeLeadsToTheNextFieldAndNoFurther) {
     uint64_t sizes = 0;
     for (int size = 0; size <= 65535; size += size < 300 ? 1 : 211, ++sizes) {
         Slot(3) = before;
-        for (const uint16_t id : {0x0101, 0x0102, 0x0103, 0x0104, 0x1004}) {
+        for (const uint16_t id : std::initializer_list<uint16_t>{0x0101, 0x0102, 0x0103, 0x0104, 0x1004}) {
             ASSERT_EQ(Parse(MdqpWriter().FieldClaiming(id, static_cast<uint16_t>(size), data, sizeof data)), 0);
         }
         ASSERT_EQ(TextOf(Slot(3)), TextOf(expected)) << size;

@@ -56,7 +56,8 @@ std::string WhyNotWith(std::size_t at, Number number) {
 TEST(SharedObject, WholeOneHasNothingAgainstIt) { EXPECT_EQ(WhyNot(SharedObject()), ""); }
 
 TEST(SharedObject, OtherKindsOfFileAreNone) {
-    for (const std::size_t at : {0, 1, 2, 3}) EXPECT_EQ(WhyNotWith<char>(at, 'x'), NONE) << at;
+    for (const std::size_t at : std::initializer_list<std::size_t>{0, 1, 2, 3})
+        EXPECT_EQ(WhyNotWith<char>(at, 'x'), NONE) << at;
     EXPECT_EQ(WhyNotWith<char>(4, 1), NONE) << "32 bits";
     EXPECT_EQ(WhyNotWith<uint16_t>(16, 2), NONE) << "a program";
     EXPECT_EQ(WhyNotWith<uint16_t>(54, 55), NONE);

@@ -46,7 +46,9 @@ TEST_F(SignalProcess, HandlersTellWhoSentTheSignalAndBlockNoOther) {
     for (const int signal : {SIGINT, SIGTERM, SIGPIPE}) {
         struct sigaction action {};
         ASSERT_EQ(sigaction(signal, nullptr, &action), 0);
-        EXPECT_EQ(action.sa_flags & (SA_SIGINFO | SA_RESTART | SA_NODEFER | SA_RESETHAND), SA_SIGINFO) << signal;
+        EXPECT_EQ(static_cast<uint32_t>(action.sa_flags) & (SA_SIGINFO | SA_RESTART | SA_NODEFER | SA_RESETHAND),
+                  uint32_t{SA_SIGINFO})
+            << signal;
         for (int other = 1; other < SIGRTMAX; ++other) EXPECT_EQ(sigismember(&action.sa_mask, other), 0) << other;
         EXPECT_EQ(action.sa_handler == SIG_IGN, signal == SIGPIPE);
     }

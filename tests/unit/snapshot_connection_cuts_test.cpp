@@ -127,7 +127,7 @@ TEST_P(OneSegment, StaysSoThatAConnectionBegins) {
 TEST(Duplicates, NeverArriveBehindTheSequenceWrapTheyStandBefore) {
     int repeated = 0;
     for (uint32_t seed = 1; seed <= 300; ++seed) {
-        const uint32_t initial = 0 - 500 - seed * 20;
+        const uint32_t initial = 0U - 500U - seed * 20;
         SnapshotConnection connection(ENDPOINTS, initial, ManyMessages(),
                                       Only(EFault::Duplicate, EFault::Drop, EFault::Reorder), seed);
         uint32_t expected = initial;

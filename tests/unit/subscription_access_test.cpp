@@ -56,15 +56,15 @@ protected:
     }
     int32_t Unsubscribe(int feed, int32_t count, int32_t channel) {
         const Registers& table = TABLES[feed];
-        return api->_ContractUnsubscribe(Tables()[feed], table.readAddr, table.readData, table.writeAddr,
-                                         table.writeData, count, channel);
+        return api->_ContractUnsubscribe(Tables().at(static_cast<std::size_t>(feed)), table.readAddr, table.readData,
+                                         table.writeAddr, table.writeData, count, channel);
     }
     int32_t Subscribe(int feed, int32_t instNo, int32_t channel, const char* list, bool enabled = true) {
         const Registers& table = TABLES[feed];
         CInstrumentType entry;
         entry.UnSafeCopyFrom(list);
-        return api->_ContractSubscribe(Tables()[feed], enabled, table.readAddr, table.readData, table.writeAddr,
-                                       table.writeData, instNo, channel, entry);
+        return api->_ContractSubscribe(Tables().at(static_cast<std::size_t>(feed)), enabled, table.readAddr,
+                                       table.readData, table.writeAddr, table.writeData, instNo, channel, entry);
     }
     std::vector<SInstTableType*> Tables() {
         U50InstTable& tables = api->m_u50InstTable;

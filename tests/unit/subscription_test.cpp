@@ -232,7 +232,7 @@ protected:
         config.enabled_mask.enabled_mask = static_cast<uint8_t>(1 + random() % 15);
         for (int i = 0; i < 5; ++i) api->m_setPriceErrorInstId.insert(text(3));
         std::string insts;
-        for (uint32_t entries = random() % 12; entries > 0; --entries) insts += text(random() % 3 == 0 ? 8 : 2) + ",";
+        for (auto entries = random() % 12; entries > 0; --entries) insts += text(random() % 3 == 0 ? 8 : 2) + ",";
         config.channelInfo[7].insts.UnSafeCopyFrom(insts.c_str());
         config.channelInfo[7].options = random() % 2 == 0;
         config.channelInfo[7].recvall = random() % 5 == 0;

@@ -1,14 +1,9 @@
 #include "bench/BenchSession.h"
 
-#include <unistd.h>
-
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 
 #include "exchange/SnapshotConnection.h"
-#include "public/reg/BoardProviderLoader.h"
+#include "testing/IniText.h"
 
 namespace {
 
@@ -58,24 +53,15 @@ constexpr VexaBoardProvider REPLAY{VEXA_BOARD_PROVIDER_VERSION,
 
 }  // namespace
 
-ReplayProvider::ReplayProvider(bool isEmpty) {
+ReplayProvider::ReplayProvider(bool isEmpty) : InstalledProvider(REPLAY) {
     g_isEmpty = isEmpty;
     const U50Event head{DMA_UDP, DMA_UDP_RECORD_OFFSET + sizeof(VexaShfeMdType), 0, 0, 0, 0, 0, 0};
     std::memcpy(g_message, &head, DMA_UDP_RECORD_OFFSET);
-    UseBoardProvider(&REPLAY);
 }
 
-ReplayProvider::~ReplayProvider() { UseBoardProvider(nullptr); }
-
-BenchConfig::BenchConfig(const std::string& keys) {
-    m_path = (std::filesystem::temp_directory_path() / "vexa-bench-XXXXXX").string();
-    const int file = mkstemp(m_path.data());
-    if (file < 0) std::abort();
-    close(file);
-    std::ofstream(m_path) << "[config]\nlog_level=0\n" << keys << "[channel0]\ninsts=all\noptions=recv\n";
+std::string BenchConfig(const std::string& keys) {
+    return IniText().Section("config").Key("log_level", 0).Lines(keys).Channel(0, "all").Text();
 }
-
-BenchConfig::~BenchConfig() { std::remove(m_path.c_str()); }
 
 std::vector<std::vector<uint8_t>> SnapshotDmaMessages(bool isSwapped) {
     exchange::Exchange market{exchange::ExchangeOptions{}};

@@ -10,16 +10,12 @@
 #include "bench/BenchSession.h"
 #include "exchange/Exchange.h"
 #include "public/log/CommonLog.h"
-#include "public/reg/BoardProviderLoader.h"
 #include "src/snapshot/SnapshotPhase.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
 #include "testing/SnapshotUnits.h"
 
 namespace {
-
-class NullLog : public ILogSink {
-public:
-    void OnLine(ELOGLEVEL, const char*, std::size_t) override {}
-};
 
 struct CountingSpi : CVexaShfeMdSpi {
     void OnVexaShfeMd(VexaShfeMdType& md) override { benchmark::DoNotOptimize(md.last_px); }
@@ -43,29 +39,29 @@ BENCHMARK(LimitCopyOf176Bytes);
 
 void EmptyStep(benchmark::State& state) {
     const ReplayProvider provider(true);
-    const BenchConfig config(RECEIVER_KEYS);
+    const TemporaryFile config(BenchConfig(RECEIVER_KEYS));
     const auto api = std::make_unique<CVexaShfeMdApiImpl>();
     CountingSpi spi;
-    api->VexaStart(spi, config.Path());
+    api->VexaStart(spi, config.Path().c_str());
     for (auto _ : state) benchmark::DoNotOptimize(api->VexaRecv());
 }
 BENCHMARK(EmptyStep);
 
 void DeliveredByCallback(benchmark::State& state) {
     const ReplayProvider provider(false);
-    const BenchConfig config(RECEIVER_KEYS);
+    const TemporaryFile config(BenchConfig(RECEIVER_KEYS));
     const auto api = std::make_unique<CVexaShfeMdApiImpl>();
     CountingSpi spi;
-    api->VexaStart(spi, config.Path());
+    api->VexaStart(spi, config.Path().c_str());
     for (auto _ : state) benchmark::DoNotOptimize(api->VexaRecv());
 }
 BENCHMARK(DeliveredByCallback);
 
 void DeliveredByPolling(benchmark::State& state) {
     const ReplayProvider provider(false);
-    const BenchConfig config(RECEIVER_KEYS);
+    const TemporaryFile config(BenchConfig(RECEIVER_KEYS));
     const auto api = std::make_unique<CVexaShfeMdApiImpl>();
-    api->VexaStart(config.Path());
+    api->VexaStart(config.Path().c_str());
     VexaShfeMdType md{};
     for (auto _ : state) {
         benchmark::DoNotOptimize(api->VexaRecv(md));
@@ -76,19 +72,14 @@ BENCHMARK(DeliveredByPolling);
 
 // The whole road on one core: the exchange moves, the board applies and writes the record, the library delivers it.
 void DeliveredFromTheSoftwareBoard(benchmark::State& state) {
-    BenchClock clock;
+    ManualClock clock;
     software_board::SoftwareBoard board{software_board::BoardOptions{}};
-    software_board::InstallBoard(0, &board);
-    UseBoardProvider(&software_board::Provider());
-    const BenchConfig config("shfe2ps=enabled\nine2ps=enabled\nSRCIP=10.20.0.2\n");
+    const InstalledBoard installed(board);
+    const TemporaryFile config(BenchConfig("shfe2ps=enabled\nine2ps=enabled\nSRCIP=10.20.0.2\n"));
     auto api = std::make_unique<CVexaShfeMdApiImpl>();
     CountingSpi spi;
-    if (api->VexaStart(spi, config.Path()) != 0) state.SkipWithError("the start failed");
+    if (api->VexaStart(spi, config.Path().c_str()) != 0) state.SkipWithError("the start failed");
     for (auto _ : state) benchmark::DoNotOptimize(api->VexaRecv());
-    api.reset();
-    CDrvRegEnyx::GetInstance().Destory();
-    UseBoardProvider(nullptr);
-    software_board::InstallBoard(0, nullptr);
 }
 BENCHMARK(DeliveredFromTheSoftwareBoard);
 
@@ -226,19 +217,14 @@ BENCHMARK(LimitPlainChecksumOfTheFrames);
 // ---- the start-up ---------------------------------------------------------------------------------------------------
 
 void WholeStartUpInVirtualTime(benchmark::State& state) {
-    const BenchConfig config("shfe2ps=enabled\nine2ps=enabled\nSRCIP=10.20.0.2\n");
+    const TemporaryFile config(BenchConfig("shfe2ps=enabled\nine2ps=enabled\nSRCIP=10.20.0.2\n"));
     for (auto _ : state) {
-        BenchClock clock;
+        ManualClock clock;
         software_board::SoftwareBoard board{software_board::BoardOptions{}};
-        software_board::InstallBoard(0, &board);
-        UseBoardProvider(&software_board::Provider());
+        const InstalledBoard installed(board);
         auto api = std::make_unique<CVexaShfeMdApiImpl>();
         CountingSpi spi;
-        if (api->VexaStart(spi, config.Path()) != 0) state.SkipWithError("the start failed");
-        api.reset();
-        CDrvRegEnyx::GetInstance().Destory();
-        UseBoardProvider(nullptr);
-        software_board::InstallBoard(0, nullptr);
+        if (api->VexaStart(spi, config.Path().c_str()) != 0) state.SkipWithError("the start failed");
     }
 }
 BENCHMARK(WholeStartUpInVirtualTime)->Unit(benchmark::kMillisecond);
@@ -261,11 +247,9 @@ int main(int argc, char** argv) {
 #ifndef __OPTIMIZE__
     benchmark::AddCustomContext("WARNING", "not optimised: the figures say nothing");
 #endif
-    NullLog log;
-    CCommonLog::GetInstance().SetSink(&log);
+    const SilentLog log;
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
     benchmark::RunSpecifiedBenchmarks();
-    CCommonLog::GetInstance().SetSink(nullptr);
     return 0;
 }

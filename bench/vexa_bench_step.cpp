@@ -21,10 +21,10 @@ int main(int argc, char** argv) {
     }
     const bool isPolling = std::strcmp(argv[1], "polling") == 0;
     const ReplayProvider provider(std::strcmp(argv[1], "empty") == 0);
-    const BenchConfig config("device=xilinx0:1\n");
+    const TemporaryFile config(BenchConfig("device=xilinx0:1\n"));
     const auto api = std::make_unique<CVexaShfeMdApiImpl>();
     NothingSpi spi;
-    if ((isPolling ? api->VexaStart(config.Path()) : api->VexaStart(spi, config.Path())) != 0) return 1;
+    if ((isPolling ? api->VexaStart(config.Path().c_str()) : api->VexaStart(spi, config.Path().c_str())) != 0) return 1;
     VexaShfeMdType md{};
     const long steps = std::strtol(argv[2], nullptr, 10);
     for (long step = 0; step < steps; ++step) {

@@ -1,83 +1,13 @@
-// The one board of a fuzz target and the provider's table that leads to it.
 #include "fuzz/FuzzBoard.h"
 
 #include <algorithm>
 #include <memory>
 
 #include "fuzz/Oracle.h"
-#include "public/reg/BoardProviderLoader.h"
-#include "public/reg/DriveRegEnyx.h"
 
 namespace fuzz {
 namespace {
-
 constexpr uint32_t STRANGE_WORD = 0xA5A5A5A5U;
-
-Board* g_board = nullptr;
-int g_handle = 0;
-
-int32_t OpenRegisters(const char*, uint16_t, uint16_t, VexaBoardRegisters** registers) {
-    ++g_board->calls;
-    const int32_t result = g_board->OpenRegisters();
-    if (result != 0) return result;
-    ++g_board->openRegisters;
-    *registers = reinterpret_cast<VexaBoardRegisters*>(&g_handle);
-    return 0;
-}
-
-void CloseRegisters(VexaBoardRegisters*) { --g_board->openRegisters; }
-
-int32_t Write32(VexaBoardRegisters*, uint32_t index, uint32_t value) {
-    ++g_board->calls;
-    return g_board->Write(index, value);
-}
-
-int32_t DoRead64(VexaBoardRegisters*, uint32_t index, uint64_t* value) {
-    ++g_board->calls;
-    uint64_t read = 0;
-    const int32_t result = g_board->Read(index, read);
-    if (result == 0) *value = read;
-    return result;
-}
-
-int32_t DoRead32(VexaBoardRegisters* registers, uint32_t index, uint32_t* value) {
-    uint64_t read = *value;
-    const int32_t result = DoRead64(registers, index, &read);
-    *value = static_cast<uint32_t>(read);
-    return result;
-}
-
-int32_t OpenStream(const char*, uint16_t, const char*, VexaBoardStream** stream) {
-    ++g_board->calls;
-    const int32_t result = g_board->OpenStream();
-    if (result != 0) return result;
-    ++g_board->openStreams;
-    *stream = reinterpret_cast<VexaBoardStream*>(&g_handle);
-    return 0;
-}
-
-void CloseStream(VexaBoardStream*) { --g_board->openStreams; }
-
-int32_t Receive(VexaBoardStream*, VexaBoardMessageHandler handler, void* user) {
-    ++g_board->calls;
-    return g_board->Receive(handler, user);
-}
-
-const char* LastError() { return "as the input says"; }
-
-constexpr VexaBoardProvider PROVIDER{VEXA_BOARD_PROVIDER_VERSION,
-                                     sizeof(VexaBoardProvider),
-                                     "fuzz",
-                                     OpenRegisters,
-                                     CloseRegisters,
-                                     Write32,
-                                     DoRead32,
-                                     DoRead64,
-                                     OpenStream,
-                                     CloseStream,
-                                     Receive,
-                                     LastError};
-
 }  // namespace
 
 Board::Board()
@@ -86,14 +16,6 @@ Board::Board()
                 {0x11004, INE_INST_CAPACITY, {}},
                 {0x21004, INE_INST_CAPACITY, {}}}} {
     Clear();
-    g_board = this;
-    UseBoardProvider(&PROVIDER);
-}
-
-Board::~Board() {
-    CDrvRegEnyx::GetInstance().Destory();
-    UseBoardProvider(nullptr);
-    g_board = nullptr;
 }
 
 void Board::Clear() {
@@ -107,6 +29,20 @@ void Board::ReopenTables() {
 }
 
 void Board::Open() { FUZZ_REQUIRE(CDrvRegEnyx::GetInstance().Init(0, 0) == 0); }
+
+int32_t Board::Read32(VexaBoardRegisters* area, uint32_t index, uint32_t* value) {
+    uint64_t read = *value;
+    const int32_t result = Read64(area, index, &read);
+    *value = static_cast<uint32_t>(read);
+    return result;
+}
+
+int32_t Board::Read64(VexaBoardRegisters*, uint32_t index, uint64_t* value) {
+    uint64_t read = 0;
+    const int32_t result = Read(index, read);
+    if (result == 0) *value = read;
+    return result;
+}
 
 Board::Table* Board::TableOf(uint32_t index) {
     const auto found =

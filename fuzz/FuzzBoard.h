@@ -1,5 +1,5 @@
 /// A board that a target answers for: four tables and a register file, and every operation open to be answered
-/// otherwise. It counts what is open, so that a handle that is kept is seen.
+/// otherwise.
 #pragma once
 
 #include <array>
@@ -8,14 +8,13 @@
 #include <vector>
 
 #include "common/FpgaStructCommon.h"
-#include "public/reg/BoardProvider.h"
+#include "testing/ProviderAdapter.h"
 
 namespace fuzz {
 
-class Board {
+class Board : public BoardOperations {
 public:
     Board();
-    virtual ~Board();
     Board(const Board&) = delete;
     Board& operator=(const Board&) = delete;
 
@@ -31,17 +30,11 @@ public:
     uint32_t TableWord(EMDQPDataType feed, std::size_t word) const { return m_tables[feed].words[word]; }
     bool IsTableClosed(EMDQPDataType feed) const { return m_tables[feed].isClosed; }
 
-    int openRegisters = 0;
-    int openStreams = 0;
-    uint64_t calls = 0;  ///< of all operations, in the board's life
     std::map<uint32_t, uint32_t> registers;
 
-    // Results as the provider's operations give them.
-    virtual int32_t OpenRegisters() { return 0; }
-    virtual int32_t OpenStream() { return 0; }
+    // Of either width, with results as the provider's operations give them.
     virtual int32_t Write(uint32_t index, uint32_t value);
     virtual int32_t Read(uint32_t index, uint64_t& value);
-    virtual int32_t Receive(VexaBoardMessageHandler, void*) { return 0; }
 
     /// Hands over a copy of which no more can be read than a provider promises.
     static void Hand(const std::vector<uint8_t>& message, VexaBoardMessageHandler handler, void* user);
@@ -56,9 +49,15 @@ private:
         bool isClosed = false;
     };
 
+    int32_t Write32(VexaBoardRegisters*, uint32_t index, uint32_t value) final { return Write(index, value); }
+    int32_t Read32(VexaBoardRegisters* area, uint32_t index, uint32_t* value) final;
+    int32_t Read64(VexaBoardRegisters* area, uint32_t index, uint64_t* value) final;
+    const char* LastError() final { return "as the input says"; }
+
     Table* TableOf(uint32_t index);
 
     std::array<Table, FEED_COUNT> m_tables;
+    ProviderAdapter m_adapter{*this, "fuzz"};
 };
 
 }  // namespace fuzz

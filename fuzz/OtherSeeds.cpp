@@ -3,6 +3,7 @@
 
 #include "fuzz/Bytes.h"
 #include "fuzz/SeedWriter.h"
+#include "testing/IniText.h"
 
 namespace fuzz {
 namespace {
@@ -265,18 +266,19 @@ void WriteIniSeeds(const std::string& folder) {
     };
     std::string repeated = "[config]\n";
     for (const char* value : {"1", "enabled", "-1", "70000", "99999999999999999999", " +12x # comment", "0x10", ""}) {
-        std::string text = "[config]\ndevice=xilinx2:0\n";
-        for (const char* key : KEYS) text += std::string(key) + " = " + value + "\n";
+        IniText text;
+        text.Section("config").Device(2, 0);
+        for (const char* key : KEYS) text.Line(std::string(key) + " = " + value);
         for (int channel = 0; channel < 16; ++channel) {
-            text += "[channel" + std::to_string(channel) + "]\ninsts=" + (channel % 2 == 0 ? "all" : "cu,sc2612") +
-                    "\noptions=" + (channel % 3 == 0 ? "recv" : value) + "\n";
+            text.Section("channel" + std::to_string(channel)).Key("insts", channel % 2 == 0 ? "all" : "cu,sc2612");
+            text.Key("options", channel % 3 == 0 ? "recv" : value);
         }
-        write(text);
-        repeated += text;
+        write(text.Text());
+        repeated += text.Text();
     }
     write(repeated);
     for (const char* device : {"xilinx3:5", "xilinx", "xilinx1", "xilinx1:", "xilinx 1: 2", "xilinx-1:-0", "card0:0"}) {
-        write(std::string("[config]\ndevice=") + device + "\n");
+        write(IniText().Section("config").Key("device", device).Text());
     }
     write("[config]\ninsts=a\n]odd[\nkey=1\n[channel1]\r\ninsts=" + std::string(5000, 'c') + "\n x=[1]\n=\n#\n");
 }

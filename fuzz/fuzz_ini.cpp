@@ -12,8 +12,8 @@
 #include <string>
 
 #include "fuzz/Oracle.h"
-#include "fuzz/Silence.h"
 #include "public/config/IniReader.h"
+#include "testing/LogCapture.h"
 #include "tests/support/TestableApi.h"
 
 namespace {
@@ -232,7 +232,7 @@ void RequireLoading(const std::string& path, const std::map<std::string, Section
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const int file = memfd_create("ini", MFD_CLOEXEC);
     if (file < 0 || write(file, data, size) != static_cast<ssize_t>(size)) std::abort();
-    static fuzz::Silence silence;
+    static SilentLog silence;
     const std::string path = "/proc/self/fd/" + std::to_string(file);
     CIniReader reader;
     FUZZ_REQUIRE(reader.ReadConfig(path));

@@ -17,11 +17,12 @@
 #include "fuzz/Bytes.h"
 #include "fuzz/FuzzBoard.h"
 #include "fuzz/Oracle.h"
-#include "fuzz/Silence.h"
 #include "fuzz/SnapshotFrames.h"
-#include "tests/support/IniText.h"
+#include "testing/IniText.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 
 namespace fuzz {
 namespace {
@@ -63,7 +64,7 @@ public:
         }
     }
 
-    int32_t Receive(VexaBoardMessageHandler handler, void* user) override {
+    int32_t Receive(VexaBoardStream*, VexaBoardMessageHandler handler, void* user) override {
         if (!next.empty()) {
             Hand(std::exchange(next, {}), handler, user);
             return 1;
@@ -181,7 +182,7 @@ private:
         return (Word(message, 5) & 0x0FU) != 0;
     }
 
-    VirtualClock m_clock;
+    ManualClock m_clock;
     LiveBoard m_board;
     std::unique_ptr<TestableApi> m_api = MakeApi();
     Application m_application;
@@ -209,11 +210,13 @@ std::vector<uint8_t> NextMessage(ByteReader& input) {
 
 struct Place {
     Place() { TestableApi::s_indexDirectory = directory.Path(); }
+    static IniText Config() { return IniText().Section("config").Key("log_level", 15); }
 
-    Silence silence;
-    TempDirectory directory;
-    TempFile managing{"[config]\nlog_level=15\nshfe2ps=enabled\nine2ps=enabled\n[channel0]\ninsts=all\n"};
-    TempFile other{"[config]\nlog_level=15\ndevice=xilinx0:3\n"};
+    SilentLog silence;
+    TemporaryDirectory directory;
+    TemporaryFile managing{
+        Config().Enabled("shfe2ps").Enabled("ine2ps").Section("channel0").Key("insts", "all").Text()};
+    TemporaryFile other{Config().Device(0, 3).Text()};
     std::vector<std::vector<uint8_t>> frames = SnapshotFrames();
 };
 

@@ -19,7 +19,7 @@
 #include "software_board/BoardServer.h"
 #include "software_board/RegisterFile.h"
 #include "software_board/SharedClient.h"
-#include "tests/support/VirtualClock.h"
+#include "testing/ManualClock.h"
 
 namespace fuzz {
 namespace {
@@ -323,7 +323,7 @@ private:
 };
 
 void Run(ByteReader input) {
-    VirtualClock clock;
+    ManualClock clock;
     clock.step = 20'000'000;
     const auto parts = input.Take<uint8_t>();
     if ((parts & 1) != 0) {

@@ -8,10 +8,10 @@
 
 #include "fuzz/FuzzBoard.h"
 #include "fuzz/Oracle.h"
-#include "fuzz/Silence.h"
 #include "fuzz/SnapshotWatch.h"
 #include "src/snapshot/SnapshotFrame.h"
-#include "tests/support/VirtualClock.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
 
 namespace fuzz {
 namespace {
@@ -44,8 +44,8 @@ struct World {
         board.Clear();
     }
 
-    Silence silence;
-    VirtualClock clock;
+    SilentLog silence;
+    ManualClock clock;
     Board board;
     std::unique_ptr<SnapshotReceiver> receiver;
 };

@@ -17,11 +17,11 @@
 #include "fuzz/Bytes.h"
 #include "fuzz/FuzzBoard.h"
 #include "fuzz/Oracle.h"
-#include "fuzz/Silence.h"
 #include "fuzz/SnapshotFrames.h"
-#include "tests/support/IniText.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 
 namespace fuzz {
 namespace {
@@ -79,8 +79,12 @@ public:
         m_input = ByteReader(m_answers.data(), m_answers.size());
     }
 
-    int32_t OpenRegisters() override { return Fails() ? -1 : 0; }
-    int32_t OpenStream() override { return Fails() ? -1 : 0; }
+    int32_t OpenRegisters(const char* argument, uint16_t bus, uint16_t core, VexaBoardRegisters** registers) override {
+        return Fails() ? -1 : Board::OpenRegisters(argument, bus, core, registers);
+    }
+    int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoardStream** stream) override {
+        return Fails() ? -1 : Board::OpenStream(argument, bus, name, stream);
+    }
 
     int32_t Write(uint32_t index, uint32_t value) override {
         ++writes;
@@ -111,7 +115,7 @@ public:
         return result;
     }
 
-    int32_t Receive(VexaBoardMessageHandler handler, void* user) override {
+    int32_t Receive(VexaBoardStream*, VexaBoardMessageHandler handler, void* user) override {
         FUZZ_REQUIRE(calls < CALLS_MAX);
         lastRecord.clear();
         if (m_failsLeft > 0) {
@@ -256,9 +260,9 @@ struct Place {
         FUZZ_REQUIRE(api->_GetConfigCrc(checksum) == 0);
     }
 
-    Silence silence;
-    TempDirectory directory;
-    std::array<TempFile, std::size(CONFIGURATIONS)> files;
+    SilentLog silence;
+    TemporaryDirectory directory;
+    std::array<TemporaryFile, std::size(CONFIGURATIONS)> files;
     uint32_t checksum = 0;
     std::vector<std::vector<uint8_t>> frames = SnapshotFrames();
 };
@@ -305,7 +309,7 @@ void Run(Place& place, ByteReader input) {
     }
     const std::vector<uint8_t> start = input.TakeBlock(input.Take<uint16_t>());
     const std::vector<uint8_t> session = input.TakeBlock(input.Take<uint16_t>());
-    VirtualClock clock;
+    ManualClock clock;
     clock.step = 5'000'000;
     AnsweringBoard board(place.frames);
     board.storedChecksum = configuration == SKIPS_UNCHANGED ? place.checksum : 0;

@@ -5,16 +5,16 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <string>
 
 #include "interface/VexaShfeMdApi.h"
 #include "public/config/IniReader.h"
-#include "public/reg/BoardProviderLoader.h"
 #include "public/signal/SignalProcess.h"
 #include "software_board/SoftwareBoard.h"
+#include "testing/IniText.h"
+#include "testing/InstalledBoard.h"
+#include "testing/TemporaryDirectory.h"
 #include "tools/CommandLine.h"
 #include "tools/DemoClock.h"
 #include "tools/Main.h"
@@ -23,8 +23,6 @@
 #include "tools/Terminal.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr double SECONDS_WITHOUT_TERMINAL = 10;
 constexpr int INTERRUPTED = 130;
@@ -45,44 +43,13 @@ struct DemoOptions {
     std::optional<double> seconds;
 };
 
-/// A directory of the run's own, removed again when the run has ended well.
-class WorkDirectory {
-public:
-    WorkDirectory() {
-        std::string name = (fs::temp_directory_path() / "vexa-demo-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make a directory like " + name);
-        m_path = name;
-    }
-    ~WorkDirectory() {
-        std::error_code ignored;
-        if (!isKept) fs::remove_all(m_path, ignored);
-    }
-    WorkDirectory(const WorkDirectory&) = delete;
-    WorkDirectory& operator=(const WorkDirectory&) = delete;
-
-    const fs::path& Path() const { return m_path; }
-    bool isKept = false;
-
-private:
-    fs::path m_path;
-};
-
-std::string WriteConfig(const DemoOptions& options, const fs::path& directory) {
-    const fs::path file = directory / "demo.ini";
-    std::ofstream(file) << "[config]\n"
-                           "log_path="
-                        << directory.string()
-                        << "/\n"
-                           "log_level=7\n"
-                           "device=xilinx0:0\n"
-                           "shfe2ps=enabled\n"
-                           "ine2ps=enabled\n"
-                           "SRCMAC=02:00:00:00:00:10\nSRCIP=10.20.0.2\nSRCPORT=40000\n"
-                           "DSTMAC=02:00:00:00:00:01\nDSTIP=10.20.0.1\nDSTPORT=33022\n"
-                           "[channel0]\n"
-                           "insts="
-                        << options.instruments << "\noptions=recv\n";
-    return file.string();
+std::string WriteConfig(const DemoOptions& options, const TemporaryDirectory& directory) {
+    IniText text;
+    text.Section("config").Key("log_path", directory.Prefix()).Key("log_level", 7).Device(0, 0);
+    text.Enabled("shfe2ps").Enabled("ine2ps");
+    text.Key("SRCMAC", "02:00:00:00:00:10").Key("SRCIP", "10.20.0.2").Key("SRCPORT", 40000);
+    text.Key("DSTMAC", "02:00:00:00:00:01").Key("DSTIP", "10.20.0.1").Key("DSTPORT", 33022);
+    return directory.Write("demo.ini", text.Channel(0, options.instruments).Text());
 }
 
 /// The exchange and the board as the configuration expects them.
@@ -116,24 +83,6 @@ BoardSetup ReadBoardSetup(const DemoOptions& demo, const std::string& config) {
     if (!exchange::ParseFaults(demo.faults, setup.options.faults, error)) throw std::runtime_error(error);
     return setup;
 }
-
-/// Removes the board from its bus whatever way the run ends.
-class InstalledBoard {
-public:
-    InstalledBoard(uint16_t bus, software_board::SoftwareBoard& board) : m_bus(bus) {
-        software_board::InstallBoard(bus, &board);
-        UseBoardProvider(&software_board::Provider());
-    }
-    ~InstalledBoard() {
-        UseBoardProvider(nullptr);
-        software_board::InstallBoard(m_bus, nullptr);
-    }
-    InstalledBoard(const InstalledBoard&) = delete;
-    InstalledBoard& operator=(const InstalledBoard&) = delete;
-
-private:
-    uint16_t m_bus;
-};
 
 class ApiHandle {
 public:
@@ -225,13 +174,13 @@ class Demo {
 public:
     explicit Demo(const DemoOptions& options)
         : m_options(options),
-          m_config(options.config.empty() ? WriteConfig(options, m_work.Path()) : options.config),
+          m_config(options.config.empty() ? WriteConfig(options, m_work) : options.config),
           m_setup(ReadBoardSetup(options, m_config)),
           m_clock(options.isFast),
           m_board(m_setup.options),
           m_progress(m_board, m_isTerminal),
           m_display(m_isTerminal),
-          m_installed(m_setup.bus, m_board),
+          m_installed(m_board, m_setup.bus),
           m_receiver(m_display) {
         m_clock.onLook = [this] { WatchStartUp(); };
         m_board.onWrite = [this](uint32_t index, uint32_t value) {
@@ -307,7 +256,7 @@ private:
 
     const DemoOptions& m_options;
     const bool m_isTerminal = isatty(STDOUT_FILENO) != 0;
-    WorkDirectory m_work;
+    TemporaryDirectory m_work{"vexa-demo"};  // kept when a run ends badly
     std::string m_config;
     BoardSetup m_setup;
     DemoClock m_clock;

@@ -1,5 +1,6 @@
 /// Time that moves only when the monotonic clock is looked at or slept on; the wall clock alone can be set. A look at
-/// it takes no time: each log line may be one, and nothing waits by it.
+/// it takes no time: each log line may be one, and nothing waits by it. Beyond testing/ManualClock.h: one look moves
+/// both clocks, looks are counted, for the rules, and time can be held.
 #pragma once
 
 #include <cstdint>

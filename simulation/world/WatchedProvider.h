@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "public/reg/BoardProvider.h"
 #include "simulation/rules/RegisterRules.h"
+#include "testing/ProviderAdapter.h"
 
 namespace simulation {
 
@@ -23,16 +23,36 @@ public:
     virtual ~IBoardWatcher() = default;
 };
 
-class WatchedProvider {
+class WatchedProvider final : public BoardOperations {
 public:
     /// `filler`: what lies in memory behind every message.
     WatchedProvider(IBoardWatcher& watcher, uint8_t filler);
-    ~WatchedProvider();
     WatchedProvider(const WatchedProvider&) = delete;
     WatchedProvider& operator=(const WatchedProvider&) = delete;
 
     /// Register areas and streams that are open.
-    static int32_t OpenHandles();
+    static int32_t OpenHandles() { return s_openHandles; }
+
+private:
+    struct Stream;
+    struct Delivery;
+
+    int32_t OpenRegisters(const char* argument, uint16_t bus, uint16_t core, VexaBoardRegisters** registers) override;
+    void CloseRegisters(VexaBoardRegisters* registers) override;
+    int32_t Write32(VexaBoardRegisters* registers, uint32_t index, uint32_t value) override;
+    int32_t Read32(VexaBoardRegisters* registers, uint32_t index, uint32_t* value) override;
+    int32_t Read64(VexaBoardRegisters* registers, uint32_t index, uint64_t* value) override;
+    int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoardStream** stream) override;
+    void CloseStream(VexaBoardStream* stream) override;
+    int32_t Receive(VexaBoardStream* stream, VexaBoardMessageHandler handler, void* user) override;
+    const char* LastError() override;
+
+    static void Deliver(const unsigned char* data, unsigned int length, void* user);
+
+    IBoardWatcher& m_watcher;
+    uint8_t m_filler;
+    inline static int32_t s_openHandles = 0;  // counted between the worlds, too
+    ProviderAdapter m_adapter{*this, "simulated"};
 };
 
 }  // namespace simulation

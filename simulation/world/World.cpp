@@ -2,14 +2,12 @@
 #include "simulation/world/World.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 #include "simulation/base/WatchedAllocator.h"
 #include "simulation/rules/Rules.h"
 #include "simulation/rules/Wanted.h"
+#include "testing/IniText.h"
 
 namespace simulation {
 namespace {
@@ -40,12 +38,6 @@ int32_t UnaskedTopic(const SessionPlan& plan, EMDQPDataType feed) {
     return isShared ? NOBODYS : topics[feed];
 }
 
-std::filesystem::path MakeDirectory() {
-    std::string name = (std::filesystem::temp_directory_path() / "vexa-sim-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) std::abort();
-    return name;
-}
-
 }  // namespace
 
 software_board::BoardOptions BoardOptionsOf(const SessionPlan& plan) {
@@ -72,8 +64,8 @@ World::World(const SessionPlan& plan, Canary& canary, EventTrace& trace, uint8_t
     : m_plan(plan),
       m_canary(canary),
       m_trace(trace),
-      m_directory(MakeDirectory()),
       m_board(BoardOptionsOf(plan)),
+      m_place(m_board, plan.settings.bus),
       m_truth(BoardOptionsOf(plan).exchange),
       m_faults(BoardOptionsOf(plan).faults),
       m_order(plan),
@@ -85,16 +77,9 @@ World::World(const SessionPlan& plan, Canary& canary, EventTrace& trace, uint8_t
       m_managing(plan, m_truth, m_ledger, 0),
       m_other(plan, m_truth, m_ledger, plan.otherChannel),
       m_provider(*this, filler) {
-    software_board::InstallBoard(m_plan.settings.bus, &m_board);
     m_lateDeals = DealLate(plan.seed);
     std::reverse(m_lateDeals.begin(), m_lateDeals.end());
     BeginProcess();
-}
-
-World::~World() {
-    software_board::InstallBoard(m_plan.settings.bus, nullptr);
-    std::error_code ignored;
-    std::filesystem::remove_all(m_directory, ignored);
 }
 
 void World::CheckDestroyed() {
@@ -103,7 +88,7 @@ void World::CheckDestroyed() {
 }
 
 void World::BeginProcess(const std::string& directory) {
-    m_indexDirectory = directory.empty() ? m_directory.string() : (m_directory / directory).string();
+    m_indexDirectory = directory.empty() ? m_directory.Path().string() : m_directory.File(directory);
     SimulatedApi::NewProcess(m_indexDirectory);
 }
 
@@ -112,25 +97,18 @@ void World::Note(EEvent kind, int32_t channel, uint64_t what, uint64_t value) {
 }
 
 std::string World::ConfigPath(int32_t channel, const std::string& remark) {
-    const auto onOff = [](bool isOn) { return isOn ? "enabled" : "disabled"; };
-    std::ostringstream out;
-    out << "# " << remark << "\n[config]\ndevice=xilinx" << m_plan.settings.bus << ":" << channel
-        << "\nlog_level=" << m_plan.logLevel << "\nshfe2ps=" << onOff(m_plan.hasShfe)
-        << "\nine2ps=" << onOff(m_plan.hasIne) << "\nshield_price_check=" << m_plan.isShielded
-        << "\ncrc_mux_check=" << m_plan.isChecksumAsked << "\nwait_snap_timeout=" << m_plan.waitSeconds
-        << "\ninit_tcpcnt=" << m_plan.attempts << "\n";
-    for (const auto& [key, value] : m_plan.settings.lines) out << key << "=" << value << "\n";
+    IniText text;
+    text.Line("# " + remark).Section("config").Device(m_plan.settings.bus, channel).Key("log_level", m_plan.logLevel);
+    text.Enabled("shfe2ps", m_plan.hasShfe).Enabled("ine2ps", m_plan.hasIne);
+    text.Key("shield_price_check", m_plan.isShielded).Key("crc_mux_check", m_plan.isChecksumAsked);
+    text.Key("wait_snap_timeout", m_plan.waitSeconds).Key("init_tcpcnt", m_plan.attempts);
+    for (const auto& [key, value] : m_plan.settings.lines) text.Key(key, value);
     for (int32_t user = 0; user < CHANNEL_SIZE; ++user) {
         const ChannelPlan& planned = m_plan.channels[user];
-        if (planned.insts.empty()) continue;
-        out << "[channel" << user << "]\ninsts=" << planned.insts
-            << "\noptions=" << (planned.hasOptions ? "recv" : "norecv") << "\n";
+        if (!planned.insts.empty()) text.Channel(user, planned.insts, planned.hasOptions);
     }
-    const std::string text = out.str();
-    if (channel == 0) m_fileChecksum = ChecksumOf(text);
-    const std::filesystem::path file = m_directory / ("channel" + std::to_string(channel) + ".ini");
-    std::ofstream(file) << text;
-    return file.string();
+    if (channel == 0) m_fileChecksum = ChecksumOf(text.Text());
+    return m_directory.Write("channel" + std::to_string(channel) + ".ini", text.Text());
 }
 
 void World::OnStart() {

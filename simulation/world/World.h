@@ -3,7 +3,6 @@
 #pragma once
 
 #include <bitset>
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -28,6 +27,8 @@
 #include "simulation/world/SimulatedApi.h"
 #include "simulation/world/WatchedProvider.h"
 #include "software_board/SoftwareBoard.h"
+#include "testing/InstalledBoard.h"
+#include "testing/TemporaryDirectory.h"
 
 namespace simulation {
 
@@ -42,7 +43,6 @@ struct Trigger {
 class World final : public IBoardWatcher {
 public:
     World(const SessionPlan& plan, Canary& canary, EventTrace& trace, uint8_t filler);
-    ~World() override;
     World(const World&) = delete;
     World& operator=(const World&) = delete;
 
@@ -142,9 +142,10 @@ private:
     const SessionPlan& m_plan;
     Canary& m_canary;
     EventTrace& m_trace;
-    std::filesystem::path m_directory;
+    TemporaryDirectory m_directory{"vexa-sim"};
     SimulatedClock m_clock;
     software_board::SoftwareBoard m_board;
+    BoardOnBus m_place;
     TruthHistory m_truth;
     QuirkLedger m_ledger;
     Reach m_reach;

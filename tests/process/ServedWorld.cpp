@@ -13,6 +13,7 @@
 #include <stdexcept>
 
 #include "exchange/Exchange.h"
+#include "testing/IniText.h"
 
 using software_board::Load;
 
@@ -44,9 +45,6 @@ std::vector<VexaShfeMdType> Reader::Records() const {
 }
 
 ServedWorld::ServedWorld(uint16_t busNumber) : bus(busNumber) {
-    std::string name = (std::filesystem::temp_directory_path() / "vexa-served-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) std::abort();
-    directory = name;
     m_clock = MapClock(Path("clock"));
     WriteConfig("");
 }
@@ -55,11 +53,10 @@ ServedWorld::~ServedWorld() {
     server.reset();
     munmap(m_clock, sizeof *m_clock);
     std::filesystem::remove(software_board::SharedBoardPath(bus));
-    std::filesystem::remove_all(directory);
 }
 
 void ServedWorld::TellWhatTheProcessesSaid(std::size_t bytes) const {
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    for (const auto& entry : std::filesystem::directory_iterator(directory.Path())) {
         const std::string name = entry.path().filename().string();
         if (name == "clock" || name.find("_records") != std::string::npos || entry.path().extension() == ".ini")
             continue;
@@ -71,7 +68,7 @@ void ServedWorld::TellWhatTheProcessesSaid(std::size_t bytes) const {
 
 std::string ServedWorld::Log(int channel) const {
     std::string text;
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    for (const auto& entry : std::filesystem::directory_iterator(directory.Path())) {
         const std::string name = entry.path().filename().string();
         if (name.rfind("channel" + std::to_string(channel) + "_vexa", 0) != 0) continue;
         std::ifstream file(entry.path());
@@ -81,16 +78,15 @@ std::string ServedWorld::Log(int channel) const {
 }
 
 void ServedWorld::WriteConfig(const std::string& comment) const {
+    static constexpr const char* LISTS[] = {"all", "cu,al", "sc", "zn", "ru,rb,sc"};
     for (int channel = 0; channel < CHANNEL_SIZE; ++channel) {
-        std::ofstream file(Path("channel" + std::to_string(channel) + ".ini"));
-        file << "; " << comment << "\n[config]\nlog_path=" << Path("channel" + std::to_string(channel) + "_")
-             << "\nlog_level=7\ndevice=xilinx" << bus << ":" << channel
-             << "\nshfe2ps=enabled\nine2ps=enabled\nSRCIP=10.20.0.2\ncrc_mux_check=1\n";
-        static constexpr const char* LISTS[] = {"all", "cu,al", "sc", "zn", "ru,rb,sc"};
-        for (int listed = 0; listed < CHANNEL_SIZE; ++listed) {
-            file << "[channel" << listed << "]\ninsts=" << LISTS[listed % 5]
-                 << "\noptions=" << (listed % 2 == 0 ? "recv" : "norecv") << "\n";
-        }
+        const std::string name = "channel" + std::to_string(channel);
+        IniText text;
+        text.Line("; " + comment).Section("config").Key("log_path", Path(name + "_")).Key("log_level", 7);
+        text.Device(bus, channel).Enabled("shfe2ps").Enabled("ine2ps");
+        text.Key("SRCIP", "10.20.0.2").Key("crc_mux_check", 1);
+        for (int listed = 0; listed < CHANNEL_SIZE; ++listed) text.Channel(listed, LISTS[listed % 5], listed % 2 == 0);
+        directory.Write(name + ".ini", text.Text());
     }
 }
 

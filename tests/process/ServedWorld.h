@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -14,6 +13,7 @@
 #include "common/FpgaStructCommon.h"
 #include "interface/VexaShfeMdStruct.h"
 #include "software_board/SharedMemory.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/process/CommonClock.h"
 #include "tests/support/ChildProcess.h"
 
@@ -35,7 +35,7 @@ public:
     ServedWorld(const ServedWorld&) = delete;
     ServedWorld& operator=(const ServedWorld&) = delete;
 
-    std::string Path(const std::string& name) const { return (directory / name).string(); }
+    std::string Path(const std::string& name) const { return directory.File(name); }
     /// Of each no more than the last `bytes`.
     void TellWhatTheProcessesSaid(std::size_t bytes = std::string::npos) const;
     std::string Log(int channel) const;
@@ -72,7 +72,7 @@ public:
     };
     static Verdict Judge(const Reader& reader, const Truth& truth);
 
-    std::filesystem::path directory;
+    TemporaryDirectory directory{"vexa-served"};
     uint16_t bus;
     std::unique_ptr<ChildProcess> server;
     software_board::SharedMapping board;

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/ChildProcess.h"
 
 namespace {
@@ -41,25 +42,18 @@ struct Outcome {
 
 class CommandLine : public testing::Test {
 protected:
-    CommandLine() {
-        std::string name = (fs::temp_directory_path() / "vexa-options-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) std::abort();
-        m_directory = name;
-    }
-    ~CommandLine() override { fs::remove_all(m_directory); }
-
     Outcome Run(const std::string& program, const std::vector<std::string>& words) const {
-        const std::string errors = (m_directory / "errors").string();
+        const std::string errors = m_directory.File("errors");
         std::vector<std::string> call{"/bin/sh", "-c", R"(exec "$0" "$@" 2>"$ERRORS")", PathOf(program)};
         call.insert(call.end(), words.begin(), words.end());
-        ChildProcess process(call, {"ERRORS=" + errors}, (m_directory / "output").string());
+        ChildProcess process(call, {"ERRORS=" + errors}, m_directory.File("output"));
         const int status = process.Wait();
         std::ifstream file(errors);
         return {status, process.Output(), {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()}};
     }
 
 private:
-    fs::path m_directory;
+    TemporaryDirectory m_directory{"vexa-options"};
 };
 
 struct Wrong {

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Screen.h"
 
@@ -94,18 +95,12 @@ private:
 
 class Demo : public testing::Test {
 protected:
-    Demo() {
-        std::string name = (fs::temp_directory_path() / "vexa-demo-test-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) std::abort();
-        m_directory = name;
-        fs::create_directory(m_directory / "made");
-    }
-    ~Demo() override { fs::remove_all(m_directory); }
+    Demo() { fs::create_directory(m_directory.File("made")); }
 
     /// Clocks run twenty times as fast, and what a run makes beside its output lies in one place.
     std::vector<std::string> Environment() const {
-        return {"LD_PRELOAD=" SCALED_CLOCK, "TMPDIR=" + (m_directory / "made").string(), "DEMO=" VEXA_DEMO,
-                "OUT=" + m_directory.string()};
+        return {"LD_PRELOAD=" SCALED_CLOCK, "TMPDIR=" + m_directory.File("made"), "DEMO=" VEXA_DEMO,
+                "OUT=" + m_directory.Path().string()};
     }
     std::unique_ptr<TerminalProcess> OnTerminal(std::vector<std::string> words, unsigned short columns,
                                                 unsigned short rows) const {
@@ -114,17 +109,17 @@ protected:
     }
     /// Runs a line of the shell to its end; its own status.
     int Shell(const std::string& line) const {
-        ChildProcess shell({"/bin/bash", "-c", line}, Environment(), (m_directory / "shell").string());
+        ChildProcess shell({"/bin/bash", "-c", line}, Environment(), m_directory.File("shell"));
         return shell.Wait(60);
     }
     std::string Read(const std::string& name) const {
-        std::ifstream file(m_directory / name);
+        std::ifstream file(m_directory.Path() / name);
         return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     }
-    void ExpectNothingLeft() const { EXPECT_TRUE(fs::is_empty(m_directory / "made")); }
+    void ExpectNothingLeft() const { EXPECT_TRUE(fs::is_empty(m_directory.File("made"))); }
 
 private:
-    fs::path m_directory;
+    TemporaryDirectory m_directory{"vexa-demo-test"};
 };
 
 struct Size {

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "public/log/CommonLog.h"
+#include "testing/IniText.h"
 
 namespace literal {
 
@@ -208,12 +209,12 @@ options=norecv
 insts=sc2612TAS
 options=norecv)";
 
-IniText Configuration(int logLevel, const std::string& directory, const std::vector<std::string>& keys) {
+std::string Configuration(int logLevel, const std::string& directory, const std::vector<std::string>& keys) {
     IniText text;
-    text.Section("config").Key("log_level", logLevel).Key("device", "xilinx3:0").Key("log_path", directory + "/");
+    text.Section("config").Key("log_level", logLevel).Device(3, 0).Key("log_path", directory + "/");
     text.Line(KEYS);
     for (const std::string& key : keys) text.Line(key);
-    return text.Line(CHANNELS);
+    return text.Line(CHANNELS).Text();
 }
 
 std::string Without(std::string text, const std::string& part, const std::string& name) {

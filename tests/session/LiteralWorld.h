@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/IniText.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/LiteralWire.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 
 namespace literal {
 
@@ -51,10 +51,10 @@ public:
 
     void OnVexaShfeMd(VexaShfeMdType&) override {}
 
-    VirtualClock clock;
+    ManualClock clock;
     RecordingBoard board;
-    TempDirectory directory;
-    TempFile file;
+    TemporaryDirectory directory;
+    TemporaryFile file;
     std::unique_ptr<TestableApi> api = MakeApi();
     bool has4ps = true;                ///< all four feeds are enabled, which no key can do
     std::vector<Bytes> snapshot;       ///< what the exchange answers

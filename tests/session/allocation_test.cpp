@@ -9,8 +9,8 @@
 #include <string>
 
 #include "public/config/IniReader.h"
-#include "public/reg/BoardProviderLoader.h"
 #include "simulation/base/WatchedAllocator.h"
+#include "testing/ProviderAdapter.h"
 #include "tests/support/SessionWorld.h"
 
 using simulation::WatchedAllocator;
@@ -22,65 +22,51 @@ namespace {
 
 // ---- a board whose own memory never runs out ----
 
-const VexaBoardProvider& Inner() { return software_board::Provider(); }
+class UnlimitedBoard : public BoardOperations {
+public:
+    int32_t OpenRegisters(const char* argument, uint16_t bus, uint16_t core, VexaBoardRegisters** registers) override {
+        const Watch pause(false);
+        return m_inner.open_registers(argument, bus, core, registers);
+    }
+    void CloseRegisters(VexaBoardRegisters* registers) override { m_inner.close_registers(registers); }
+    int32_t Write32(VexaBoardRegisters* registers, uint32_t index, uint32_t value) override {
+        const Watch pause(false);
+        return m_inner.write32(registers, index, value);
+    }
+    int32_t Read32(VexaBoardRegisters* registers, uint32_t index, uint32_t* value) override {
+        const Watch pause(false);
+        return m_inner.read32(registers, index, value);
+    }
+    int32_t Read64(VexaBoardRegisters* registers, uint32_t index, uint64_t* value) override {
+        const Watch pause(false);
+        return m_inner.read64(registers, index, value);
+    }
+    int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoardStream** stream) override {
+        const Watch pause(false);
+        return m_inner.open_stream(argument, bus, name, stream);
+    }
+    void CloseStream(VexaBoardStream* stream) override { m_inner.close_stream(stream); }
+    int32_t Receive(VexaBoardStream* stream, VexaBoardMessageHandler handler, void* user) override {
+        const Watch pause(false);
+        WatchedHandler watched{handler, user};
+        return m_inner.receive(stream, HandOver, &watched);
+    }
+    const char* LastError() override { return m_inner.last_error(); }
 
-int32_t OpenRegisters(const char* argument, uint16_t bus, uint16_t core, VexaBoardRegisters** registers) {
-    const Watch pause(false);
-    return Inner().open_registers(argument, bus, core, registers);
-}
+private:
+    struct WatchedHandler {
+        VexaBoardMessageHandler handler;
+        void* user;
+    };
 
-int32_t Write32(VexaBoardRegisters* registers, uint32_t index, uint32_t value) {
-    const Watch pause(false);
-    return Inner().write32(registers, index, value);
-}
+    static void HandOver(const unsigned char* data, unsigned int length, void* user) {
+        const Watch watch(true);
+        const auto* watched = static_cast<const WatchedHandler*>(user);
+        watched->handler(data, length, watched->user);
+    }
 
-int32_t DoRead32(VexaBoardRegisters* registers, uint32_t index, uint32_t* value) {
-    const Watch pause(false);
-    return Inner().read32(registers, index, value);
-}
-
-int32_t DoRead64(VexaBoardRegisters* registers, uint32_t index, uint64_t* value) {
-    const Watch pause(false);
-    return Inner().read64(registers, index, value);
-}
-
-int32_t OpenStream(const char* argument, uint16_t bus, const char* name, VexaBoardStream** stream) {
-    const Watch pause(false);
-    return Inner().open_stream(argument, bus, name, stream);
-}
-
-struct WatchedHandler {
-    VexaBoardMessageHandler handler;
-    void* user;
+    const VexaBoardProvider& m_inner = software_board::Provider();
 };
-
-void HandOver(const unsigned char* data, unsigned int length, void* user) {
-    const Watch watch(true);
-    const auto* watched = static_cast<const WatchedHandler*>(user);
-    watched->handler(data, length, watched->user);
-}
-
-int32_t Receive(VexaBoardStream* stream, VexaBoardMessageHandler handler, void* user) {
-    const Watch pause(false);
-    WatchedHandler watched{handler, user};
-    return Inner().receive(stream, HandOver, &watched);
-}
-
-const VexaBoardProvider& UnlimitedBoard() {
-    static const VexaBoardProvider provider{VEXA_BOARD_PROVIDER_VERSION,
-                                            sizeof(VexaBoardProvider),
-                                            "unlimited",
-                                            OpenRegisters,
-                                            Inner().close_registers,
-                                            Write32,
-                                            DoRead32,
-                                            DoRead64,
-                                            OpenStream,
-                                            Inner().close_stream,
-                                            Receive,
-                                            Inner().last_error};
-    return provider;
-}
 
 software_board::BoardOptions FewInstruments() {
     software_board::BoardOptions options = WithFaults("reorder");
@@ -89,11 +75,19 @@ software_board::BoardOptions FewInstruments() {
     return options;
 }
 
+/// A whole session whose board is that one.
+struct UnlimitedWorld : SessionWorld {
+    UnlimitedWorld() : SessionWorld(FewInstruments()) {}
+    ~UnlimitedWorld() override { api.reset(); }
+
+    UnlimitedBoard unlimited;
+    ProviderAdapter adapter{unlimited, "unlimited"};
+};
+
 /// A session with a log file and captures, whose library runs out of memory.
 class OutOfMemory : public testing::TestWithParam<Failure> {
 protected:
-    OutOfMemory() : world(FewInstruments()) {
-        UseBoardProvider(&UnlimitedBoard());
+    OutOfMemory() {
         CCommonLog::GetInstance().SetSink(nullptr);
         world.configKeys = "ine2ps=enabled\nshfe2ps=disabled\nbind_cpu=-1\ndma_data_flag=1\nwait_snap_timeout=5\n";
         path = world.ConfigPath();
@@ -111,7 +105,7 @@ protected:
         EXPECT_THAT(world.DifferencesFromTruth({INE_2PS}), IsEmpty());
     }
 
-    SessionWorld world;
+    UnlimitedWorld world;
     std::string path;
 };
 
@@ -182,8 +176,7 @@ TEST_P(OutOfMemory, LeavesNoFileOpen) {
 }
 
 TEST(Delivery, AllocatesNothingInEitherForm) {
-    SessionWorld world(FewInstruments());
-    UseBoardProvider(&UnlimitedBoard());
+    UnlimitedWorld world;
     struct Counting : CVexaShfeMdSpi {
         void OnVexaShfeMd(VexaShfeMdType&) override { ++count; }
         int count = 0;

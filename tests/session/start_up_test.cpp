@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "tests/support/IniText.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/SessionWorld.h"
 
 using testing::Contains;
@@ -144,9 +144,9 @@ TEST_F(ChecksumSkip, AnIdleBoardIsBroughtUpAgain) {
 
 TEST_F(ChecksumSkip, AnEventBetweenTheSamplesBringsTheBoardUpAgain) {
     StartOnce();
-    struct EventDuringSleep : VirtualClock {
+    struct EventDuringSleep : ManualClock {
         void SleepNanoseconds(int64_t nanoseconds) override {
-            VirtualClock::SleepNanoseconds(nanoseconds);
+            ManualClock::SleepNanoseconds(nanoseconds);
             board->RaiseEvent(0, U50Event{DMA_EVENT, sizeof(U50Event), 0, 0, 0, 1, 0, 0});
         }
         software_board::SoftwareBoard* board = nullptr;
@@ -180,7 +180,7 @@ struct OtherSession {
         : file("[config]\ndevice=" + device + "\nlog_level=7\nshfe2ps=enabled\nine2ps=enabled\n") {}
     int32_t Start() { return api->VexaStart(file.Path().c_str()); }
 
-    TempFile file;
+    TemporaryFile file;
     std::unique_ptr<TestableApi> api = MakeApi();
     VexaShfeMdType md{};
 };

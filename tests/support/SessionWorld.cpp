@@ -2,11 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 
-#include "public/reg/BoardProviderLoader.h"
+#include "testing/IniText.h"
 
 namespace {
 constexpr int EMPTY_STEPS_MAX = 20000;
@@ -23,30 +21,14 @@ software_board::BoardOptions WithFaults(const std::string& names, uint64_t seed)
 }
 
 SessionWorld::SessionWorld(const software_board::BoardOptions& options) : board(options), api(MakeApi()) {
-    std::string name = (std::filesystem::temp_directory_path() / "vexa-session-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) std::abort();
-    m_directory = name;
-    TestableApi::s_indexDirectory = name;
-    software_board::InstallBoard(0, &board);
-    UseBoardProvider(&software_board::Provider());
-}
-
-SessionWorld::~SessionWorld() {
-    api.reset();
-    CDrvRegEnyx::GetInstance().Destory();
-    UseBoardProvider(nullptr);
-    software_board::InstallBoard(0, nullptr);
-    std::error_code ignored;
-    std::filesystem::remove_all(m_directory, ignored);
+    TestableApi::s_indexDirectory = directory.Path();
 }
 
 std::string SessionWorld::ConfigPath() {
-    const std::filesystem::path file = m_directory / "session.ini";
-    std::ofstream(file) << "[config]\ndevice=xilinx0:0\nlog_level=7\n"
-                        << "log_path=" << m_directory.string() << "/\n"
-                        << "SRCIP=10.20.0.2\nSRCPORT=40000\n"
-                        << configKeys << channelSections;
-    return file.string();
+    IniText text;
+    text.Section("config").Device(0, 0).Key("log_level", 7).Key("log_path", directory.Prefix());
+    text.Key("SRCIP", "10.20.0.2").Key("SRCPORT", 40000).Lines(configKeys).Lines(channelSections);
+    return directory.Write("session.ini", text.Text());
 }
 
 int32_t SessionWorld::Start(Delivery delivery) {

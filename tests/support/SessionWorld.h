@@ -3,16 +3,17 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "software_board/SoftwareBoard.h"
-#include "tests/support/LogCapture.h"
+#include "testing/InstalledBoard.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 
 enum class Delivery { Callback, Polling };
 
@@ -22,7 +23,6 @@ software_board::BoardOptions WithFaults(const std::string& names, uint64_t seed 
 class SessionWorld : public CVexaShfeMdSpi {
 public:
     explicit SessionWorld(const software_board::BoardOptions& options = {});
-    ~SessionWorld() override;
     SessionWorld(const SessionWorld&) = delete;
     SessionWorld& operator=(const SessionWorld&) = delete;
 
@@ -47,9 +47,11 @@ public:
 
     void OnVexaShfeMd(VexaShfeMdType& md) override { Remember(md); }
 
-    VirtualClock clock;
+    ManualClock clock;
     LogCapture log;
     software_board::SoftwareBoard board;
+    TemporaryDirectory directory{"vexa-session"};
+    InstalledBoard installed{board};
     std::unique_ptr<TestableApi> api;
 
     std::map<std::string, VexaShfeMdType> last;  ///< by identifier
@@ -58,7 +60,6 @@ public:
 private:
     void Remember(const VexaShfeMdType& md);
 
-    std::filesystem::path m_directory;
     Delivery m_delivery = Delivery::Callback;
     VexaShfeMdType m_record{};
 };

@@ -9,12 +9,12 @@
 #include <iterator>
 #include <string>
 
-#include "tests/support/IniText.h"
+#include "testing/TemporaryDirectory.h"
 
 template <typename Call>
 std::string WrittenAtOnce(Call call) {
     std::fflush(stdout);
-    const TempFile output;
+    const TemporaryFile output;
     const int terminal = dup(STDOUT_FILENO);
     const int file = open(output.Path().c_str(), O_WRONLY | O_CLOEXEC);
     dup2(file, STDOUT_FILENO);

@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/FailingCalls.h"
-#include "tests/support/IniText.h"
-#include "tests/support/VirtualClock.h"
 
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
@@ -45,6 +45,6 @@ protected:
         return fs::directory_iterator(directory.Path())->path();
     }
 
-    TempDirectory directory;
-    VirtualClock clock;
+    TemporaryDirectory directory;
+    ManualClock clock;
 };

@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 
 /// The addresses that it was called with.
 struct RememberingSpi : CVexaShfeMdSpi {
@@ -62,7 +62,7 @@ protected:
         board.answers[0x2040 + feed] = MIDNIGHT + static_cast<uint64_t>(hour * 3600 + minute * 60);
     }
 
-    VirtualClock clock;
+    ManualClock clock;
     RecordingBoard board;
     LogCapture log;
     RememberingSpi spi;

@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "exchange/MdqpWriter.h"
+#include "testing/LogCapture.h"
 #include "testing/SnapshotUnits.h"
 #include "tests/support/FilledSlot.h"
-#include "tests/support/LogCapture.h"
 #include "tests/support/RecordedWrites.h"
 
 class MdqpFixture : public testing::Test {

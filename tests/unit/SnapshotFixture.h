@@ -3,8 +3,8 @@
 
 #include "src/board/RegisterWriter.h"
 #include "src/snapshot/SnapshotPhase.h"
+#include "testing/ManualClock.h"
 #include "tests/support/RecordingBoard.h"
-#include "tests/support/VirtualClock.h"
 #include "tests/unit/SnapshotTest.h"
 
 class SnapshotFixture : public SnapshotTest {
@@ -40,7 +40,7 @@ protected:
     /// Writes go nowhere from here on: the five million of a completed snapshot tell most tests nothing.
     static void Unplug() { CDrvRegEnyx::GetInstance().Destory(); }
 
-    VirtualClock clock;
+    ManualClock clock;
     RecordingBoard board;
     CRegisterWriter registers{CDrvRegEnyx::GetInstance()};
     SnapshotUnits units{*state, registers};

@@ -13,7 +13,7 @@
 #include "exchange/MdqpWriter.h"
 #include "src/snapshot/Reassembly.h"
 #include "testing/SnapshotUnits.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
 
 using Bytes = std::vector<uint8_t>;
 

@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/IniText.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 
 using testing::ElementsAre;
 using testing::ElementsAreArray;
@@ -41,7 +41,7 @@ protected:
         board.answers[0x2032] = 3;
     }
 
-    VirtualClock clock;
+    ManualClock clock;
     RecordingBoard board;
     LogCapture log;
     std::unique_ptr<TestableApi> api = MakeApi();
@@ -105,7 +105,7 @@ TEST_F(BoardBringUp, MemoryThatIsNotReadyLeavesTheLogLevelRaised) {
 }
 
 TEST_F(BoardBringUp, StartThatFailsForItsMemoryLeavesTheLogLevelRaised) {
-    const TempFile file("[config]\nlog_level=1\n");
+    const TemporaryFile file("[config]\nlog_level=1\n");
     board.answers[0x2032] = 2;
     EXPECT_EQ(api->VexaStart(file.Path().c_str()), -2);
     EXPECT_TRUE(CCommonLog::GetInstance().IsEnabled(LOG_DEBUG));

@@ -5,11 +5,11 @@
 #include <string>
 
 #include "src/board/EngineParameters.h"
-#include "tests/support/IniText.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 
 using testing::Contains;
 using testing::ElementsAre;
@@ -50,11 +50,11 @@ protected:
         api->m_u50ConfigInfo.crc_mux_check = true;
     }
 
-    VirtualClock clock;
+    ManualClock clock;
     RecordingBoard board;
     LogCapture log;
-    TempFile file{"[config]\na=1\n"};
-    TempDirectory directory;
+    TemporaryFile file{"[config]\na=1\n"};
+    TemporaryDirectory directory;
     std::unique_ptr<TestableApi> api = MakeApi();
     uint64_t samples = 0;
     uint32_t checksum = 0;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "public/clock/Clock.h"
-#include "tests/support/VirtualClock.h"
+#include "testing/ManualClock.h"
 
 namespace {
 
@@ -55,7 +55,7 @@ TEST(Clock, SystemSleepsOnTheMonotonicClockForAsLongAsItIsTold) {
 
 TEST(Clock, SourceTakesThePlaceOfTheSystemsUntilItGoes) {
     {
-        VirtualClock clock;
+        ManualClock clock;
         clock.step = 0;
         CClock::SleepSeconds(3);
         CClock::SleepMicroseconds(5);
@@ -65,7 +65,7 @@ TEST(Clock, SourceTakesThePlaceOfTheSystemsUntilItGoes) {
 }
 
 TEST(Clock, WaitIsMeasuredInWholeMonotonicSecondsCutTowardsZero) {
-    VirtualClock clock;
+    ManualClock clock;
     clock.step = 0;
     const CWaitTimer timer;
     clock.Advance(1'999'999'999);

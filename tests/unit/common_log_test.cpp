@@ -18,8 +18,9 @@
 #include "public/file/WriteWhole.h"
 #include "public/log/LogFile.h"
 #include "public/log/LogLine.h"
-#include "tests/support/LogCapture.h"
-#include "tests/support/VirtualClock.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 
 namespace fs = std::filesystem;
 using testing::EndsWith;
@@ -55,8 +56,6 @@ protected:
     CommonLog() {
         setenv("TZ", "UTC", 1);
         tzset();
-        std::string pattern = (fs::temp_directory_path() / "vexa_log_XXXXXX").string();
-        directory = mkdtemp(pattern.data());
         clock.step = 0;
         clock.wall = 1'777'541'400 * NANOSECONDS_PER_SECOND + 123'456'789;  // 2026-04-30 09:30:00.123456789
     }
@@ -64,7 +63,6 @@ protected:
         Log().SetLogPath("");
         Log().SetLogLevel(LOG_ERROR | LOG_WARNING | LOG_INFO | LOG_DEBUG);
         Log().WriteLog(LOG_DEBUG, "end of test");
-        fs::remove_all(directory);
     }
 
     fs::path Today() const { return directory / "vexa_shfe_md_20260430.log"; }
@@ -87,8 +85,9 @@ protected:
         return said;
     }
 
-    VirtualClock clock;
-    fs::path directory;
+    ManualClock clock;
+    const TemporaryDirectory home;
+    const fs::path& directory = home.Path();
 };
 
 class LogLevels : public CommonLog, public testing::WithParamInterface<std::pair<ELOGLEVEL, const char*>> {};
@@ -100,7 +99,7 @@ TEST(LogOfANewProcess, GoesToStandardErrorInUtcWithoutTraces) {
     for (const ELOGLEVEL level : {LOG_ERROR, LOG_WARNING, LOG_INFO, LOG_DEBUG}) EXPECT_TRUE(Log().IsEnabled(level));
     EXPECT_FALSE(Log().IsEnabled(LOG_DEBUG_EX));
     EXPECT_EQ(Log().DroppedLines(), 0U);
-    VirtualClock clock;
+    ManualClock clock;
     clock.step = 0;
     testing::internal::CaptureStderr();
     Log().WriteText(LOG_INFO, "first", 5);

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "tests/support/IniText.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/TestableApi.h"
 
 namespace {
@@ -20,19 +20,19 @@ protected:
 };
 
 TEST_F(ConfigChecksum, IsTheCrc32cOfTheBytes) {
-    const TempFile file("123456789");
+    const TemporaryFile file("123456789");
     ASSERT_EQ(Checksum(file.Path(), crc), 0);
     EXPECT_EQ(crc, 0xE3069283U);
 }
 
 TEST_F(ConfigChecksum, OneByteIsAFile) {
-    const TempFile file("a");
+    const TemporaryFile file("a");
     ASSERT_EQ(Checksum(file.Path(), crc), 0);
     EXPECT_EQ(crc, 0xC1D04330U);
 }
 
 TEST_F(ConfigChecksum, EmptyFileGivesMinusTwo) {
-    const TempFile file;
+    const TemporaryFile file;
     EXPECT_EQ(Checksum(file.Path(), crc), -2);
     EXPECT_TRUE(log.Has(LOG_ERROR, "file is empty [" + file.Path() + "] [4294967294]."));
 }
@@ -43,7 +43,7 @@ TEST_F(ConfigChecksum, MissingFileGivesMinusOne) {
 }
 
 TEST_F(ConfigChecksum, SameFileGivesTheSameAndAChangedCommentAnother) {
-    const TempFile file("# a\na=1\n");
+    const TemporaryFile file("# a\na=1\n");
     uint32_t again = 0;
     ASSERT_EQ(Checksum(file.Path(), crc), 0);
     ASSERT_EQ(Checksum(file.Path(), again), 0);
@@ -54,7 +54,7 @@ TEST_F(ConfigChecksum, SameFileGivesTheSameAndAChangedCommentAnother) {
 }
 
 TEST_F(ConfigChecksum, DirectoryAndFifoAreRefusedWithoutWaiting) {
-    const TempDirectory directory;
+    const TemporaryDirectory directory;
     EXPECT_EQ(Checksum(directory.Path(), crc), -1);
     const std::string fifo = directory.Path() / "fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -62,7 +62,7 @@ TEST_F(ConfigChecksum, DirectoryAndFifoAreRefusedWithoutWaiting) {
 }
 
 TEST_F(ConfigChecksum, HugeFileIsRefusedAsTooLargeForMemory) {
-    const TempFile file("x");
+    const TemporaryFile file("x");
     std::filesystem::resize_file(file.Path(), uint64_t{4} << 30);
     EXPECT_EQ(Checksum(file.Path(), crc), -3);
     EXPECT_TRUE(log.Has(LOG_ERROR, "Error allocating memory for file[" + file.Path() + "] [4294967293]."));

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "tests/support/IniText.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/TestableApi.h"
 
 using testing::Contains;
@@ -16,7 +16,7 @@ namespace {
 class ConfigLoading : public testing::Test {
 protected:
     int32_t Load(const std::string& text) {
-        const TempFile file(text);
+        const TemporaryFile file(text);
         api->m_configFileName.UnSafeCopyFrom(file.Path().c_str());
         return api->_ReadConfig();
     }
@@ -166,7 +166,7 @@ TEST_F(ConfigLoading, MissingFileIsToldOnStandardOutputAndLeavesTheRecord) {
 }
 
 TEST_F(ConfigLoading, DirectoryCannotBeOpened) {
-    const TempDirectory directory;
+    const TemporaryDirectory directory;
     api->m_configFileName.UnSafeCopyFrom(directory.Path().c_str());
     testing::internal::CaptureStdout();
     EXPECT_EQ(api->_ReadConfig(), -1);

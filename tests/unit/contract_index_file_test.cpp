@@ -10,12 +10,12 @@
 #include <sstream>
 #include <string>
 
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/FilledSlot.h"
-#include "tests/support/IniText.h"
-#include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 
 namespace {
 
@@ -77,10 +77,10 @@ protected:
         EXPECT_EQ(api->_InstStaticInfoWriteFile(), -1);
         EXPECT_TRUE(log.Has(LOG_WARNING, "open contract index file failed " + Name("am").string()));
     }
-    VirtualClock clock;
+    ManualClock clock;
     RecordingBoard board;
     LogCapture log;
-    TempDirectory directory;
+    TemporaryDirectory directory;
     std::unique_ptr<TestableApi> api = MakeApi();
 };
 
@@ -219,7 +219,7 @@ TEST_F(ContractIndexFile, NothingIsLeftBesideWhereTheFileCannotBePutInPlace) {
 }
 
 TEST_F(ContractIndexFile, SymbolicLinkCountsAsCannotBeOpened) {
-    const TempFile victim("precious");
+    const TemporaryFile victim("precious");
     fs::create_symlink(victim.Path(), Name("am"));
     ExpectRefused();
     EXPECT_EQ(Content(victim.Path()), "precious");

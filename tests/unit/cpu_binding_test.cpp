@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
 #include "tests/support/TestableApi.h"
 
 namespace {

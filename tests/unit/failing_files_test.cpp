@@ -16,7 +16,7 @@
 #include "public/file/ReplacedFile.h"
 #include "public/file/WriteWhole.h"
 #include "public/write_shot/write_shot.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
 #include "tests/unit/FailingServices.h"
 
 using testing::ElementsAre;
@@ -313,7 +313,7 @@ TEST_F(FailingReplacement, ThatIsGivenUpLeavesNothing) {
 // -----------------------------------------------------------------------------------------
 
 TEST_F(FailingServices, PartIsTakenBackToTheByte) {
-    const TempFile file("0123456789");
+    const TemporaryFile file("0123456789");
     const int descriptor = open(file.Path().c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
     EXPECT_TRUE(TakeBack(descriptor, 0));
     EXPECT_EQ(Content(file.Path()), "0123456789");

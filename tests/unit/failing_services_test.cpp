@@ -32,7 +32,7 @@ namespace {
 class FailingIni : public FailingServices {
 protected:
     bool Read(const std::string& text) {
-        const TempFile file(text);
+        const TemporaryFile file(text);
         const FailingCalls::Watch watch;
         return reader.ReadConfig(file.Path());
     }

@@ -9,11 +9,11 @@
 
 #include "common/RegisterMap.h"
 #include "public/log/LogLine.h"
-#include "tests/support/IniText.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 
 namespace {
 
@@ -51,9 +51,9 @@ protected:
     bool IsDirectoryEmpty() const { return fs::is_empty(directory.Path()); }
     [[noreturn]] static void EndWith(bool isRight) { _exit(isRight ? 0 : 1); }
 
-    VirtualClock clock;
+    ManualClock clock;
     RecordingBoard board;
-    TempDirectory directory;
+    TemporaryDirectory directory;
     std::unique_ptr<TestableApi> api = MakeApi();
 };
 

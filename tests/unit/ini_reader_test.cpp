@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "public/config/IniReader.h"
-#include "tests/support/IniText.h"
+#include "testing/TemporaryDirectory.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -21,7 +21,7 @@ namespace {
 class IniReader : public testing::Test {
 protected:
     std::map<std::string, CIniReader::Section> Read(const std::string& text) {
-        const TempFile file(text);
+        const TemporaryFile file(text);
         EXPECT_TRUE(ini.ReadConfig(file.Path()));
         return ini.Sections();
     }
@@ -182,7 +182,7 @@ TEST_F(IniReader, MissingFileLeavesTheMapEmpty) {
 }
 
 TEST_F(IniReader, WhatIsNoRegularFileCannotBeOpened) {
-    const TempDirectory directory;
+    const TemporaryDirectory directory;
     const std::string fifo = directory.Path() / "fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     for (const std::string& path : {directory.Path().string(), fifo, std::string("/dev/zero")}) {

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/IniText.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/TestableApi.h"
 #include "tests/support/WrittenAtOnce.h"
 
@@ -78,7 +78,7 @@ options=norecv
 class LiteralConfiguration : public testing::Test {
 protected:
     int32_t Load(const std::string& text) {
-        const TempFile file(text);
+        const TemporaryFile file(text);
         api->m_configFileName.UnSafeCopyFrom(file.Path().c_str());
         return api->_ReadConfig();
     }
@@ -297,7 +297,7 @@ TEST_F(LiteralConfiguration, DeviceWithoutAColonLeavesTheChannelOfTheStartBefore
 }
 
 TEST_F(LiteralConfiguration, LogGoesWhereTheFileSays) {
-    const TempDirectory directory;
+    const TemporaryDirectory directory;
     CCommonLog::GetInstance().SetSink(nullptr);
     ASSERT_EQ(Load("[config]\nlog_path=" + directory.Path().string() + "/front_\n"), 0);
     std::vector<std::string> names;

@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/IniText.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/LiteralWire.h"
-#include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 #include "tests/support/WrittenAtOnce.h"
 
 using testing::ElementsAre;
@@ -45,10 +45,10 @@ protected:
     const char* Path() const { return file.Path().c_str(); }
     void PutUpdate(uint32_t instNo) { board.messages.push_back(literal::Update(instNo)); }
 
-    VirtualClock clock;
+    ManualClock clock;
     RecordingBoard board;
     LogCapture log;
-    TempFile file{"[config]\ndevice=xilinx2:3\n"};
+    TemporaryFile file{"[config]\ndevice=xilinx2:3\n"};
     RememberingSpi spi;
     std::unique_ptr<TestableApi> api = MakeApi();
 };

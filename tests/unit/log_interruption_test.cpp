@@ -16,8 +16,8 @@
 
 #include "public/log/LogLine.h"
 #include "public/signal/SignalProcess.h"
-#include "tests/support/IniText.h"
-#include "tests/support/VirtualClock.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 
 namespace {
 
@@ -115,8 +115,8 @@ protected:
         return counts;
     }
 
-    VirtualClock clock;
-    TempDirectory directory;
+    ManualClock clock;
+    TemporaryDirectory directory;
     struct sigaction before {};
 };
 

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "public/log/LogLine.h"
-#include "tests/support/IniText.h"
-#include "tests/support/LogCapture.h"
-#include "tests/support/VirtualClock.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 
 using testing::Contains;
 using testing::Each;
@@ -49,7 +49,7 @@ protected:
         return {all.begin() + static_cast<std::ptrdiff_t>(std::min(count, all.size())), all.end()};
     }
 
-    VirtualClock clock;
+    ManualClock clock;
     LogCapture log;
 };
 
@@ -176,7 +176,7 @@ TEST_F(LogLimit, LevelThatIsSwitchedOffTellsNothing) {
 }
 
 TEST_F(LogLimit, FileHoldsWhatTheLimitLetThrough) {
-    const TempDirectory directory;
+    const TemporaryDirectory directory;
     setenv("TZ", "UTC", 1);
     tzset();
     Log().SetSink(nullptr);

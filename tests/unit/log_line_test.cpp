@@ -13,9 +13,9 @@
 
 #include "public/log/LogFile.h"
 #include "public/log/LogLine.h"
-#include "tests/support/IniText.h"
-#include "tests/support/LogCapture.h"
-#include "tests/support/VirtualClock.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 
 namespace {
 
@@ -61,8 +61,8 @@ protected:
     }
     static std::ptrdiff_t Descriptors() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }
 
-    TempDirectory directory;
-    VirtualClock clock;
+    TemporaryDirectory directory;
+    ManualClock clock;
 };
 
 struct Moment {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "testing/LogCapture.h"
 #include "tests/support/FilledSlot.h"
-#include "tests/support/LogCapture.h"
 #include "tests/support/TestableApi.h"
 
 using testing::ElementsAre;

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "public/reg/DriveRegEnyx.h"
-#include "tests/support/IniText.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
+#include "testing/TemporaryDirectory.h"
 
 using testing::ElementsAre;
 
@@ -126,7 +126,7 @@ TEST_F(ProviderLoader, TextWithASlashIsAPath) {
 }
 
 TEST_F(ProviderLoader, PathThatIsNoRegularFileIsRefusedAndNotWaitedFor) {
-    const TempDirectory directory;
+    const TemporaryDirectory directory;
     const std::string fifo = directory.Path().string() + "/fifo.so";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     for (const std::string& path :
@@ -140,9 +140,9 @@ TEST_F(ProviderLoader, PathThatIsNoRegularFileIsRefusedAndNotWaitedFor) {
 }
 
 TEST_F(ProviderLoader, FileThatIsNoSharedObjectIsRefused) {
-    const TempFile text{"[config]\n"};
-    const TempFile empty{""};
-    for (const TempFile* file : {&text, &empty}) {
+    const TemporaryFile text{"[config]\n"};
+    const TemporaryFile empty{""};
+    for (const TemporaryFile* file : {&text, &empty}) {
         log.lines.clear();
         setenv(VARIABLE, file->Path().c_str(), 1);
         EXPECT_EQ(LoadBoardProvider().provider, nullptr);
@@ -157,7 +157,7 @@ TEST_F(ProviderLoader, SharedObjectCutAnywhereIsRefused) {
     ASSERT_GT(whole.size(), 4096U);
     for (const std::size_t size : {whole.size() - 1, whole.size() - 64, whole.size() / 2, std::size_t{4096},
                                    std::size_t{65}, std::size_t{64}, std::size_t{63}, std::size_t{1}}) {
-        const TempFile cut{whole.substr(0, size)};
+        const TemporaryFile cut{whole.substr(0, size)};
         log.lines.clear();
         setenv(VARIABLE, cut.Path().c_str(), 1);
         EXPECT_EQ(LoadBoardProvider().provider, nullptr) << size;

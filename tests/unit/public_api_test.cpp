@@ -6,11 +6,11 @@
 #include <vector>
 
 #include "interface/VexaShfeMdApi.h"
-#include "tests/support/IniText.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 
 namespace {
 
@@ -29,10 +29,10 @@ protected:
         std::memcpy(message.data() + DMA_UDP_RECORD_OFFSET, &instNo, sizeof instNo);
         board.messages.push_back(message);
     }
-    VirtualClock clock;
+    ManualClock clock;
     RecordingBoard board;
     LogCapture log;
-    TempFile file{"[config]\ndevice=xilinx0:1\n"};
+    TemporaryFile file{"[config]\ndevice=xilinx0:1\n"};
     RememberingSpi spi;
     CVexaShfeMdApi& api = CVexaShfeMdApi::CreateVexaShfeMdApi();
 };

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "public/reg/BoardProviderLoader.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
 #include "tests/support/RecordingBoard.h"
 
 using testing::ElementsAre;

@@ -1,9 +1,9 @@
 // What becomes of results and handles that a provider should not give, and who holds the registers.
 #include <gmock/gmock.h>
 
-#include "public/reg/BoardProviderLoader.h"
 #include "public/reg/DriveRegEnyx.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
+#include "testing/ProviderAdapter.h"
 #include "tests/support/RecordingBoard.h"
 
 using testing::ElementsAre;
@@ -11,73 +11,42 @@ using testing::IsEmpty;
 
 namespace {
 
-/// What the provider below gives.
-struct Wilful {
+/// Gives what a provider should not.
+struct Wilful : BoardOperations {
     int32_t result = 0;
     bool hasHandle = true;
     uint64_t read = 0;  ///< whatever the result
-    int openRegisters = 0;
-    int openStreams = 0;
     std::string argument;
+
+    int32_t OpenRegisters(const char* told, uint16_t, uint16_t, VexaBoardRegisters** registers) override {
+        argument = told;
+        if (hasHandle) *registers = RegistersHandle();
+        return result;
+    }
+    int32_t Write32(VexaBoardRegisters*, uint32_t, uint32_t) override { return result; }
+    int32_t Read32(VexaBoardRegisters*, uint32_t, uint32_t* value) override {
+        *value = static_cast<uint32_t>(read);
+        return result;
+    }
+    int32_t Read64(VexaBoardRegisters*, uint32_t, uint64_t* value) override {
+        *value = read;
+        return result;
+    }
+    int32_t OpenStream(const char* told, uint16_t, const char*, VexaBoardStream** stream) override {
+        argument = told;
+        if (hasHandle) *stream = StreamHandle();
+        return result;
+    }
+    int32_t Receive(VexaBoardStream*, VexaBoardMessageHandler, void*) override { return result; }
+    const char* LastError() override { return "wilful"; }
 };
-
-Wilful g_wilful;
-int g_handle = 0;
-
-int32_t OpenRegisters(const char* argument, uint16_t, uint16_t, VexaBoardRegisters** registers) {
-    g_wilful.argument = argument;
-    if (!g_wilful.hasHandle) return g_wilful.result;
-    *registers = reinterpret_cast<VexaBoardRegisters*>(&g_handle);
-    if (g_wilful.result == 0) ++g_wilful.openRegisters;
-    return g_wilful.result;
-}
-void CloseRegisters(VexaBoardRegisters*) { --g_wilful.openRegisters; }
-int32_t Write32(VexaBoardRegisters*, uint32_t, uint32_t) { return g_wilful.result; }
-int32_t DoRead32(VexaBoardRegisters*, uint32_t, uint32_t* value) {
-    *value = static_cast<uint32_t>(g_wilful.read);
-    return g_wilful.result;
-}
-int32_t DoRead64(VexaBoardRegisters*, uint32_t, uint64_t* value) {
-    *value = g_wilful.read;
-    return g_wilful.result;
-}
-int32_t OpenStream(const char* argument, uint16_t, const char*, VexaBoardStream** stream) {
-    g_wilful.argument = argument;
-    if (!g_wilful.hasHandle) return g_wilful.result;
-    *stream = reinterpret_cast<VexaBoardStream*>(&g_handle);
-    if (g_wilful.result == 0) ++g_wilful.openStreams;
-    return g_wilful.result;
-}
-void CloseStream(VexaBoardStream*) { --g_wilful.openStreams; }
-int32_t Receive(VexaBoardStream*, VexaBoardMessageHandler, void*) { return g_wilful.result; }
-const char* LastError() { return "wilful"; }
-
-constexpr VexaBoardProvider PROVIDER{VEXA_BOARD_PROVIDER_VERSION,
-                                     sizeof(VexaBoardProvider),
-                                     "wilful",
-                                     OpenRegisters,
-                                     CloseRegisters,
-                                     Write32,
-                                     DoRead32,
-                                     DoRead64,
-                                     OpenStream,
-                                     CloseStream,
-                                     Receive,
-                                     LastError};
 
 void Ignore(const unsigned char*, unsigned int, void*) {}
 
 class WilfulProvider : public testing::Test {
 protected:
-    WilfulProvider() {
-        g_wilful = {};
-        UseBoardProvider(&PROVIDER, "slot 3");
-    }
-    ~WilfulProvider() override {
-        registers.Destory();
-        UseBoardProvider(nullptr);
-    }
-
+    Wilful wilful;
+    ProviderAdapter adapter{wilful, "wilful", "slot 3"};
     LogCapture log;
     CDrvRegEnyx& registers = CDrvRegEnyx::GetInstance();
     CDrvDMAEnyx stream;
@@ -87,18 +56,18 @@ protected:
 }  // namespace
 
 TEST_F(WilfulProvider, SuccessWithoutRegistersIsAFailure) {
-    g_wilful.hasHandle = false;
+    wilful.hasHandle = false;
     EXPECT_EQ(registers.Init(5, 474), -1);
     EXPECT_THAT(log.Texts(),
                 ElementsAre("board provider wilful: the registers of bus 5, core 474 cannot be opened (0): wilful"));
     EXPECT_EQ(registers.GetHwAccelerator(5), nullptr);
     EXPECT_EQ(registers.WriteRegister(1, 2), -1);
-    EXPECT_EQ(g_wilful.argument, "slot 3");
+    EXPECT_EQ(wilful.argument, "slot 3");
 }
 
 TEST_F(WilfulProvider, RegistersBesideAFailureAreNotUsed) {
     for (const auto& [result, expected] : {std::pair{7, -1}, {1, -1}, {-1, -1}, {-2, -2}}) {
-        g_wilful.result = result;
+        wilful.result = result;
         EXPECT_EQ(registers.Init(5, 474), expected);
         EXPECT_EQ(registers.GetHwAccelerator(5), nullptr);
         uint32_t narrow = 3;
@@ -107,14 +76,14 @@ TEST_F(WilfulProvider, RegistersBesideAFailureAreNotUsed) {
         EXPECT_EQ(registers.ReadRegister(1, wide), -1);
     }
     registers.Destory();
-    EXPECT_EQ(g_wilful.openRegisters, 0);
+    EXPECT_EQ(wilful.openRegisters, 0);
 }
 
 TEST_F(WilfulProvider, ValueOfAReadThatFailedIsLeftAlone) {
     ASSERT_EQ(registers.Init(5, 474), 0);
-    g_wilful.read = 0x1122'3344'5566'7788;
+    wilful.read = 0x1122'3344'5566'7788;
     for (const int32_t result : {-9, 9}) {
-        g_wilful.result = result;
+        wilful.result = result;
         uint32_t narrow = 3;
         uint64_t wide = 4;
         EXPECT_EQ(registers.ReadRegister(0x2032, narrow), result);
@@ -125,7 +94,7 @@ TEST_F(WilfulProvider, ValueOfAReadThatFailedIsLeftAlone) {
     }
     EXPECT_EQ(log.Texts(LOG_DEBUG_EX)[0], "addr[0x2032] value[0x00000003] 32 bits, result -9");
     EXPECT_EQ(log.Texts(LOG_DEBUG_EX)[1], "addr[0x2032] value[0x0000000000000004] 64 bits, result -9");
-    g_wilful.result = 0;
+    wilful.result = 0;
     uint32_t narrow = 3;
     EXPECT_EQ(registers.ReadRegister(0x2032, narrow), 0);
     EXPECT_EQ(narrow, 0x5566'7788U);
@@ -137,9 +106,9 @@ TEST_F(WilfulProvider, ValueOfAReadThatFailedIsLeftAlone) {
 
 TEST_F(WilfulProvider, OpeningAnewEndsAnOutageWithoutAWord) {
     ASSERT_EQ(registers.Init(5, 474), 0);
-    g_wilful.result = -1;
+    wilful.result = -1;
     registers.WriteRegister(1, 2);
-    g_wilful.result = 0;
+    wilful.result = 0;
     ASSERT_EQ(registers.Init(5, 474), 0);
     EXPECT_FALSE(registers.HasFailed());
     log.lines.clear();
@@ -148,29 +117,29 @@ TEST_F(WilfulProvider, OpeningAnewEndsAnOutageWithoutAWord) {
 }
 
 TEST_F(WilfulProvider, SuccessWithoutAStreamIsAFailure) {
-    g_wilful.hasHandle = false;
+    wilful.hasHandle = false;
     EXPECT_EQ(stream.Init(5, name), -1);
     EXPECT_THAT(
         log.Texts(),
         ElementsAre("board provider wilful: the stream CUSTOM_CHAN6_DATA of bus 5 cannot be opened (0): wilful"));
     EXPECT_FALSE(stream.IsOpen());
     EXPECT_EQ(stream.RecvOnce(Ignore, nullptr), -1);
-    EXPECT_EQ(g_wilful.argument, "slot 3");
+    EXPECT_EQ(wilful.argument, "slot 3");
 }
 
 TEST_F(WilfulProvider, StreamBesideAFailureIsNotUsed) {
     for (const auto& [result, expected] : {std::pair{7, -1}, {1, -1}, {-1, -1}, {-2, -2}}) {
-        g_wilful.result = result;
+        wilful.result = result;
         EXPECT_EQ(stream.Init(5, name), expected);
         EXPECT_FALSE(stream.IsOpen());
     }
-    EXPECT_EQ(g_wilful.openStreams, 0);
+    EXPECT_EQ(wilful.openStreams, 0);
 }
 
 TEST_F(WilfulProvider, AnyPollThatIsNotNegativeSucceeds) {
     ASSERT_EQ(stream.Init(5, name), 0);
     for (const int32_t result : {0, 1, 2, 77}) {
-        g_wilful.result = result;
+        wilful.result = result;
         EXPECT_EQ(stream.RecvOnce(Ignore, nullptr), 0);
         EXPECT_FALSE(stream.HasFailed());
     }
@@ -179,13 +148,13 @@ TEST_F(WilfulProvider, AnyPollThatIsNotNegativeSucceeds) {
 TEST_F(WilfulProvider, FailedPollsOfEachOutageAreCountedAndToldTwice) {
     ASSERT_EQ(stream.Init(5, name), 0);
     for (const int polls : {1, 3}) {
-        g_wilful.result = -6;
+        wilful.result = -6;
         for (int i = 0; i < polls; ++i) {
             EXPECT_EQ(stream.RecvOnce(Ignore, nullptr), -6);
             EXPECT_TRUE(stream.HasFailed());
             EXPECT_TRUE(stream.IsOpen());
         }
-        g_wilful.result = polls - 1;  // an answer without a message, and one with
+        wilful.result = polls - 1;  // an answer without a message, and one with
         EXPECT_EQ(stream.RecvOnce(Ignore, nullptr), 0);
         EXPECT_FALSE(stream.HasFailed());
         EXPECT_TRUE(stream.IsOpen());
@@ -206,17 +175,17 @@ TEST_F(WilfulProvider, FailedStreamIsClosedOnce) {
     {
         CDrvDMAEnyx other;
         ASSERT_EQ(other.Init(5, name), 0);
-        g_wilful.result = -1;
+        wilful.result = -1;
         EXPECT_EQ(other.RecvOnce(Ignore, nullptr), -1);
         EXPECT_EQ(other.RecvOnce(Ignore, nullptr), -1);
-        g_wilful.result = 0;
+        wilful.result = 0;
         ASSERT_EQ(other.Init(5, name), 0);
         EXPECT_FALSE(other.HasFailed());
-        EXPECT_EQ(g_wilful.openStreams, 1);
-        g_wilful.result = -1;
+        EXPECT_EQ(wilful.openStreams, 1);
+        wilful.result = -1;
         EXPECT_EQ(other.RecvOnce(Ignore, nullptr), -1);
     }
-    EXPECT_EQ(g_wilful.openStreams, 0);
+    EXPECT_EQ(wilful.openStreams, 0);
 }
 
 // ---- who holds the registers ----------------------------------------------------------------------------------------

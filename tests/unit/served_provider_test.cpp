@@ -21,7 +21,7 @@
 #include "software_board/BoardServer.h"
 #include "software_board/SharedClient.h"
 #include "software_board/SoftwareBoard.h"
-#include "tests/support/VirtualClock.h"
+#include "testing/ManualClock.h"
 
 namespace software_board {
 namespace {
@@ -148,7 +148,7 @@ protected:
         EXPECT_LT(Write(0x0010, 0), 0);
     }
 
-    VirtualClock clock;
+    ManualClock clock;
     uint16_t bus = static_cast<uint16_t>(12'000 + getpid() % 8000);
     BoardOptions options;
     const VexaBoardProvider& provider = Provider();

@@ -6,11 +6,11 @@
 #include <stdexcept>
 #include <string>
 
-#include "tests/support/IniText.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -37,10 +37,10 @@ protected:
     }
     const char* ReceiverConfig() { return file.Path().c_str(); }
 
-    VirtualClock clock;
+    ManualClock clock;
     RecordingBoard board;
     LogCapture log;
-    TempFile file{"[config]\ndevice=xilinx2:3\n"};
+    TemporaryFile file{"[config]\ndevice=xilinx2:3\n"};
     CountingSpi spi;
     std::unique_ptr<TestableApi> api = MakeApi();
 };
@@ -203,7 +203,7 @@ TEST_F(SessionDriver, ReceivingWithoutAStartEndsWithOneLineAndTouchesNoRegister)
 }
 
 TEST_F(SessionDriver, ReceivingAfterAStartWithoutAStreamTouchesNoRegister) {
-    const TempFile manager{"[config]\ndevice=xilinx2:0\n"};
+    const TemporaryFile manager{"[config]\ndevice=xilinx2:0\n"};
     for (const char* path : {ReceiverConfig(), manager.Path().c_str()}) {
         board.streamResult = -7;
         ASSERT_EQ(api->VexaStart(spi, path), -2);
@@ -230,7 +230,7 @@ TEST_F(SessionDriver, ReceivingAfterAStartWithoutAConfigurationTouchesNoRegister
 TEST_F(SessionDriver, SecondBoardOfTheProcessIsRefusedAndTheFirstLeftAlone) {
     ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     board.Forget();
-    const TempFile elsewhere{"[config]\ndevice=xilinx5:3\n"};
+    const TemporaryFile elsewhere{"[config]\ndevice=xilinx5:3\n"};
     const auto other = MakeApi();
     EXPECT_EQ(other->VexaStart(spi, elsewhere.Path().c_str()), -2);
     EXPECT_TRUE(log.Has(LOG_ERROR,
@@ -244,8 +244,8 @@ TEST_F(SessionDriver, SecondBoardOfTheProcessIsRefusedAndTheFirstLeftAlone) {
 }
 
 TEST_F(SessionDriver, BoardIsTheProcessesUntilItsLastSessionEnds) {
-    const TempFile second{"[config]\ndevice=xilinx2:4\n"};
-    const TempFile elsewhere{"[config]\ndevice=xilinx5:3\n"};
+    const TemporaryFile second{"[config]\ndevice=xilinx2:4\n"};
+    const TemporaryFile elsewhere{"[config]\ndevice=xilinx5:3\n"};
     auto other = MakeApi();
     ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     board.registersResult = -7;  // of an area opened once more
@@ -263,8 +263,13 @@ TEST_F(SessionDriver, BoardIsTheProcessesUntilItsLastSessionEnds) {
 }
 
 TEST_F(SessionDriver, FailedStartLeavesTheRegistersOfOthersAlone) {
+<<<<<<< HEAD
     const TempFile second{"[config]\ndevice=xilinx2:4\n"};
     ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
+=======
+    const TemporaryFile second{"[config]\ndevice=xilinx2:4\n"};
+    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
+>>>>>>> 48c09ac (testing: clock, temporary directory, INI builder, installed board, provider adapter and silent log, once for all)
     auto other = MakeApi();
     board.streamResult = -7;
     ASSERT_EQ(other->VexaStart(spi, second.Path().c_str()), -2);
@@ -309,7 +314,7 @@ TEST_F(SessionDriver, ClosingLineTellsFailedPollsAndAccesses) {
 
 // The managing channel's stream is lost in the live phase.
 TEST_F(SessionDriver, LostStreamOfTheManagingChannelIsRebuiltOnceItAnswers) {
-    const TempFile manager{"[config]\ndevice=xilinx2:0\ninit_tcpcnt=1\nwait_snap_timeout=1\n"};
+    const TemporaryFile manager{"[config]\ndevice=xilinx2:0\ninit_tcpcnt=1\nwait_snap_timeout=1\n"};
     api->VexaStart(spi, manager.Path().c_str());  // there is no exchange: the attempt is used up
     api->m_u50InitCnt = 0;
     api->m_isAllInitFinished = true;
@@ -337,7 +342,7 @@ TEST_F(SessionDriver, LostStreamOfTheManagingChannelIsRebuiltOnceItAnswers) {
 }
 
 TEST_F(SessionDriver, StreamLostInARebuildEndsTheStepIdle) {
-    const TempFile manager{"[config]\ndevice=xilinx2:0\ninit_tcpcnt=1\nwait_snap_timeout=1\n"};
+    const TemporaryFile manager{"[config]\ndevice=xilinx2:0\ninit_tcpcnt=1\nwait_snap_timeout=1\n"};
     api->VexaStart(spi, manager.Path().c_str());
     api->m_u50InitCnt = 0;
     log.lines.clear();

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "tests/support/IniText.h"
+#include "testing/TemporaryDirectory.h"
 
 namespace {
 
@@ -42,7 +42,7 @@ std::string SharedObject() {
 }
 
 std::string WhyNot(const std::string& text) {
-    const TempFile file(text);
+    const TemporaryFile file(text);
     return WhyNoSharedObject(file.Path());
 }
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "public/signal/SignalProcess.h"
-#include "tests/support/LogCapture.h"
+#include "testing/LogCapture.h"
 
 namespace {
 

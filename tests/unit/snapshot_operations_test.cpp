@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "exchange/MdqpWriter.h"
+#include "testing/LogCapture.h"
 #include "tests/support/FilledSlot.h"
-#include "tests/support/LogCapture.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
 

@@ -9,7 +9,7 @@
 #include "common/Feed.h"
 #include "common/RegisterMap.h"
 #include "software_board/SoftwareBoard.h"
-#include "tests/support/VirtualClock.h"
+#include "testing/ManualClock.h"
 
 using software_board::BoardOptions;
 using testing::HasSubstr;
@@ -104,7 +104,7 @@ protected:
         board.Write(0x1000, 15);
     }
     uint64_t Connections() const { return board.Statistics().snapshotConnections; }
-    VirtualClock clock;
+    ManualClock clock;
     software_board::SoftwareBoard board;
 };
 
@@ -413,7 +413,7 @@ TEST_F(PacedBoard, UpdatesFollowTheClock) {
 }
 
 TEST(SoftwareBoardProvider, ChecksumSurvivesTheHandles) {
-    VirtualClock clock;
+    ManualClock clock;
     const VexaBoardProvider& provider = software_board::Provider();
     VexaBoardRegisters* registers = nullptr;
     ASSERT_EQ(provider.open_registers("seed=3", 5, 474, &registers), 0);
@@ -438,7 +438,7 @@ int FramesOf(const VexaBoardProvider& provider, VexaBoardStream* stream, int pol
 
 // A host that cannot use what it is sent would otherwise be sent it thousands of times a second.
 TEST(SoftwareBoardProvider, SnapshotThatIsNotTakenIsSentAnewByTheClockAndNotByThePolls) {
-    VirtualClock clock;
+    ManualClock clock;
     clock.step = 0;
     const VexaBoardProvider& provider = software_board::Provider();
     VexaBoardRegisters* registers = nullptr;

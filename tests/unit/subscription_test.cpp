@@ -11,13 +11,13 @@
 #include <vector>
 
 #include "public/log/LogLine.h"
-#include "public/reg/BoardProviderLoader.h"
 #include "software_board/SoftwareBoard.h"
 #include "src/board/Selection.h"
-#include "tests/support/LogCapture.h"
+#include "testing/InstalledBoard.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
 #include "tests/support/RecordingBoard.h"
 #include "tests/support/TestableApi.h"
-#include "tests/support/VirtualClock.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -32,8 +32,6 @@ constexpr uint32_t TABLES[] = {0x11000, 0x21000, 0x11004, 0x21004};
 class Subscription : public testing::Test {
 protected:
     Subscription() : board(software_board::BoardOptions{}) {
-        software_board::InstallBoard(0, &board);
-        UseBoardProvider(&software_board::Provider());
         CDrvRegEnyx::GetInstance().Init(0, 474);
         board.Write(0x0010, 1);
         for (const char* id : {"cu2612", "cu2612C70000", "cu2701", "al2612", "cu2612TAS"}) Put(SHFE_2PS, id);
@@ -41,11 +39,6 @@ protected:
         board.Write(0x1F14, 5);
         board.Write(0x1F15, 2);
         api->m_u50ConfigInfo.enabled_mask.enabled_mask = 5;
-    }
-    ~Subscription() override {
-        CDrvRegEnyx::GetInstance().Destory();
-        UseBoardProvider(nullptr);
-        software_board::InstallBoard(0, nullptr);
     }
     void Put(EMDQPDataType feed, const char* id) { PutAt(feed, used[feed]++, id); }
     void PutAt(EMDQPDataType feed, int32_t instNo, const char* id) {
@@ -77,8 +70,9 @@ protected:
         }
         return ids;
     }
-    VirtualClock clock;
+    ManualClock clock;
     software_board::SoftwareBoard board;
+    InstalledBoard installed{board};
     LogCapture log;
     int32_t used[FEED_COUNT] = {};
     std::unique_ptr<TestableApi> api = MakeApi();

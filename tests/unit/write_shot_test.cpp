@@ -13,8 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/LogCapture.h"
-#include "tests/support/VirtualClock.h"
+#include "testing/LogCapture.h"
+#include "testing/ManualClock.h"
+#include "testing/TemporaryDirectory.h"
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
@@ -63,15 +64,12 @@ protected:
     Capture() {
         setenv("TZ", "UTC", 1);
         tzset();
-        std::string pattern = (fs::temp_directory_path() / "vexa_shot_XXXXXX").string();
-        directory = mkdtemp(pattern.data());
         clock.step = 0;
         clock.wall = 1'777'541'400 * NANOSECONDS_PER_SECOND + 123'456'789;  // 2026-04-30 09:30:00.123456789
     }
     ~Capture() override {
         Shot().CloseShotBinLog();
         Shot().CloseShotPcapLog();
-        fs::remove_all(directory);
     }
 
     static void Write(const std::string& message) {
@@ -89,9 +87,10 @@ protected:
         return {std::istreambuf_iterator<char>(in), {}};
     }
 
-    VirtualClock clock;
+    ManualClock clock;
     LogCapture log;
-    fs::path directory;
+    const TemporaryDirectory home;
+    const fs::path& directory = home.Path();
     const std::string frame = std::string(60, 'f');
 };
 

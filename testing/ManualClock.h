@@ -3,12 +3,12 @@
 
 #include "public/clock/Clock.h"
 
-class VirtualClock : public IClockSource {
+class ManualClock : public IClockSource {
 public:
-    VirtualClock() { CClock::Use(this); }
-    ~VirtualClock() override { CClock::Use(nullptr); }
-    VirtualClock(const VirtualClock&) = delete;
-    VirtualClock& operator=(const VirtualClock&) = delete;
+    ManualClock() { CClock::Use(this); }
+    ~ManualClock() override { CClock::Use(nullptr); }
+    ManualClock(const ManualClock&) = delete;
+    ManualClock& operator=(const ManualClock&) = delete;
 
     int64_t WallNanoseconds() override { return wall += step; }
     int64_t MonotonicNanoseconds() override { return monotonic += step; }
@@ -23,6 +23,6 @@ public:
 
     int64_t wall = 1'777'500'000'000'000'000;  ///< since the epoch
     int64_t monotonic = 0;
-    int64_t step = 1'000'000;  ///< added by every look
+    int64_t step = 1'000'000;  ///< added by every look, to the clock that is looked at
     int64_t slept = 0;
 };

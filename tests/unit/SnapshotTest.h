@@ -13,7 +13,7 @@
 #include "exchange/MdqpWriter.h"
 #include "src/snapshot/Reassembly.h"
 #include "testing/SnapshotUnits.h"
-#include "testing/LogCapture.h"
+#include "tests/support/QuietLog.h"
 
 using Bytes = std::vector<uint8_t>;
 
@@ -132,6 +132,6 @@ protected:
 
     uint64_t Counted(ECounter counter) const { return state->counters[counter]; }
 
-    LogCapture log;
+    QuietLog log;
     std::unique_ptr<SnapshotState> state = std::make_unique<SnapshotState>();
 };

@@ -4,8 +4,11 @@
 
 namespace {
 
+using ::testing::AllOf;
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 class EarlySegments : public StreamFixture {
 protected:
@@ -140,6 +143,7 @@ TEST_F(EarlySegments, EveryStoredSegmentIsCountedAndARepeatedOneIsNot) {
     EXPECT_EQ(keep(8), 5U);
     EXPECT_THAT(EarlySeqs(), ElementsAre(next + 80, next + 120, next + 160, next + 280, next + 320));
     EXPECT_EQ(Reassembly().EarlySegments(), 5U);
+    EXPECT_THAT(log.Texts(TROUBLE), AllOf(SizeIs(3), Each("free the cache of packet loss.")));
 }
 
 TEST_F(EarlySegments, ListThatIsDrainedInPartKeepsItsCount) {
@@ -158,6 +162,7 @@ TEST_F(EarlySegments, ListThatIsDrainedInPartKeepsItsCount) {
     EXPECT_THAT(Decoded(), ElementsAre(1, 2, 3, 4, 5, 6));
     EXPECT_EQ(uint32_t{Session().lost_buf_size}, 0U);
     EXPECT_EQ(Session().lost_flag, 0);
+    EXPECT_THAT(log.Texts(TROUBLE), ElementsAre("free the cache of packet loss."));
 }
 
 class EarlyFlood : public SnapshotFixture {
@@ -253,7 +258,6 @@ TEST_F(EarlySegments, LongestFrameThatFitsAnEntryIsStored) {
     const std::size_t headers = Segment(next, {}).Frame().size();
     Arrive(next + 1, Bytes(1600U - headers));
     EXPECT_EQ(uint32_t{EarlyHead()->len}, 1600U);
-    EXPECT_THAT(log.Texts(TROUBLE), IsEmpty());
 }
 
 TEST_F(EarlySegments, EarlyFrameLongerThanAnEntryIsLost) {
@@ -284,6 +288,7 @@ TEST_F(EarlySegments, ListGoesOnWhenOneOfItsSegmentsFindsNoRoom) {
     Arrive(next + 2 * MESSAGE_BYTES, Numbered(3));
     Arrive(next, Numbered(1));
     EXPECT_THAT(Decoded(), ElementsAre(1, 2));
+    EXPECT_THAT(log.Texts(TROUBLE), ElementsAre("failed to malloc buffer to store tcp_lost_buf_t"));
 }
 
 }  // namespace

@@ -32,6 +32,7 @@ TEST_F(LogFlood, WrongChecksumsStayBelowAMegabyte) {
     frame.back() ^= 0x55;
     for (int i = 0; i < 100'000; ++i) Hand(frame);
     EXPECT_EQ(Counted(ECounter::ChecksumWrong), 100'000U);
+    EXPECT_THAT(log.Texts(TROUBLE), ::testing::Each(::testing::StartsWith("TcpCheckSum false, ")));
     EXPECT_LT(BytesOfLog(), MEGABYTE);
 }
 
@@ -46,6 +47,7 @@ TEST_F(LogFlood, SegmentsBeyondAGapOnManyPortsStayBelowAMegabyte) {
         }
     }
     EXPECT_GT(Counted(ECounter::SegmentEarlyDropped), 1'000U);
+    EXPECT_THAT(log.Texts(TROUBLE), ::testing::Contains("free the cache of packet loss."));
     EXPECT_LT(BytesOfLog(), MEGABYTE);
 }
 

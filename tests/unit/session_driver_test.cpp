@@ -263,13 +263,8 @@ TEST_F(SessionDriver, BoardIsTheProcessesUntilItsLastSessionEnds) {
 }
 
 TEST_F(SessionDriver, FailedStartLeavesTheRegistersOfOthersAlone) {
-<<<<<<< HEAD
-    const TempFile second{"[config]\ndevice=xilinx2:4\n"};
-    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
-=======
     const TemporaryFile second{"[config]\ndevice=xilinx2:4\n"};
-    ASSERT_EQ(api->VexaStart(spi, Receiver()), 0);
->>>>>>> 48c09ac (testing: clock, temporary directory, INI builder, installed board, provider adapter and silent log, once for all)
+    ASSERT_EQ(api->VexaStart(spi, ReceiverConfig()), 0);
     auto other = MakeApi();
     board.streamResult = -7;
     ASSERT_EQ(other->VexaStart(spi, second.Path().c_str()), -2);

@@ -4,18 +4,17 @@
 #include <string>
 
 #include "public/write_shot/write_shot.h"
+#include "testing/TemporaryDirectory.h"
 #include "tests/unit/DispatchFixture.h"
+
+using ::testing::ElementsAre;
 
 namespace {
 
 class Captures : public DispatchFixture {
 protected:
     void SetUp() override {
-        m_directory = std::filesystem::path(::testing::TempDir()) /
-                      (std::string("captures_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        std::filesystem::remove_all(m_directory);
-        std::filesystem::create_directories(m_directory);
-        const std::string path = m_directory.string() + "/";
+        const std::string path = m_directory.Prefix();
         ASSERT_EQ(CWriteShot::GetInstance().CreateShotBinLog(path.c_str(), 0), 0);
         ASSERT_EQ(CWriteShot::GetInstance().CreateShotPcapLog(path.c_str(), 0), 0);
         m_before = CWriteShot::GetInstance().GetBinShotCnt();
@@ -24,13 +23,12 @@ protected:
     void TearDown() override {
         CWriteShot::GetInstance().CloseShotBinLog();
         CWriteShot::GetInstance().CloseShotPcapLog();
-        std::filesystem::remove_all(m_directory);
     }
 
     /// The file that holds the packets.
     std::string Packets() const {
         CWriteShot::GetInstance().CloseShotPcapLog();
-        for (const auto& file : std::filesystem::directory_iterator(m_directory)) {
+        for (const auto& file : std::filesystem::directory_iterator(m_directory.Path())) {
             if (file.path().extension() != ".pcap") continue;
             std::ifstream in(file.path(), std::ios::binary);
             return {std::istreambuf_iterator<char>(in), {}};
@@ -40,7 +38,12 @@ protected:
 
     uint64_t Captured() const { return CWriteShot::GetInstance().GetBinShotCnt() - m_before; }
 
-    std::filesystem::path m_directory;
+    static constexpr const char* NO_TYPE = "invalide DMA Data Type[0]";
+    static constexpr const char* EVENT =
+        "channel0 receive DMA_EVENT event_data0[10] event_data1[11] event_data2[12] event_data3[13] event_data4[14] "
+        "event_data5[15]";
+
+    TemporaryDirectory m_directory;
     uint64_t m_before = 0;
 };
 
@@ -50,6 +53,7 @@ TEST_F(Captures, HoldEveryMessageWhenSwitchedOn) {
     Hand(EventMessage());
     Hand(MessageOfType(DMA_TCP, 5));
     EXPECT_EQ(Captured(), 3U);
+    EXPECT_THAT(log.Texts(TROUBLE), ElementsAre(NO_TYPE, EVENT));
 }
 
 TEST_F(Captures, OfPacketsHoldSegmentsAlone) {
@@ -63,6 +67,8 @@ TEST_F(Captures, OfPacketsHoldSegmentsAlone) {
     const std::string packets = Packets();
     ASSERT_EQ(packets.size(), 24 + 16 + (segment.size() - 12));  // heads of the file and of its one packet
     EXPECT_EQ(packets.substr(24 + 16), std::string(segment.begin() + 12, segment.end()));
+    EXPECT_THAT(log.Texts(TROUBLE),
+                ElementsAre(NO_TYPE, EVENT, "invalide DMA Data Type[1]", "invalide DMA Data Type[77]"));
 }
 
 TEST_F(Captures, HoldNothingWhenSwitchedOff) {
@@ -84,6 +90,7 @@ TEST_F(Captures, AreCountedWhereThePriceCheckThrowsASnapshotAway) {
     OneMoreSegment();
     ASSERT_EQ(Captured(), 4U);
     EXPECT_TRUE(log.Has(LOG_WARNING, "price check is error, shot cnt is " + std::to_string(m_before + 4) + "."));
+    EXPECT_THAT(log.Texts(TROUBLE), ::testing::IsSupersetOf({NO_TYPE, EVENT, "inst_id [cu2612] inst_no[0]"}));
 }
 
 }  // namespace

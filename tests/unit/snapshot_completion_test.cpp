@@ -5,6 +5,7 @@ namespace {
 
 using exchange::TCP_ACK;
 using exchange::TCP_RST;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using SnapshotCompletion = DispatchFixture;
@@ -161,6 +162,7 @@ TEST_F(CrossedBook, ThrowsTheSnapshotAway) {
     board.Forget();
     OneMoreSegment();
     EXPECT_TRUE(log.Has(LOG_WARNING, "price check is error, shot cnt is 0."));
+    EXPECT_THAT(log.Texts(TROUBLE), Contains("inst_id [cu2612] inst_no[0]"));
     EXPECT_THAT(board.Writes(), IsEmpty());
     EXPECT_FALSE(state->isLoaded);
     EXPECT_EQ(state->finished.enabled_mask, 0);
@@ -176,6 +178,7 @@ TEST_F(CrossedBook, IsFollowedByASoundOne) {
     Arrive(Begin(), Book(100, 101));
     OneMoreSegment();
     EXPECT_TRUE(state->isLoaded);
+    EXPECT_THAT(log.Texts(TROUBLE), Contains("price check is error, shot cnt is 0.").Times(1));
 }
 
 TEST_F(SnapshotCompletion, SegmentsWithoutAnEnabledFeedAreToldAndIgnored) {
@@ -209,6 +212,7 @@ TEST_F(SnapshotCompletion, ResetIsOneWhateverElseItsFlagsSay) {
         EXPECT_EQ(Session().init, 0) << int{other};
     }
     EXPECT_EQ(Counted(ECounter::ResetByPeer), 6U);
+    EXPECT_EQ(log.Count(LOG_WARNING, "rst msg, Session closed dstport:40001"), 6U);
 }
 
 TEST_F(SnapshotCompletion, ResetWithoutAcknowledgementIsNothingSpecial) {
@@ -223,6 +227,7 @@ TEST_F(SnapshotCompletion, SnapshotLoadsAgainAfterAReset) {
     Reset(TCP_RST | TCP_ACK);
     Arrive(Begin(), Numbered(2));
     EXPECT_THAT(Decoded(), ElementsAre(1, 2));
+    EXPECT_THAT(log.Texts(TROUBLE), ElementsAre("rst msg, Session closed dstport:40001"));
 }
 
 }  // namespace

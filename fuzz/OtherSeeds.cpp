@@ -211,8 +211,8 @@ void WriteMarketDataSeeds(const std::string& folder) {
 
 // ---- ini ------------------------------------------------------------------------------------------------------------
 
-void WriteIniSeeds(const std::string& folder) {
-    constexpr const char* KEYS[] = {"log_level",
+namespace {
+constexpr const char* INI_KEYS[] = {"log_level",
                                     "cpucore",
                                     "board_id",
                                     "last_tick_channel",
@@ -260,6 +260,9 @@ void WriteIniSeeds(const std::string& folder) {
                                     "shfe4ps_max_inst_no",
                                     "ine2ps_max_inst_no",
                                     "ine4ps_max_inst_no"};
+}  // namespace
+
+void WriteIniSeeds(const std::string& folder) {
     int number = 0;
     const auto write = [&](const std::string& text) {
         WriteSeed(folder, std::to_string(number++), Block(text.begin(), text.end()));
@@ -268,7 +271,7 @@ void WriteIniSeeds(const std::string& folder) {
     for (const char* value : {"1", "enabled", "-1", "70000", "99999999999999999999", " +12x # comment", "0x10", ""}) {
         IniText text;
         text.Section("config").Device(2, 0);
-        for (const char* key : KEYS) text.Line(std::string(key) + " = " + value);
+        for (const char* key : INI_KEYS) text.Line(std::string(key) + " = " + value);
         for (int channel = 0; channel < 16; ++channel) {
             text.Section("channel" + std::to_string(channel)).Key("insts", channel % 2 == 0 ? "all" : "cu,sc2612");
             text.Key("options", channel % 3 == 0 ? "recv" : value);

@@ -33,9 +33,12 @@ struct WatchedProvider::Delivery {
     void* user;
 };
 
-WatchedProvider::WatchedProvider(IBoardWatcher& watcher, uint8_t filler) : m_watcher(watcher), m_filler(filler) { s_openHandles = 0; }
+WatchedProvider::WatchedProvider(IBoardWatcher& watcher, uint8_t filler) : m_watcher(watcher), m_filler(filler) {
+    s_openHandles = 0;
+}
 
-int32_t WatchedProvider::OpenRegisters(const char* argument, uint16_t bus, uint16_t core, VexaBoardRegisters** registers) {
+int32_t WatchedProvider::OpenRegisters(const char* argument, uint16_t bus, uint16_t core,
+                                       VexaBoardRegisters** registers) {
     const Watch unwatched(false);
     const int32_t result = Board().open_registers(argument, bus, core, registers);
     if (result == 0) ++s_openHandles;

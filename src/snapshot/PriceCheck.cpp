@@ -1,6 +1,5 @@
 #include "src/snapshot/PriceCheck.h"
 
-#include <algorithm>
 #include <array>
 #include <limits>
 
@@ -10,17 +9,10 @@
 namespace price_check {
 namespace {
 
-using Book = std::array<SlotLevel, 2 * BOOK_LEVELS>;
-
+constexpr const SlotSide& ASK = SLOT_LEVELS[ASKS];
+constexpr const SlotSide& BID = SLOT_LEVELS[BIDS];
 /// From the highest ask to the lowest bid.
-constexpr Book FromTheTop() {
-    Book book{};
-    std::copy(SLOT_LEVELS[ASKS].rbegin(), SLOT_LEVELS[ASKS].rend(), book.begin());
-    std::copy(SLOT_LEVELS[BIDS].begin(), SLOT_LEVELS[BIDS].end(), book.begin() + BOOK_LEVELS);
-    return book;
-}
-
-constexpr Book BOOK = FromTheTop();
+constexpr std::array BOOK{ASK[4], ASK[3], ASK[2], ASK[1], ASK[0], BID[0], BID[1], BID[2], BID[3], BID[4]};
 
 constexpr const char* CHECK = "ShfeInstPriceCheck";  // its lines' operation
 

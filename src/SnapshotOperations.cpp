@@ -97,7 +97,9 @@ bool CVexaShfeMdApiImpl::isShfeTasInst(const std::string& instId) { return IsTas
 
 int32_t CVexaShfeMdApiImpl::_WriteContractTable(SInstTableType* table, bool enabled, uint32_t writeAddrReg,
                                                 uint32_t writeDataReg, int32_t count, int32_t capacity) {
-    WriteTable(m_drvRegEnyx, m_u50ConfigInfo, {writeAddrReg, writeDataReg, 0, 0}, {table, count, capacity, enabled});
+    WriteTable(m_drvRegEnyx, m_u50ConfigInfo,
+               {.writeAddr = writeAddrReg, .writeData = writeDataReg, .readAddr{}, .readData{}},
+               {table, count, capacity, enabled});
     return 0;
 }
 

@@ -86,7 +86,7 @@ def chosen(sources, wish):
     if wish.file:
         unknown = [name for name in wish.file if name not in sources]
         if unknown:
-            wrong(f"--file: {unknown[0]} is no source of src/, common/ or public/")
+            wrong(f"--file: {unknown[0]} is no source of src/, public/ or the tables of common/")
     mutants = [m for path, source in sources.items() if not wish.file or path in wish.file for m in source.mutants]
     if wish.sample and wish.sample < len(mutants):
         mutants = sorted(random.Random(wish.seed).sample(mutants, wish.sample), key=lambda m: m.number)

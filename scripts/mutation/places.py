@@ -141,7 +141,7 @@ def other_text(literal):
 
 
 def log_line(source, cursor):
-    """A line of the log: away, of another operation, at another level, with another text, with two values exchanged."""
+    """A line of the log: away, at another level, with another text, with two values exchanged."""
     if not re.fullmatch(r"[A-Z]+_LOG(_AS)?", cursor.spelling):
         return
     start, end = cursor.extent.start.offset, cursor.extent.end.offset
@@ -153,8 +153,6 @@ def log_line(source, cursor):
     with_all = lambda changed: f"{cursor.spelling}({', '.join(changed)})"
     whole = lambda place, text: with_all([*arguments[:place], text, *arguments[place + 1:]])
     changes = [""]
-    if level == 1 and arguments[0].startswith('"'):
-        changes.append(whole(0, other_text(arguments[0])))
     if arguments[level] in NEXT_LEVEL:
         changes.append(whole(level, NEXT_LEVEL[arguments[level]]))
     if arguments[level + 1].startswith('"'):

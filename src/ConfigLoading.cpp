@@ -1,6 +1,7 @@
 // INI file -> U50ConfigInfo. Runs on the thread that starts, before anything else.
 // In: the file named by m_configFileName; out: m_u50ConfigInfo, the log's path, one log line per value.
-// Invariant: nothing is checked or refused; what is missing or malformed takes its default, what is too long is cut.
+// Invariant: nothing is checked or refused; what is missing takes its default, a number is read as far as it is one,
+// and what is too long is cut.
 #include <cstdio>
 #include <cstdlib>
 #include <string>

@@ -138,7 +138,8 @@ protected:
     // ---- constant after loading ----
     U50ConfigInfo m_u50ConfigInfo;
 
-    // ---- the snapshot: receive thread only; the units below alone write to it ----
+    // ---- the snapshot: receive thread only; the units below alone write to it, the start-up to the two other flags
+    // ----
     U50InstTable m_u50InstTable;
     bool m_isTcpInitFinished = false;
     bool m_isHBM2InitFinished = false;

@@ -49,7 +49,7 @@ public:
     /// Notes that there is an instrument of this number.
     void Count(EMDQPDataType feed, int32_t instNo);
 
-    /// One past the highest number met, which may lie beyond the table.
+    /// One past the highest number met.
     uint64_t Instruments(EMDQPDataType feed) const { return m_state.counts.*TraitsOf(feed).instCount; }
 
     /// Slots in use; never more than there are.
